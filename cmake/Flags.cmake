@@ -1,0 +1,36 @@
+# Two flag sets: kolt_flags is what code of this project that runs on a node is built with, kolt_test_flags what
+# tests are built with (GoogleTest wants exceptions and RTTI left alone).
+
+add_library(kolt_warnings INTERFACE)
+target_compile_options(kolt_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wmissing-declarations -Wformat=2 -Werror)
+
+add_library(kolt_sanitizers INTERFACE)
+if(KOLT_SANITIZE)
+  target_compile_options(kolt_sanitizers INTERFACE
+    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer
+    # clang's check of function types needs a C++ runtime, which the daemon does not have.
+    $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-fno-sanitize=function>)
+  target_link_options(kolt_sanitizers INTERFACE -fsanitize=address,undefined)
+endif()
+if(KOLT_FUZZ)
+  target_compile_options(kolt_sanitizers INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
+add_library(kolt_flags INTERFACE)
+target_link_libraries(kolt_flags INTERFACE kolt_warnings kolt_sanitizers)
+target_compile_definitions(kolt_flags INTERFACE _GNU_SOURCE)
+target_compile_options(kolt_flags INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>
+  -fno-asynchronous-unwind-tables -fstack-protector-strong -ffunction-sections -fdata-sections)
+target_link_options(kolt_flags INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noseparate-code -Wl,--gc-sections)
+if(NOT KOLT_SANITIZE)
+  target_compile_options(kolt_flags INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+endif()
+
+add_library(kolt_test_flags INTERFACE)
+target_link_libraries(kolt_test_flags INTERFACE kolt_warnings kolt_sanitizers)
+target_compile_definitions(kolt_test_flags INTERFACE _GNU_SOURCE)
+
+include(CheckPIESupported)
+check_pie_supported()

@@ -1,0 +1,199 @@
+// The connection: opening, sending, receiving from the event loop, closing.
+
+#include "client.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <sys/un.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace {
+
+// Messages handled per turn of the loop, so that a busy bus does not starve the other watchers.
+constexpr int messages_per_turn = 16;
+
+int64_t now_ms() {
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now); // cannot fail with this clock
+    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+void end_loop_if_attached(ubus_context *ctx) {
+    if (ctx->sock.registered)
+        uloop_end();
+}
+
+void handle_socket(uloop_fd *sock, unsigned) {
+    ubus_context *ctx = container_of(sock, ubus_context, sock);
+    ubus_dispatch_pending(ctx);
+    for (int i = 0; i < messages_per_turn; ++i) {
+        const wire_result result = wire_receive(sock->fd, *ctx->input);
+        if (result == wire_result::more)
+            return;
+        if (result == wire_result::broken) {
+            ubus_connection_broken(ctx);
+            return;
+        }
+        const ubus_msghdr header = wire_header(*ctx->input);
+        blob_attr *body = wire_take_body(*ctx->input); // out of the way of requests that the callback makes
+        ubus_dispatch(ctx, header, body);
+        free(body);
+        if (ubus_loop_ending())
+            return;
+    }
+}
+
+void handle_pending_timer(uloop_timeout *timer) {
+    ubus_dispatch_pending(container_of(timer, ubus_context, pending_timer));
+}
+
+// The send timeout bounds connect() to a broker that no longer accepts.
+int open_socket(const char *path) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (strlen(path) >= sizeof(address.sun_path)) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    memcpy(address.sun_path, path, strlen(path));
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return -1;
+    const timeval patience = {ubus_patience_ms / 1000, 0};
+    (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience,
+                     sizeof(patience)); // without it connect() just has no bound
+    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
+        fcntl(fd, F_SETFL, O_NONBLOCK) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+bool receive_greeting(ubus_context *ctx) {
+    const int64_t deadline = ubus_deadline();
+    wire_result result = wire_receive(ctx->sock.fd, *ctx->input);
+    while (result == wire_result::more && ubus_wait(ctx->sock.fd, POLLIN, deadline))
+        result = wire_receive(ctx->sock.fd, *ctx->input);
+    errno = result == wire_result::more ? ETIMEDOUT : EPROTO;
+    if (result != wire_result::complete)
+        return false;
+    const ubus_msghdr header = wire_header(*ctx->input);
+    wire_reset(*ctx->input);
+    ctx->local_id = header.peer;
+    return header.type == UBUS_MSG_HELLO && header.peer != 0;
+}
+
+bool send_all(int fd, const void *bytes, size_t len, int64_t deadline) {
+    const auto *next = static_cast<const char *>(bytes);
+    while (len > 0) {
+        const ssize_t sent = send(fd, next, len, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent < 0 && errno != EAGAIN && errno != EINTR)
+            return false;
+        if (sent < 0 && errno == EAGAIN && !ubus_wait(fd, POLLOUT, deadline))
+            return false;
+        if (sent > 0) {
+            next += sent;
+            len -= static_cast<size_t>(sent);
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+struct ubus_context *ubus_connect(const char *path) {
+    if (uloop_init() != 0)
+        return nullptr;
+    const int fd = open_socket(path ? path : UBUS_UNIX_SOCKET);
+    return fd >= 0 ? ubus_adopt(fd) : nullptr;
+}
+
+ubus_context *ubus_adopt(int fd) {
+    auto *ctx = static_cast<ubus_context *>(calloc(1, sizeof(ubus_context)));
+    if (!ctx) {
+        close(fd);
+        return nullptr;
+    }
+    INIT_LIST_HEAD(&ctx->objects);
+    INIT_LIST_HEAD(&ctx->pending);
+    ctx->connection_lost = end_loop_if_attached;
+    ctx->pending_timer.cb = handle_pending_timer;
+    ctx->sock.cb = handle_socket;
+    ctx->sock.fd = fd;
+    ctx->input = static_cast<ubus_wire_input *>(calloc(1, sizeof(ubus_wire_input)));
+    if (ctx->input && receive_greeting(ctx))
+        return ctx;
+    const int reason = errno;
+    ubus_free(ctx);
+    errno = reason;
+    return nullptr;
+}
+
+void ubus_free(struct ubus_context *ctx) {
+    if (!ctx)
+        return;
+    (void)uloop_fd_delete(&ctx->sock);               // closing takes it out of the loop anyway
+    (void)uloop_timeout_cancel(&ctx->pending_timer); // mostly idle
+    close(ctx->sock.fd);
+    ubus_drop_pending(ctx);
+    if (ctx->input)
+        wire_reset(*ctx->input);
+    free(ctx->input);
+    free(ctx);
+}
+
+int64_t ubus_deadline() {
+    return now_ms() + ubus_patience_ms;
+}
+
+bool ubus_expired(int64_t deadline) {
+    return now_ms() >= deadline;
+}
+
+bool ubus_loop_ending() {
+    return __atomic_load_n(&uloop_cancelled, __ATOMIC_RELAXED);
+}
+
+bool ubus_wait(int fd, short events, int64_t deadline) {
+    for (;;) {
+        const int64_t left = deadline - now_ms();
+        if (left <= 0)
+            return false;
+        pollfd entry = {fd, events, 0};
+        const int ready = poll(&entry, 1, static_cast<int>(left));
+        if (ready > 0)
+            return true;
+        if (ready < 0 && (errno != EINTR || ubus_loop_ending()))
+            return false;
+    }
+}
+
+bool ubus_send_message(ubus_context *ctx, ubus_msg_type type, uint16_t seq, uint32_t peer, const blob_attr *body) {
+    if (!wire_can_send(body))
+        return false;
+    auto header = wire_encode_header(type, seq, peer);
+    iovec parts[] = {{header.data(), header.size()}, {const_cast<blob_attr *>(body), blob_raw_len(body)}};
+    msghdr message = {};
+    message.msg_iov = parts;
+    message.msg_iovlen = 2;
+    const ssize_t sent = sendmsg(ctx->sock.fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    const size_t done = sent > 0 ? static_cast<size_t>(sent) : 0; // whatever was wrong, send_all() meets it again
+    const size_t done_header = done < header.size() ? done : header.size();
+    const size_t done_body = done - done_header;
+    const int64_t deadline = ubus_deadline();
+    return send_all(ctx->sock.fd, &header[0] + done_header, header.size() - done_header, deadline) &&
+           send_all(ctx->sock.fd, reinterpret_cast<const char *>(body) + done_body, blob_raw_len(body) - done_body,
+                    deadline);
+}
+
+void ubus_connection_broken(ubus_context *ctx) {
+    (void)shutdown(ctx->sock.fd, SHUT_RDWR); // all further reading finds the end of the stream
+    if (ctx->connection_lost)
+        ctx->connection_lost(ctx);
+}

@@ -1,0 +1,30 @@
+// Texts for status codes.
+
+#include <libubus.h>
+
+#include <array>
+#include <stdio.h>
+
+const char *ubus_strerror(int error) {
+    static constexpr std::array<const char *, __UBUS_STATUS_LAST> texts = {
+        "Success",
+        "Invalid command",
+        "Invalid argument",
+        "Method not found",
+        "Not found",
+        "No response",
+        "Permission denied",
+        "Request timed out",
+        "Operation not supported",
+        "Unknown error",
+        "Connection failed",
+        "Out of memory",
+        "Parsing message data failed",
+        "System error",
+    };
+    static char unknown[32];
+    if (error >= 0 && static_cast<size_t>(error) < texts.size())
+        return texts[static_cast<size_t>(error)];
+    (void)snprintf(unknown, sizeof(unknown), "Unknown error: %d", error); // always fits
+    return unknown;
+}

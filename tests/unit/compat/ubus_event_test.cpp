@@ -1,0 +1,250 @@
+#include "support.h"
+
+#include <libubus.h>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr uint32_t object_id = 0x00c0ffee;
+
+class UbusEvent : public LoopTest {
+protected:
+    void SetUp() override {
+        LoopTest::SetUp();
+        events.clear();
+    }
+    // Connects and registers at a broker that goes on with the script, and runs the loop until the broker is gone.
+    void run(ScriptedBroker::Script script, const char *pattern = "kolt.*") {
+        ScriptedBroker broker(dir.path("sock"), [this, script = std::move(script)](int fd) {
+            greet(fd);
+            add_request = reply_object(fd, object_id);
+            register_request = reply_status(fd, 0);
+            script(fd);
+        });
+        ubus_context *ctx = ubus_connect(dir.path("sock").c_str());
+        ASSERT_TRUE(ctx);
+        ubus_event_handler handler = {};
+        handler.cb = [](ubus_context *, ubus_event_handler *, const char *type, blob_attr *message) {
+            events.push_back({type, blob_len(message)});
+        };
+        EXPECT_EQ(ubus_register_event_handler(ctx, &handler, pattern), 0);
+        EXPECT_EQ(ubus_add_uloop(ctx), 0);
+        EXPECT_EQ(uloop_run(), 0);
+        ubus_free(ctx);
+    }
+    // What the client answers to one message.
+    std::string answer_to(const Bytes &message) {
+        std::string answer;
+        run([&](int fd) {
+            EXPECT_TRUE(send_bytes(fd, message));
+            answer = to_hex(receive_message(fd));
+        });
+        return answer;
+    }
+    // Whether the client is silent about one message, and answers the next.
+    bool is_silent_about(const Bytes &message) {
+        const Bytes next = event_message(0x7777, object_id, "kolt.next", {});
+        return answer_to(message + next).substr(0, 8) == "00017777";
+    }
+    struct Event {
+        std::string type;
+        size_t len;
+    };
+    static std::vector<Event> events;
+    Bytes add_request;
+    Bytes register_request;
+    TempDir dir;
+};
+
+std::vector<UbusEvent::Event> UbusEvent::events;
+
+TEST_F(UbusEvent, RegistrationAddsAnEmptyObjectAndNamesThePattern) {
+    run([](int) {});
+    EXPECT_EQ(to_hex(add_request), "000600010000000000000004");
+    EXPECT_EQ(to_hex(register_request.substr(12)),
+              to_hex(number_attr(UBUS_ATTR_OBJID, 1) + text_attr(UBUS_ATTR_METHOD, "register") +
+                     raw_attr(UBUS_ATTR_DATA, number_member("object", object_id) + text_member("pattern", "kolt.*"))));
+}
+
+TEST_F(UbusEvent, NullPatternIsLeftOut) {
+    run([](int) {}, nullptr);
+    EXPECT_EQ(to_hex(register_request.substr(12)),
+              to_hex(number_attr(UBUS_ATTR_OBJID, 1) + text_attr(UBUS_ATTR_METHOD, "register") +
+                     raw_attr(UBUS_ATTR_DATA, number_member("object", object_id))));
+}
+
+TEST_F(UbusEvent, SecondPatternOfAHandlerUsesItsObject) {
+    Bytes second;
+    ScriptedBroker broker(dir.path("sock"), [&](int fd) {
+        greet(fd);
+        reply_object(fd, object_id);
+        reply_status(fd, 0);
+        second = reply_status(fd, 0);
+    });
+    ubus_context *ctx = ubus_connect(dir.path("sock").c_str());
+    ASSERT_TRUE(ctx);
+    ubus_event_handler handler = {};
+    EXPECT_EQ(ubus_register_event_handler(ctx, &handler, "one"), 0);
+    EXPECT_EQ(ubus_register_event_handler(ctx, &handler, "two"), 0);
+    broker.finish();
+    EXPECT_EQ(second[1], UBUS_MSG_INVOKE);
+    ubus_free(ctx);
+}
+
+TEST_F(UbusEvent, NamedObjectIsNoListener) {
+    ScriptedBroker broker(dir.path("sock"), [](int fd) { greet(fd); });
+    ubus_context *ctx = ubus_connect(dir.path("sock").c_str());
+    ASSERT_TRUE(ctx);
+    ubus_event_handler handler = {};
+    handler.obj.name = "name";
+    EXPECT_EQ(ubus_register_event_handler(ctx, &handler, "one"), UBUS_STATUS_INVALID_ARGUMENT);
+    ubus_free(ctx);
+}
+
+TEST_F(UbusEvent, IsAnsweredWithStatusZeroAndTheObject) {
+    EXPECT_EQ(answer_to(event_message(0x0102, object_id, "kolt.debug", number_member("dbg_level", 1))),
+              "000101020000000000000014"
+              "0100000800000000"
+              "0300000800c0ffee");
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].type, "kolt.debug");
+}
+
+TEST_F(UbusEvent, AnswerGoesToThePeerOfTheMessage) {
+    Bytes event = event_message(1, object_id, "kolt.debug", {});
+    event.replace(4, 4, from_hex("0a0b0c0d"));
+    EXPECT_EQ(answer_to(event).substr(0, 16), "000100010a0b0c0d");
+}
+
+TEST_F(UbusEvent, IsNotAnsweredWithNoReply) {
+    const Bytes attributes = number_attr(UBUS_ATTR_OBJID, object_id) + text_attr(UBUS_ATTR_METHOD, "kolt.quiet") +
+                             raw_attr(UBUS_ATTR_DATA, "") + raw_attr(UBUS_ATTR_NO_REPLY, Bytes(1, '\1'));
+    EXPECT_TRUE(is_silent_about(wire_message(UBUS_MSG_INVOKE, 1, 0, attributes)));
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events[0].type, "kolt.quiet");
+}
+
+TEST_F(UbusEvent, IsAnsweredWithNoReplyOfZero) {
+    const Bytes attributes = number_attr(UBUS_ATTR_OBJID, object_id) + text_attr(UBUS_ATTR_METHOD, "kolt.loud") +
+                             raw_attr(UBUS_ATTR_DATA, "") + raw_attr(UBUS_ATTR_NO_REPLY, Bytes(1, '\0'));
+    EXPECT_FALSE(is_silent_about(wire_message(UBUS_MSG_INVOKE, 1, 0, attributes)));
+}
+
+TEST_F(UbusEvent, WithoutMembersArrivesEmpty) {
+    answer_to(event_message(1, object_id, "kolt.debug", {}));
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].len, 0u);
+}
+
+TEST_F(UbusEvent, OfAnUnknownObjectIsNotFound) {
+    EXPECT_EQ(answer_to(event_message(1, 99, "kolt.debug", {})), "000100010000000000000014"
+                                                                 "0100000800000004"
+                                                                 "0300000800000063");
+    EXPECT_TRUE(events.empty());
+}
+
+TEST_F(UbusEvent, WithoutANameOrDataIsAnInvalidArgument) {
+    for (const Bytes &rest : {raw_attr(UBUS_ATTR_DATA, ""), text_attr(UBUS_ATTR_METHOD, "kolt.debug")}) {
+        unlink(dir.path("sock").c_str());
+        EXPECT_EQ(answer_to(wire_message(UBUS_MSG_INVOKE, 1, 0, number_attr(UBUS_ATTR_OBJID, object_id) + rest))
+                      .substr(24, 16),
+                  "0100000800000002");
+    }
+    EXPECT_TRUE(events.empty());
+}
+
+TEST_F(UbusEvent, WithoutAnObjectIsPassedOver) {
+    EXPECT_TRUE(is_silent_about(wire_message(UBUS_MSG_INVOKE, 1, 0, text_attr(UBUS_ATTR_METHOD, "kolt.debug"))));
+}
+
+TEST_F(UbusEvent, MalformedOneIsPassedOver) {
+    EXPECT_TRUE(is_silent_about(
+        wire_message(UBUS_MSG_INVOKE, 1, 0, number_attr(UBUS_ATTR_OBJID, object_id) + from_hex("07ffffff"))));
+}
+
+TEST_F(UbusEvent, ManyInOneGoAllArriveInOrder) {
+    Bytes burst;
+    for (uint16_t i = 0; i < 200; ++i)
+        burst += event_message(i, object_id, "kolt." + std::to_string(i), {});
+    run([&](int fd) {
+        EXPECT_TRUE(send_bytes(fd, burst));
+        for (uint16_t i = 0; i < 200; ++i)
+            EXPECT_EQ(receive_message(fd).size(), 28u);
+    });
+    ASSERT_EQ(events.size(), 200u);
+    EXPECT_EQ(events[0].type, "kolt.0");
+    EXPECT_EQ(events[199].type, "kolt.199");
+}
+
+TEST_F(UbusEvent, EndOfTheLoopInACallbackLeavesTheNextEventForLater) {
+    ScriptedBroker broker(dir.path("sock"), [&](int fd) {
+        greet(fd);
+        reply_object(fd, object_id);
+        reply_status(fd, 0);
+        EXPECT_TRUE(send_bytes(fd, event_message(1, object_id, "a", {}) + event_message(2, object_id, "b", {})));
+        EXPECT_TRUE(closes(fd));
+    });
+    ubus_context *ctx = ubus_connect(dir.path("sock").c_str());
+    ASSERT_TRUE(ctx);
+    ubus_event_handler handler = {};
+    handler.cb = [](ubus_context *, ubus_event_handler *, const char *type, blob_attr *) {
+        events.push_back({type, 0});
+        uloop_end();
+    };
+    EXPECT_EQ(ubus_register_event_handler(ctx, &handler, "*"), 0);
+    EXPECT_EQ(ubus_add_uloop(ctx), 0);
+    EXPECT_EQ(uloop_run(), 0);
+    EXPECT_EQ(events.size(), 1u);
+    EXPECT_EQ(uloop_run(), 0);
+    EXPECT_EQ(events.size(), 2u);
+    ubus_free(ctx);
+}
+
+TEST_F(UbusEvent, CallbackMayMakeARequestItself) {
+    ScriptedBroker broker(dir.path("sock"), [&](int fd) {
+        greet(fd);
+        reply_object(fd, object_id);
+        reply_status(fd, 0);
+        EXPECT_TRUE(send_bytes(fd, event_message(1, object_id, "a", {})));
+        reply_status(fd, 0);
+        EXPECT_EQ(to_hex(receive_message(fd).substr(0, 4)), "00010001");
+    });
+    ubus_context *ctx = ubus_connect(dir.path("sock").c_str());
+    ASSERT_TRUE(ctx);
+    ubus_event_handler handler = {};
+    handler.cb = [](ubus_context *context, ubus_event_handler *self, const char *type, blob_attr *) {
+        EXPECT_EQ(ubus_register_event_handler(context, self, "b"), 0);
+        EXPECT_STREQ(type, "a");
+        events.push_back({type, 0});
+    };
+    EXPECT_EQ(ubus_register_event_handler(ctx, &handler, "*"), 0);
+    EXPECT_EQ(ubus_add_uloop(ctx), 0);
+    EXPECT_EQ(uloop_run(), 0);
+    EXPECT_EQ(events.size(), 1u);
+    ubus_free(ctx);
+}
+
+TEST_F(UbusEvent, SendingCallsTheBrokersEventObject) {
+    Bytes request;
+    ScriptedBroker broker(dir.path("sock"), [&](int fd) {
+        greet(fd);
+        request = reply_status(fd, UBUS_STATUS_PERMISSION_DENIED);
+    });
+    ubus_context *ctx = ubus_connect(dir.path("sock").c_str());
+    ASSERT_TRUE(ctx);
+    blob_buf buf = {};
+    ASSERT_EQ(blobmsg_buf_init(&buf), 0);
+    ASSERT_EQ(blobmsg_add_string(&buf, "mode", "RE"), 0);
+    EXPECT_EQ(ubus_send_event(ctx, "kolt.configure", buf.head), UBUS_STATUS_PERMISSION_DENIED);
+    broker.finish();
+    EXPECT_EQ(to_hex(request.substr(0, 8)), "0005000100000001");
+    EXPECT_EQ(to_hex(request.substr(12)),
+              to_hex(number_attr(UBUS_ATTR_OBJID, 1) + text_attr(UBUS_ATTR_METHOD, "send") +
+                     raw_attr(UBUS_ATTR_DATA, text_member("id", "kolt.configure") +
+                                                  member(BLOBMSG_TYPE_TABLE, "data", text_member("mode", "RE")))));
+    blob_buf_free(&buf);
+    ubus_free(ctx);
+}
+
+} // namespace
