@@ -1,0 +1,33 @@
+"""Fixtures of the end-to-end tests: a simulated node for each test, and where the programs are."""
+import sys
+from collections.abc import Iterator
+from pathlib import Path
+
+import pytest
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "platform/sim"))
+
+from kolt_node import Node  # noqa: E402
+from kolt_node.node import build_directory  # noqa: E402
+
+SANITIZER_WORDS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "runtime error:")
+
+
+@pytest.fixture(scope="session")
+def build() -> Path:
+    """The build directory under test: $KOLT_BUILD, relative to the top of the tree, by default build/release."""
+    directory = build_directory()
+    if not (directory / "lib/libduon-bridge.so").exists():
+        pytest.fail(f"{directory} holds no build; set KOLT_BUILD to one that does", pytrace=False)
+    return directory
+
+
+@pytest.fixture
+def node(build: Path) -> Iterator[Node]:
+    """An empty node. Whatever ran in it must not have drawn a sanitizer's complaint."""
+    with Node(build) as fresh:
+        yield fresh
+        if fresh.daemon is not None:
+            fresh.stop_daemon()
+        for process in fresh.processes.values():
+            assert not any(word in process.stderr for word in SANITIZER_WORDS), process.stderr
