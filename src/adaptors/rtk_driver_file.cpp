@@ -1,0 +1,35 @@
+#include "adaptors/rtk_driver_file.h"
+
+#include "core/config.h"
+#include "probes/names.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+// The characters that mean nothing to a shell in the middle of a word.
+constexpr char PLAIN_CHARACTERS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-:@+=%,/";
+
+bool is_plain(const char *name) {
+    return name[strspn(name, PLAIN_CHARACTERS)] == '\0';
+}
+
+} // namespace
+
+rtk_driver_file rtk_open_driver_file(const char *ifname, uint32_t type, const char *file) {
+    const kolt_name_text name(ifname);
+    // The Wi-Fi 6 radios have a driver, and so a directory, of their own.
+    const char *directory = type == KOLT_LINK_2G ? "/proc" : "/proc/net/rtk_wifi6";
+    rtk_driver_file opened;
+    (void)snprintf(opened.command, sizeof opened.command, "cat %s/%s/%s", directory, name.text, file);
+    if (is_plain(name.text))
+        opened.lines = kolt_open_pipe(opened.command);
+    return opened;
+}
+
+const char *rtk_next_line(FILE *lines, char (&line)[RTK_LINE_SIZE]) {
+    if (fgets(line, sizeof line, lines) == nullptr)
+        return nullptr;
+    return line + strspn(line, " \t");
+}

@@ -1,0 +1,22 @@
+// The Realtek driver's text files.
+#pragma once
+
+#include "probes/pipe.h"
+
+#include <cstddef>
+#include <cstdint>
+
+constexpr size_t RTK_LINE_SIZE = 256;
+
+// A driver file opened for reading, or the command that could not be started.
+struct rtk_driver_file {
+    char command[128] = {};
+    pipe_ptr lines;
+};
+
+// Opens `file` ("stats", say) of the interface `ifname`. The pipe is null when it cannot be started, or when the name
+// holds what a shell would take for more than a name.
+rtk_driver_file rtk_open_driver_file(const char *ifname, uint32_t type, const char *file);
+
+// Reads the next line and returns it without its leading blanks and tabs; null at the end. The line lies in `line`.
+const char *rtk_next_line(FILE *lines, char (&line)[RTK_LINE_SIZE]);

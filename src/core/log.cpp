@@ -1,0 +1,3 @@
+#include "core/log.h"
+
+int32_t log_level = KOLT_LOG_INFO;

@@ -1,0 +1,102 @@
+#include "loop_avoidance/loop_avoidance.h"
+
+#include "adaptors/flow_cache.h"
+#include "core/log.h"
+#include "core/pause.h"
+#include "probes/node_state.h"
+#include "probes/ports.h"
+
+#include <cstdlib>
+#include <duon_bridge.h>
+#include <new>
+
+namespace {
+
+enum bridge_event : uint32_t { BRIDGE_EVENT_STATION = 5, BRIDGE_EVENT_RECONFIGURE = 6, BRIDGE_EVENT_RECONFIGURE_2 = 7 };
+
+void flush(config *config) {
+    loop_avoidance_flush_ha_table(config);
+    (void)kolt_flush_all_fcache_flow(); // without a flow cache there is nothing to flush
+}
+
+void configure(config *config, uint32_t mode) {
+    if (mode == KOLT_MODE_UNKNOWN)
+        return loop_avoidance_reconfigure(config);
+    loop_avoidance_configure_bridge_with_mode(config, mode);
+}
+
+void apply_link_state(config *config) {
+    loop_avoidance_set_bcast_port(config);
+    kolt_pause_one_second(); // the bridge settles before what it learnt is flushed
+    flush(config);
+}
+
+void reconfigure_and_flush(config *config) {
+    loop_avoidance_reconfigure(config);
+    flush(config);
+}
+
+} // namespace
+
+kolt_module *loop_avoidance_init(config *config) {
+    void *memory = calloc(1, sizeof(kolt_module));
+    if (memory == nullptr) {
+        KOLT_ERROR("malloc");
+        return nullptr;
+    }
+    auto *module = new (memory) kolt_module{};
+    kolt_list_init(&module->list);
+    module->name = "Loop avoidance";
+    module->id = KOLT_MODULE_LOOP_AVOIDANCE;
+    module->free = loop_avoidance_free;
+    kolt_list_init(&module->sub);
+    module->event_cb = loop_avoidance_event_cb;
+    kolt_list_add(&config->ev.subscribers, &module->sub);
+    return module;
+}
+
+void loop_avoidance_free(kolt_module *module) {
+    kolt_list_delete(&module->sub);
+    free(module);
+}
+
+void loop_avoidance_reconfigure(config *config) {
+    loop_avoidance_configure_bridge_with_mode(config, kolt_get_work_mode());
+}
+
+void loop_avoidance_flush_ha_table(config *config) {
+    for (uint32_t i = 0; i < config->bridge_num; i++) {
+        const config_bridge &bridge = config->bridges[i];
+        if (kolt_is_loop_avoiding(bridge) && bridgeFlushHATable(kolt_name_text(bridge.name).text) != 0)
+            KOLT_ERROR("bridgeFlushHATable");
+    }
+}
+
+void loop_avoidance_event_cb(config *config, kolt_list * /*sub*/, uint32_t kind, kolt_event *event) {
+    switch (kind) {
+    case KOLT_EVENT_START:
+        return loop_avoidance_reconfigure(config);
+    case KOLT_EVENT_CONFIGURE:
+        return configure(config, event->type);
+    case KOLT_EVENT_LINK_STATE:
+        if (event->type == 1) {
+            KOLT_INFO("reconfig bridge");
+            loop_avoidance_reconfigure(config);
+        }
+        return apply_link_state(config);
+    case KOLT_EVENT_BRIDGE:
+        if (event->type == BRIDGE_EVENT_STATION && event->len >= LOOP_AVOIDANCE_STATION_EVENT_SIZE) {
+            loop_avoidance_delete_wds_entry(config, event->data);
+            KOLT_DEBUG("flush fc flow by mac: %02X:%02X:%02X:%02X:%02X:%02X", KOLT_MAC_OCTETS(event->data));
+            (void)kolt_flush_fc_flow_by_mac(event->data, 0);
+        }
+        if (event->type == BRIDGE_EVENT_RECONFIGURE || event->type == BRIDGE_EVENT_RECONFIGURE_2)
+            reconfigure_and_flush(config);
+        return;
+    case KOLT_EVENT_DEBUG:
+        log_level = static_cast<int32_t>(event->type);
+        return;
+    default:
+        return;
+    }
+}

@@ -1,0 +1,7 @@
+#pragma once
+
+#include "core/handle.h"
+
+#include <duon_bridge.h>
+
+using table_buffer = kolt_handle<void, bridgeFreeTableBuf>;

@@ -1,0 +1,110 @@
+#include "adaptors/flow_cache.h"
+#include "adaptors/rtk.h"
+#include "adaptors/wlan.h"
+#include "support/fake_platform.h"
+#include "support/log_capture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using testing::IsEmpty;
+
+TEST(RtkTable, HoldsTheOperationsThatTheDriverHas) {
+    EXPECT_EQ(wlan_platform_rtk.get_uplink_rate, wlan_get_uplink_rate_rtk);
+    EXPECT_EQ(wlan_platform_rtk.get_channel_utilization, wlan_get_channel_utilization_rtk);
+    EXPECT_EQ(wlan_platform_rtk.activate_links, wlan_activate_links_rtk);
+    EXPECT_EQ(wlan_platform_rtk.activate_links_for_ap, wlan_activate_links_for_ap_rtk);
+    EXPECT_EQ(wlan_platform_rtk.delete_wds_entry, wlan_delete_wds_entry_rtk);
+    EXPECT_EQ(wlan_platform_rtk.get_util_adjustment, wlan_get_util_adjustment_rtk);
+    EXPECT_EQ(wlan_platform_rtk.cal_hash_and_set_ha, kolt_cal_hash_and_set_ha_rtk);
+}
+
+TEST(RtkTable, LeavesEveryOtherSlotEmpty) {
+    EXPECT_EQ(wlan_platform_rtk.is_5g_low_noise, nullptr);
+    EXPECT_EQ(wlan_platform_rtk.get_links, nullptr);
+    EXPECT_EQ(wlan_platform_rtk.reserved, nullptr);
+    EXPECT_EQ(wlan_platform_rtk.flush_all_fcache_flow, nullptr);
+    EXPECT_EQ(wlan_platform_rtk.flush_fcache_flow_entry, nullptr);
+    EXPECT_EQ(wlan_platform_rtk.update_fcache_flow_list, nullptr);
+    EXPECT_EQ(wlan_platform_rtk.get_maximal_ha_entries_from_fcache, nullptr);
+    EXPECT_EQ(wlan_platform_rtk.flush_fc_flow_by_ha, nullptr);
+    EXPECT_EQ(wlan_platform_rtk.flush_fc_flow_by_mac, nullptr);
+    EXPECT_EQ(wlan_platform_rtk.get_if_stat_from_fcache, nullptr);
+    EXPECT_EQ(wlan_platform_rtk.configure_fc_mode, nullptr);
+}
+
+// The order of the slots is part of what another driver's table relies on.
+TEST(RtkTable, HasItsSlotsInTheAgreedOrder) {
+    constexpr size_t slot = sizeof(void (*)());
+    EXPECT_EQ(offsetof(wlan_platform, get_uplink_rate), 0 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, get_channel_utilization), 1 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, activate_links), 2 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, activate_links_for_ap), 3 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, delete_wds_entry), 4 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, get_util_adjustment), 5 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, is_5g_low_noise), 6 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, get_links), 7 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, reserved), 8 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, flush_all_fcache_flow), 9 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, flush_fcache_flow_entry), 10 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, update_fcache_flow_list), 11 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, get_maximal_ha_entries_from_fcache), 12 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, flush_fc_flow_by_ha), 13 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, flush_fc_flow_by_mac), 14 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, get_if_stat_from_fcache), 15 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, cal_hash_and_set_ha), 16 * slot);
+    EXPECT_EQ(offsetof(wlan_platform, configure_fc_mode), 17 * slot);
+    EXPECT_EQ(sizeof(wlan_platform), 18 * slot);
+}
+
+// What the daemon is built with is what these see: no test installs a table here.
+class BuiltInTable : public testing::Test {
+protected:
+    void SetUp() override {
+        platform = fake_platform{};
+        clear_log();
+    }
+    void TearDown() override {
+        EXPECT_THAT(platform.calls, IsEmpty());
+        EXPECT_THAT(logged(), IsEmpty());
+    }
+    const uint8_t mac_[6] = {1, 2, 3, 4, 5, 6};
+};
+
+TEST_F(BuiltInTable, FlushAllByMacAndConfigureModeReturnZeroAndChangeNothing) {
+    EXPECT_EQ(kolt_flush_all_fcache_flow(), 0);
+    EXPECT_EQ(kolt_flush_fc_flow_by_mac(mac_, 0), 0);
+    for (uint32_t mode = 0; mode < 4; mode++)
+        EXPECT_EQ(kolt_configure_fc_mode(mode), 0);
+}
+
+TEST_F(BuiltInTable, TheOtherFlowCacheOperationsReturnZeroAndChangeNothing) {
+    uint32_t counters[4] = {1, 2, 3, 4};
+    const kolt_fc_flow_key key;
+    EXPECT_EQ(kolt_flush_fcache_flow_entry(1), 0);
+    EXPECT_EQ(kolt_update_fcache_flow_list(0, 0, 0, 0), 0);
+    EXPECT_EQ(kolt_get_maximal_ha_entries_from_fcache(nullptr, 20, nullptr), 0);
+    EXPECT_EQ(kolt_get_if_stat_from_fcache(1, &counters[0], &counters[1], &counters[2], &counters[3]), 0);
+    kolt_flush_fc_flow_by_ha(&key, 1);
+    EXPECT_THAT(counters, testing::ElementsAre(1, 2, 3, 4));
+}
+
+TEST_F(BuiltInTable, NeverSeesALowNoiseChannelNorALink) {
+    wlan_link links[WLAN_MAX_LINKS];
+    EXPECT_EQ(wlan_is_5g_low_noise(65535, 0, 1), 0);
+    EXPECT_EQ(wlan_get_links("wlan0", links), 0);
+}
+
+TEST_F(BuiltInTable, AdjustsAUtilisationByZero) {
+    uint8_t adjustment = 77;
+    EXPECT_EQ(wlan_get_util_adjustment("wlan0", 3, &adjustment, 9), 1);
+    EXPECT_EQ(adjustment, 0);
+}
+
+TEST_F(BuiltInTable, DeletesNoWdsEntry) {
+    wlan_delete_wds_entry("wlan0", mac_);
+}
+
+} // namespace
