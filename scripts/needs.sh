@@ -1,0 +1,5 @@
+# The Debian packages that the commands in this folder need, beyond a base system.
+KOLT_BUILD_NEEDS=(g++ cmake ninja-build libjson-c-dev)
+KOLT_NODE_NEEDS=(python3 iproute2 util-linux mount)
+KOLT_TEST_NEEDS=(libgtest-dev libgmock-dev python3-pytest valgrind clang libclang-rt-14-dev clang-format clang-tidy
+    binutils git)
