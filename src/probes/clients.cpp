@@ -1,6 +1,7 @@
 #include "probes/clients.h"
 
 #include "core/log.h"
+#include "probes/client_index.h"
 #include "probes/table_buffer.h"
 
 #include <algorithm>
@@ -65,13 +66,16 @@ int kolt_get_hd_client_list(const char *bridge, kolt_client *clients, uint8_t co
     }
     const table_buffer table(buffer);
     const auto *entries = static_cast<const hd_entry *>(buffer);
-    const auto *end = entries + entry_count;
+    const hd_entry *first_entries[KOLT_MAX_LISTED_CLIENTS] = {}; // by the client's number
+    kolt_index_clients(clients, count);
+    for (uint32_t i = 0; i < entry_count; i++) {
+        const uint16_t number = kolt_client_number(entries[i].client_mac);
+        if (number != KOLT_NO_CLIENT && first_entries[number] == nullptr)
+            first_entries[number] = &entries[i];
+    }
     for (uint8_t i = 0; i < count; i++) {
-        const uint8_t *mac = clients[i].mac;
-        const auto *found =
-            std::find_if(entries, end, [mac](const auto &entry) { return kolt_mac_equal(entry.client_mac, mac) == 1; });
-        if (found != end)
-            clients[i].hd_port = found->port;
+        if (const hd_entry *entry = first_entries[kolt_client_number(clients[i].mac)])
+            clients[i].hd_port = entry->port;
     }
     return 1;
 }

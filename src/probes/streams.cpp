@@ -2,10 +2,12 @@
 
 #include "adaptors/flow_cache.h"
 #include "core/log.h"
+#include "probes/forward_streams.h"
+#include "probes/growing_array.h"
 #include "probes/ports.h"
+#include "probes/stream_index.h"
 #include "probes/table_buffer.h"
 
-#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -13,18 +15,8 @@ namespace {
 constexpr uint32_t PROTOCOL_TCP = 6;
 constexpr uint32_t PROTOCOL_UDP = 17;
 
-using stream_array = kolt_handle<ha_table_entry *, free>;
-
-// The first candidate that is the forward direction of `reverse`, or null.
-ha_table_entry *find_forward(ha_table_entry *const *candidates, uint32_t count, const ha_table_entry &reverse) {
-    for (uint32_t i = 0; i < count; i++) {
-        ha_table_entry *forward = candidates[i];
-        if (kolt_mac_equal(forward->src_addr, reverse.dst_addr) == 1 && forward->src_port == reverse.dst_port &&
-            forward->dst_port == reverse.src_port)
-            return forward;
-    }
-    return nullptr;
-}
+// The forward streams of the client at hand.
+kolt_growing_array<ha_table_entry *> candidates;
 
 void merge_reverse(ha_table_entry *forward, const ha_table_entry &reverse) {
     const uint32_t packets = reverse.counter_a;
@@ -35,26 +27,28 @@ void merge_reverse(ha_table_entry *forward, const ha_table_entry &reverse) {
     forward->counter_b += bytes;
 }
 
-uint32_t gather_forward(ha_table_entry *table, uint32_t count, const kolt_client &client,
-                        const kolt_interface_list *ports, ha_table_entry **candidates) {
+uint32_t gather_forward(ha_table_entry *table, const kolt_client_streams &streams, const kolt_interface_list *ports) {
     uint32_t found = 0;
-    for (uint32_t i = 0; i < count; i++) {
-        if (kolt_mac_equal(table[i].dst_addr, client.mac) == 1 && kolt_check_stream_port_norelay(&table[i], ports) == 1)
-            candidates[found++] = &table[i];
+    for (uint32_t i = streams.first_to; i != KOLT_NO_STREAM; i = kolt_next_stream_to(i)) {
+        if (kolt_check_stream_port_norelay(&table[i], ports) == 1)
+            candidates.elements[found++] = &table[i];
     }
     return found;
 }
 
-void merge_reverses(const ha_table_entry *table, uint32_t count, const kolt_client &client,
-                    const kolt_client_list *clients, ha_table_entry *const *candidates, uint32_t found) {
-    for (uint32_t i = 0; i < count; i++) {
-        const ha_table_entry &reverse = table[i];
-        if (kolt_mac_equal(reverse.src_addr, client.mac) == 0 || kolt_check_nonrelay_client(&reverse, clients) == 0 ||
-            (reverse.flags & HA_MERGEABLE) == 0)
+// Adds what came back to the streams that went out; false without memory.
+bool merge_reverses(const ha_table_entry *table, const kolt_client_streams &streams, uint32_t found) {
+    if (!streams.nonrelay || found == 0)
+        return true;
+    if (!kolt_index_forward_streams(candidates.elements, found))
+        return false;
+    for (uint32_t i = streams.first_from; i != KOLT_NO_STREAM; i = kolt_next_stream_from(i)) {
+        if ((table[i].flags & HA_MERGEABLE) == 0)
             continue;
-        if (ha_table_entry *forward = find_forward(candidates, found, reverse))
-            merge_reverse(forward, reverse);
+        if (ha_table_entry *forward = kolt_find_forward_stream(table[i]))
+            merge_reverse(forward, table[i]);
     }
+    return true;
 }
 
 // What the flow cache alone knows of a stream is left to it.
@@ -126,25 +120,31 @@ void kolt_insert_top_stream(ha_table_entry **list, uint8_t limit, ha_table_entry
 }
 
 void kolt_collect_client_ha_entries(ha_table_entry *table, uint32_t count, kolt_client *client,
-                                    const kolt_client_list *clients, const kolt_interface_list *ports, uint8_t limit) {
+                                    const kolt_interface_list *ports, uint8_t limit) {
     if (table == nullptr || count == 0 || client == nullptr || limit > KOLT_MAX_STREAMS)
         return;
-    const stream_array candidates(static_cast<ha_table_entry **>(calloc(size_t{count} + 1, sizeof(void *))));
-    if (!candidates)
+    const kolt_client_streams *streams = kolt_streams_of(client->mac);
+    if (streams == nullptr || client->hd_port == KOLT_NO_HD_PORT || !candidates.reserve(count))
         return;
-    uint32_t found = 0;
-    if (client->hd_port != KOLT_NO_HD_PORT) {
-        found = gather_forward(table, count, *client, ports, candidates.get());
-        merge_reverses(table, count, *client, clients, candidates.get(), found);
-    }
+    const uint32_t found = gather_forward(table, *streams, ports);
+    if (!merge_reverses(table, *streams, found))
+        return;
     ha_table_entry *top[KOLT_MAX_STREAMS] = {};
     for (uint32_t i = 0; i < found; i++) {
-        ha_table_entry *stream = candidates.get()[i];
+        ha_table_entry *stream = candidates.elements[i];
         if ((stream->flags & HA_UNRANKED) == 0 && stream->counter_a != 0 && stream->counter_b != 0)
             kolt_insert_top_stream(top, limit, stream);
     }
     for (uint8_t i = 0; i < limit && top[i] != nullptr; i++)
         write_stream(&client->ha[i], *top[i]);
+}
+
+void kolt_rank_streams(ha_table_entry *table, uint32_t count, const kolt_client_list *clients,
+                       const kolt_interface_list *ports) {
+    if (!kolt_index_streams(table, count, clients))
+        return; // without memory no client has streams this time
+    for (uint8_t i = 0; i < clients->count; i++)
+        kolt_collect_client_ha_entries(table, count, &clients->clients[i], ports, KOLT_MAX_STREAMS);
 }
 
 int kolt_get_maximal_ha_entries(const char *bridge, kolt_client_list *clients, const kolt_interface_list *ports) {
@@ -155,9 +155,7 @@ int kolt_get_maximal_ha_entries(const char *bridge, kolt_client_list *clients, c
         return 0;
     }
     const table_buffer table(buffer);
-    auto *entries = static_cast<ha_table_entry *>(buffer);
-    for (uint8_t i = 0; i < clients->count; i++)
-        kolt_collect_client_ha_entries(entries, count, &clients->clients[i], clients, ports, KOLT_MAX_STREAMS);
+    kolt_rank_streams(static_cast<ha_table_entry *>(buffer), count, clients, ports);
     (void)kolt_get_maximal_ha_entries_from_fcache(clients, KOLT_MAX_STREAMS, ports); // without a flow cache, none
     return 1;
 }

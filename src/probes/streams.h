@@ -17,10 +17,15 @@ int kolt_get_client_list_ha_entries(const char *bridge, kolt_client_list *client
 // Has the flow cache refresh its flow list; 1, or 0 after a message.
 int kolt_update_stream_entries_stats(const char *bridge);
 
-// Ranks one client's streams out of an HA table (which it updates as it merges reverse streams) into the client's
-// records, at most `limit` (up to 20). Records behind the last ranked stream stay as they are.
+// Ranks the streams of every client of the list, in list order, into the clients' records, at most KOLT_MAX_STREAMS a
+// client; updates the table as it merges reverse streams into their forward ones. Records behind a client's last ranked
+// stream stay as they are.
+void kolt_rank_streams(ha_table_entry *table, uint32_t count, const kolt_client_list *clients,
+                       const kolt_interface_list *ports);
+
+// The same for one client of the list that the table was indexed for last, and at most `limit` (up to 20) streams.
 void kolt_collect_client_ha_entries(ha_table_entry *table, uint32_t count, kolt_client *client,
-                                    const kolt_client_list *clients, const kolt_interface_list *ports, uint8_t limit);
+                                    const kolt_interface_list *ports, uint8_t limit);
 
 // Puts `stream` into a top list of `limit` slots, ordered by counter_b, the earlier stream first among equals; at most
 // KOLT_MAX_STREAMS_OF_PORT streams of one port. The list borrows the streams.

@@ -1,5 +1,7 @@
 #include "stream_test.h"
 
+#include "probes/stream_index.h"
+
 namespace {
 
 using testing::IsEmpty;
@@ -29,8 +31,10 @@ protected:
     void collect(kolt_client *client, uint8_t limit) {
         const std::vector<uint8_t> &bytes = platform.tables[HA_CODE].bytes;
         table_.assign(bytes.begin(), bytes.end());
-        kolt_collect_client_ha_entries(reinterpret_cast<ha_table_entry *>(table_.data()),
-                                       static_cast<uint32_t>(bytes.size() / 100), client, &list_, ports_.get(), limit);
+        auto *entries = reinterpret_cast<ha_table_entry *>(table_.data());
+        const auto count = static_cast<uint32_t>(bytes.size() / 100);
+        ASSERT_TRUE(kolt_index_streams(entries, count, &list_));
+        kolt_collect_client_ha_entries(entries, count, client, ports_.get(), limit);
     }
 
     template <class Value> [[nodiscard]] Value in_table(size_t entry, size_t offset) const {
@@ -87,9 +91,8 @@ TEST_F(StreamCollect, GivesUpWithoutTableEntriesOrClient) {
     add_stream(forward());
     collect(nullptr, 20);
     EXPECT_EQ(table_, platform.tables[HA_CODE].bytes);
-    kolt_collect_client_ha_entries(reinterpret_cast<ha_table_entry *>(table_.data()), 0, &client, &list_, ports_.get(),
-                                   20);
-    kolt_collect_client_ha_entries(nullptr, 1, &client, &list_, ports_.get(), 20);
+    kolt_collect_client_ha_entries(reinterpret_cast<ha_table_entry *>(table_.data()), 0, &client, ports_.get(), 20);
+    kolt_collect_client_ha_entries(nullptr, 1, &client, ports_.get(), 20);
     EXPECT_THAT(keys_of(client), IsEmpty());
 }
 
