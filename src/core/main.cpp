@@ -3,6 +3,7 @@
 #include "core/log.h"
 #include "core/module.h"
 #include "loop_avoidance/loop_avoidance.h"
+#include "path_selection/path_selection.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -11,8 +12,8 @@
 namespace {
 
 // The order in which the modules are built. Each is put at the front of the lists, so events and teardown reach the
-// last one first. A null slot is a module that this build leaves out.
-constexpr kolt_module_constructor CONSTRUCTORS[] = {loop_avoidance_init, nullptr};
+// last one first.
+constexpr kolt_module_constructor CONSTRUCTORS[] = {loop_avoidance_init, path_selection_init};
 
 int usage(const char *program, int status) {
     (void)fprintf(stderr, "%s [-c config] [-h]\n", program);
@@ -22,7 +23,7 @@ int usage(const char *program, int status) {
 // Builds the modules and puts each into the module list; one that fails has logged it and is left out.
 void add_modules(config *config) {
     for (kolt_module_constructor construct : CONSTRUCTORS) {
-        kolt_module *module = construct != nullptr ? construct(config) : nullptr;
+        kolt_module *module = construct(config);
         if (module == nullptr)
             continue;
         KOLT_INFO_AS("main", "%s initialized", module->name);
