@@ -1,0 +1,125 @@
+#include "period_report.h"
+
+#include "probes/clients.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+constexpr std::pair<int64_t, int64_t> LIMITED_SIZE = {256, 5000};
+constexpr double OWN_WORK_LIMIT = 0.002; // seconds of processor time
+constexpr double SPEED_UP_LIMIT = 20;
+
+constexpr const char *PART_NAMES[PERIOD_PARTS] = {
+    "client list from FDB and HD table", "ranking of streams",      "statistics and placement of clients",
+    "ports, paths, quotas, parsing",     "tables from the library", "other calls of the library",
+    "driver's and kernel's pipes",       "runtime files",           "notifications to the parent"};
+
+using table_value = double (*)(const findings_of_size &);
+
+void print_table(const period_findings &found, const char *title, table_value value) {
+    (void)fprintf(stderr, "\n%s\n%12s", title, "clients");
+    for (const int64_t streams : PERIOD_STREAMS)
+        (void)fprintf(stderr, "%7d streams", static_cast<int>(streams));
+    for (const int64_t clients : PERIOD_CLIENTS) {
+        (void)fprintf(stderr, "\n%12d", static_cast<int>(clients));
+        for (const int64_t streams : PERIOD_STREAMS)
+            (void)fprintf(stderr, "%15.1f", value(found.at({clients, streams})));
+    }
+    (void)fprintf(stderr, "\n");
+}
+
+// Solves a small system of equations in place; the solution takes the place of the right side.
+template <size_t N> void solve(double (&matrix)[N][N + 1]) {
+    for (size_t pivot = 0; pivot < N; pivot++) {
+        for (size_t row = 0; row < N; row++) {
+            const double factor = row == pivot ? 0 : matrix[row][pivot] / matrix[pivot][pivot];
+            for (size_t column = pivot; factor != 0 && column <= N; column++)
+                matrix[row][column] -= factor * matrix[pivot][column];
+        }
+    }
+    for (size_t row = 0; row < N; row++)
+        matrix[row][N] /= matrix[row][row];
+}
+
+// Fits fixed + a * streams + b * clients + c * streams * clients, by relative errors, and prints what each term gives
+// at the largest size.
+void print_fit(const period_findings &found, const char *title, table_value value) {
+    constexpr size_t terms = 4;
+    double matrix[terms][terms + 1] = {};
+    for (const auto &[size, here] : found) {
+        const double clients = static_cast<double>(std::min<int64_t>(size.first, KOLT_MAX_LISTED_CLIENTS));
+        const auto streams = static_cast<double>(size.second);
+        const double measured = value(here);
+        const double variables[terms] = {1 / measured, streams / measured, clients / measured,
+                                         streams * clients / measured};
+        for (size_t row = 0; row < terms; row++) {
+            for (size_t column = 0; column < terms; column++)
+                matrix[row][column] += variables[row] * variables[column];
+            matrix[row][terms] += variables[row];
+        }
+    }
+    solve(matrix);
+    (void)fprintf(stderr,
+                  "%-18s %8.1f us + %7.2f ns a stream + %8.1f ns a client + %8.4f ns a stream and client\n"
+                  "%18s at 255 x 20,000: %10.1f + %12.1f + %14.1f + %10.1f us\n",
+                  title, matrix[0][terms], matrix[1][terms] * 1e3, matrix[2][terms] * 1e3, matrix[3][terms] * 1e3, "",
+                  matrix[0][terms], matrix[1][terms] * 20000, matrix[2][terms] * 255, matrix[3][terms] * 20000 * 255);
+}
+
+void print_parts(const findings_of_size &here) {
+    (void)fprintf(stderr, "\nOne period, 255 clients and 5,000 streams (medians)%11s %12s %9s\n", "cpu us", "wall us",
+                  "calls");
+    for (size_t part = 0; part < PERIOD_PARTS; part++) {
+        (void)fprintf(stderr, "  %-45s %14.1f %12.1f", PART_NAMES[part], here.parts.cpu[part] * 1e6,
+                      here.parts.wall[part] * 1e6);
+        if (part >= OWN_PARTS)
+            (void)fprintf(stderr, " %9zu", here.parts.calls[part]);
+        (void)fprintf(stderr, "\n");
+        if (part + 1 == OWN_PARTS)
+            (void)fprintf(stderr, "  %-45s %14.1f %12.1f\n", "= the daemon's own work", here.own * 1e6,
+                          here.parts.own_wall() * 1e6);
+    }
+    (void)fprintf(stderr, "  %-45s %14.1f %12.1f\n  %-45s %14.1f\n", "= the whole period", here.parts.whole() * 1e6,
+                  here.parts.whole_wall() * 1e6, "child processes of the pipes", here.children * 1e6);
+}
+
+bool print_limit(const char *name, double value, const char *relation, double limit, const char *unit, bool kept) {
+    (void)fprintf(stderr, "%-64s %9.2f %-5s %s %4.0f  %s\n", name, value, unit, relation, limit,
+                  kept ? "kept" : "BROKEN");
+    return kept;
+}
+
+} // namespace
+
+bool report_period(const period_findings &found) {
+    (void)fprintf(stderr,
+                  "\nThe daemon's own work is the processor time of one whole timer callback less what is spent "
+                  "inside calls of\nthe platform libraries, pipes, runtime files and notifications; messages are "
+                  "off (log level 0), errors are not.\n256 clients are seen, 255 are listed.\n");
+    print_table(found, "Own work of one period, microseconds of processor time",
+                [](const findings_of_size &here) { return here.own * 1e6; });
+    print_table(found, "Ranking of streams, microseconds",
+                [](const findings_of_size &here) { return here.indexed * 1e6; });
+    print_table(found, "The same as a plain scan per client, microseconds",
+                [](const findings_of_size &here) { return here.plain * 1e6; });
+    print_table(found, "Plain ranking as a multiple of the ranking",
+                [](const findings_of_size &here) { return here.plain / here.indexed; });
+    print_parts(found.at(LIMITED_SIZE));
+    (void)fprintf(stderr, "\nGrowth (least squares of relative errors over all sizes)\n");
+    print_fit(found, "own work", [](const findings_of_size &here) { return here.own * 1e6; });
+    print_fit(found, "ranking", [](const findings_of_size &here) { return here.indexed * 1e6; });
+    print_fit(found, "plain scan", [](const findings_of_size &here) { return here.plain * 1e6; });
+
+    const findings_of_size &here = found.at(LIMITED_SIZE);
+    (void)fprintf(stderr, "\nLimits at 255 clients and 5,000 streams\n");
+    const bool own =
+        print_limit("own work of a period", here.own * 1e3, "<", OWN_WORK_LIMIT * 1e3, "ms", here.own < OWN_WORK_LIMIT);
+    const double speed_up = here.plain / here.indexed;
+    const bool faster = print_limit("ranking, times faster than the plain scan per client", speed_up,
+                                    ">=", SPEED_UP_LIMIT, "times", speed_up >= SPEED_UP_LIMIT);
+    (void)fprintf(stderr, "For comparison: the plain scan alone takes %.1f times all of the period's own work.\n",
+                  here.plain / here.own);
+    return own && faster;
+}
