@@ -1,12 +1,13 @@
 #!/usr/bin/python3
 """
-Shows the daemon at its main job: a sample range extender, what the daemon is told, and what it then programs.
+Shows the daemon at its two jobs: a sample range extender, what the daemon is told, and what it then programs.
 """
 import os
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.realpath(__file__)))
 
+import demo_paths  # noqa: E402
 from kolt_node import IWEVEXPIRED, Node, sample, wireless_event  # noqa: E402
 
 # What a port is programmed with, by library call: the column's title and the argument that is shown.
@@ -94,10 +95,8 @@ def describe(indexes: dict[str, int]) -> None:
 
 
 def story(node: Node) -> None:
-    describe(sample.set_up(node))
-    node.start_broker()
     programmed = Programmed(node)
-    node.start_daemon(sample.config())
+    node.start_daemon(sample.config(period=3600))
     show(programmed, "Start", "kolt -c /etc/kolt.json: every loop-avoiding bridge is programmed for mode RE.")
 
     node.set_link("5g_2", 0)
@@ -125,15 +124,25 @@ def story(node: Node) -> None:
          "link notification of wlan0-b, whose VLAN interface wlan0-b.1 is a relaying backhaul path.")
 
 
+def end(node: Node) -> int:
+    """Ends the daemon and prints what it had to say, without the lines that a period repeats."""
+    status = node.stop_daemon()
+    print(f"\n=== SIGTERM\n\n  The daemon ended with status {status}.")
+    return status
+
+
 def main() -> int:
     with Node() as node:
+        indexes = sample.set_up(node)
+        describe(indexes)
+        node.start_broker()
         story(node)
-        status = node.stop_daemon()
-        print("\n=== SIGTERM\n")
-        print(f"  The daemon ended with status {status}. Its log:")
+        first = end(node)
+        print("  Its log:")
         for record in node.log():
             print(f"    {record.function}: {record.level}: {record.text.strip()}")
-    return status
+        demo_paths.story(node, indexes)
+        return first or end(node)
 
 
 if __name__ == "__main__":

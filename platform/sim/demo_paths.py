@@ -1,0 +1,80 @@
+"""The second half of the demonstration: the daemon measures the backhaul paths and places clients and streams on them."""
+import re
+
+from kolt_node import Node, hd_entry, sample
+from kolt_node.messages import ha_entry, mac_bytes
+
+PATH_LINE = re.compile(r"path: (\S+), util: (\d+),.* quota: (\d+),.* processed_rate: (\d+)")
+KIB = 1024
+
+
+class Tables:
+    """The clients and streams of the sample, kept as the daemon places them: what the bridge itself would do."""
+
+    def __init__(self, node: Node, indexes: dict[str, int]) -> None:
+        self.node, self.indexes = node, indexes
+        self.names = {index: name for name, index in indexes.items()}
+        busy = indexes["wlan0.1"]
+        self.hd = {mac: busy for mac in sample.SERVERS}
+        self.streams = {(5000 + number, 443): {"src": client, "dst": server, "port": busy, "hash": number,
+                                               "bytes": (number + 1) * 800 * KIB}
+                        for number, (client, server) in enumerate(zip(sample.CLIENTS, sample.SERVERS))}
+
+    def write(self) -> None:
+        self.node.set_table("br-lan", "hd", [hd_entry(mac, port) for mac, port in self.hd.items()])
+        self.node.set_table("br-lan", "ha", [
+            ha_entry(one["src"], one["dst"], one["port"], hash=one["hash"], src_port=ports[0], dst_port=ports[1],
+                     packets=one["bytes"] // 1200, bytes_=one["bytes"]) for ports, one in self.streams.items()])
+
+    def follow(self, calls: list[dict]) -> list[str]:
+        """Takes over what the daemon programmed; returns it in words."""
+        told = []
+        for entry in calls:
+            given = entry["args"]
+            if entry["call"] == "bridgeAddHDTableEntries":
+                told.append(f"client {given['client_mac']} is pinned to {given['ifname']}")
+                self.hd[given["client_mac"].lower()] = self.indexes[given["ifname"]]
+            if entry["call"] == "bridgeSetHATableEntries":
+                stream = self.streams[(given["src_port"], given["dst_port"])]
+                told.append(f"stream {given['src_port']} of {given['dst']} ({stream['bytes'] // KIB} KiB a period) moves "
+                            f"from {self.names[stream['port']]} to {given['ifname']}")
+                stream["port"] = self.indexes[given["ifname"]]
+        self.write()
+        return told
+
+
+def set_utilisation(node: Node, busy: int) -> None:
+    """How busy the channel of each radio is; the 2.4 GHz one is what changes in this story."""
+    for radio, link, util in (("wlan0", "2.4g", busy), ("wlan1", "5g", 40), ("wlan2", "5g_2", 20)):
+        station = {"mac": mac_bytes(sample.CAP_MAC), "tx": sample.RATES[radio], "rssi": 45}
+        node.set_driver_files(radio, link, [station], util)
+
+
+def show_period(node: Node, tables: Tables, title: str) -> None:
+    """Waits for the next whole period and prints what the daemon measured, decided and placed."""
+    mark = node.mark()
+    node.wait_for(lambda: len(node.log(mark, function="path_selection_init_path_quota")) >= len(sample.UPLINKS), 5,
+                  "a period")
+    node.wait_idle()
+    print(f"\n=== {title}\n")
+    print("  path      PHY rate  busy   quota")
+    for record in node.log(mark, function="path_selection_init_path_quota"):
+        if found := PATH_LINE.match(record.text):
+            name, util, quota, rate = found.groups()
+            print(f"  {name:8}  {rate:>8}  {util:>3} %  {int(quota) / 100:5.1f} %")
+    told = tables.follow(node.journal(mark))
+    print("\n" + "\n".join(f"  {line}" for line in told or ["nothing moves"]))
+
+
+def story(node: Node, indexes: dict[str, int]) -> None:
+    sample.add_state_files(node)
+    tables = Tables(node, indexes)
+    tables.write()
+    set_utilisation(node, 50)
+    node.start_daemon(sample.config(period=1))
+    show_period(node, tables, "Path selection: a calm period. Clients are pinned to the path with the most capacity")
+    set_utilisation(node, 92)
+    show_period(node, tables, "The 2.4 GHz channel gets busy. One hot period alone moves no stream")
+    show_period(node, tables, "It stays busy. Now the streams leave the hot path, two a client and period at the most")
+    set_utilisation(node, 35)
+    show_period(node, tables, "The channel has recovered")
