@@ -65,6 +65,9 @@ TEST_F(BestPath, DividesBeforeItWeighs) {
     EXPECT_EQ(best(), 2);
     add(3, 200, 1); // 200
     EXPECT_EQ(best(), 3);
+    add(2, 150, 100); // 15000 / 100 = 150, 15000
+    add(3, 100, 120); // 12000 / 100 = 120, 12000
+    EXPECT_EQ(best(), 2) << "the quota is not cut to whole percents first";
 }
 
 TEST_F(BestPath, MayHaveNoCapacityAtAll) {
