@@ -23,6 +23,10 @@ enum kolt_link_type : uint32_t {
 };
 constexpr uint32_t KOLT_LINK_COUNT = 5;
 
+[[nodiscard]] constexpr bool kolt_is_wifi_link(uint32_t type) {
+    return type == KOLT_LINK_2G || type == KOLT_LINK_5G || type == KOLT_LINK_5G_2;
+}
+
 enum config_bridge_flag : uint32_t { CONFIG_LOOP_AVOIDANCE = 1U << 0, CONFIG_PATH_SELECTION = 1U << 1 };
 
 struct config_bridge {

@@ -14,10 +14,6 @@ namespace {
 constexpr size_t IFINDEX_LOW = 6;
 constexpr size_t IFINDEX_HIGH = 12;
 
-bool is_wifi(const config_interface *port) {
-    return port->type == KOLT_LINK_2G || port->type == KOLT_LINK_5G || port->type == KOLT_LINK_5G_2;
-}
-
 // Whether a station that was learnt on `ifname` no longer is behind one of this node's own WDS links.
 bool needs_clean_up(const char *bridge, const char *ifname, config_interface **ports, uint32_t count) {
     if (kolt_name_equal(ifname, bridge))
@@ -49,7 +45,7 @@ void loop_avoidance_delete_wds_entry(config *config, const uint8_t *payload) {
     if (!needs_clean_up(bridge.text, ifname, ports, count))
         return;
     for (uint32_t i = 0; i < count; i++) {
-        if (ports[i]->relay != 1 || !is_wifi(ports[i]))
+        if (ports[i]->relay != 1 || !kolt_is_wifi_link(ports[i]->type))
             continue;
         char base[KOLT_NAME_SIZE];
         kolt_get_base_name(base, ports[i]->name);

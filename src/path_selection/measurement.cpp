@@ -15,15 +15,11 @@ constexpr char MEASURING[] = "path_selection_get_wlan_path_info";
 constexpr uint16_t LOWEST_TRUSTED_RATE = 21; // a lower one is a direction that idles
 constexpr uint8_t CLASS_EXCLUDED = 1;
 
-bool is_wifi(uint32_t type) {
-    return type == KOLT_LINK_2G || type == KOLT_LINK_5G || type == KOLT_LINK_5G_2;
-}
-
 // The order of the questions matters to the log: the link's state is read, and a missing file told, before the last
 // one.
 bool is_measured(const config_interface *port) {
     return port->relay == 0 && port->type != KOLT_LINK_NONE && port->class_ != CLASS_EXCLUDED &&
-           kolt_check_link_state(port->type) == 1 && is_wifi(port->type);
+           kolt_check_link_state(port->type) == 1 && kolt_is_wifi_link(port->type);
 }
 
 // What one walk over the path ports remembers.

@@ -13,10 +13,6 @@ constexpr char WAN_BRIDGE[] = "br-wan"; // never steered while the node extends 
 
 constexpr uint8_t WIFI_CLASS_EXCLUDED = 1;
 
-bool is_wifi(const config_interface *port) {
-    return port->type == KOLT_LINK_2G || port->type == KOLT_LINK_5G || port->type == KOLT_LINK_5G_2;
-}
-
 struct port_list {
     config_interface *ports[CONFIG_MAX_INTERFACES];
     uint8_t count = 0;
@@ -42,7 +38,7 @@ void clear_clients() {
 void path_selection_activate_links(const config *config, const port_list &paths) {
     for (uint8_t i = 0; i < paths.count; i++) {
         const config_interface *port = paths.ports[i];
-        if (port->relay != 0 || port->class_ == WIFI_CLASS_EXCLUDED || !is_wifi(port))
+        if (port->relay != 0 || port->class_ == WIFI_CLASS_EXCLUDED || !kolt_is_wifi_link(port->type))
             continue;
         char base[KOLT_NAME_SIZE];
         kolt_get_base_name(base, port->name);

@@ -9,16 +9,12 @@ namespace {
 
 using link_records = kolt_link_record[KOLT_LINK_COUNT];
 
-bool is_wifi(const config_interface *port) {
-    return port->type == KOLT_LINK_2G || port->type == KOLT_LINK_5G || port->type == KOLT_LINK_5G_2;
-}
-
 // Names the first nonrelay path port of each Wi-Fi type, by its first VLAN.
 void path_selection_fill_hd_ifnames(config *config, const char *bridge, link_records &records) {
     config_interface *ports[CONFIG_MAX_INTERFACES];
     const uint32_t count = kolt_get_path_ports(config, bridge, ports);
     for (uint32_t i = 0; i < count; i++) {
-        if (ports[i]->relay != 0 || !is_wifi(ports[i]) || records[ports[i]->type].name[0] != '\0')
+        if (ports[i]->relay != 0 || !kolt_is_wifi_link(ports[i]->type) || records[ports[i]->type].name[0] != '\0')
             continue;
         char base[KOLT_NAME_SIZE];
         kolt_get_base_name(base, ports[i]->name);
