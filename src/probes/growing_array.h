@@ -14,9 +14,10 @@ template <class T> struct kolt_growing_array {
     [[nodiscard]] bool reserve(size_t count) {
         if (count <= capacity)
             return true;
-        if (count > SIZE_MAX / sizeof(T))
+        constexpr size_t size = sizeof(T); // NOLINT(bugprone-sizeof-expression): pointers are elements like any other
+        if (count > SIZE_MAX / size)
             return false;
-        void *memory = malloc(count * sizeof(T));
+        void *memory = malloc(count * size);
         if (memory == nullptr)
             return false;
         free(elements);
