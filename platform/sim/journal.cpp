@@ -7,6 +7,8 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <linux/time_types.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -15,9 +17,10 @@ constexpr char JOURNAL[] = NODE_DIR "/journal";
 constexpr char DIGITS[] = "0123456789abcdef";
 constexpr size_t LONGEST_TEXT = 64; // shows a name that ran past its field without following it forever
 
+// The real time, also where clock_calls.cpp makes another: asked of the kernel, since a call by name leads there.
 long long monotonic_ns() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
+    __kernel_old_timespec now{};
+    (void)syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &now); // cannot fail with this clock
     return now.tv_sec * 1000000000LL + now.tv_nsec;
 }
 

@@ -21,6 +21,8 @@ import mounts  # noqa: E402
 from children import Children  # noqa: E402
 from kernel import Kernel  # noqa: E402
 
+CLOCK_ADDRESS = "\0kolt-node.clock"
+
 
 class Agent:
     def __init__(self, control: socket.socket) -> None:
@@ -177,10 +179,18 @@ def set_sysctl(name: str, value: str) -> None:
 
 
 def introduce(control: socket.socket) -> None:
-    """Says that the node stands, and hands the journal over: reading it then costs the agent nothing."""
+    """
+    Says that the node stands, and hands over what then costs the agent nothing: the journal, the root directory for
+    writing files in bulk, and the socket where a daemon asks for simulated time.
+    """
     journal = os.open(mounts.NODE_DIR + "/journal", os.O_RDONLY | os.O_CREAT, 0o644)
+    root = os.open("/", os.O_PATH | os.O_DIRECTORY)
     hello = json.dumps({"news": "ready", "pid": os.getpid()}).encode() + b"\n"
-    socket.send_fds(control, [hello], [journal])
+    with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as clock:
+        clock.bind(CLOCK_ADDRESS)
+        clock.listen()
+        socket.send_fds(control, [hello], [journal, root, clock.fileno()])
+    os.close(root)
     os.close(journal)
 
 

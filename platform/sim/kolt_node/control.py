@@ -88,6 +88,8 @@ class Control:
         self._next_id = 0
         self._ready: dict | None = None
         self._journal_fd = -1
+        self.root_fd = -1
+        self.clock_listener: socket.socket | None = None
         self._journal_rest = b""
         self._journal: list[dict] = []
         self._log: list[LogRecord] = []
@@ -147,8 +149,7 @@ class Control:
             _, errors = self._agent.communicate()
         if self._journal_fd >= 0:
             self._read_journal()
-            os.close(self._journal_fd)
-            self._journal_fd = -1
+            self._close_descriptors()
         return errors.decode("utf-8", "replace")
 
     def call(self, operation: str, timeout: float = 10.0, **arguments: object) -> Any:
@@ -185,14 +186,26 @@ class Control:
         """The last log messages, for error texts."""
         return "\n".join(record.raw for record in self._log[-count:])
 
+    def wait_readable(self, other: socket.socket, timeout: float) -> bool:
+        """Waits up to `timeout` seconds for the node's news, which are taken in, or for another socket: is it ready?"""
+        if self._socket is None:
+            raise NodeError("the node is not running")
+        poll = select.poll()
+        poll.register(self._socket, select.POLLIN)
+        poll.register(other, select.POLLIN)
+        ready = [fd for fd, _ in poll.poll(timeout * 1000)]
+        if self._socket.fileno() in ready:
+            self._pump(0)
+        return other.fileno() in ready
+
     def _pump(self, timeout: float) -> None:
         """Takes in what the agent has sent, waiting up to `timeout` seconds for the first of it."""
         if self._socket is None:
             return
         while select.select([self._socket], [], [], timeout)[0]:
-            data, fds, _, _ = socket.recv_fds(self._socket, 1 << 20, 1)
+            data, fds, _, _ = socket.recv_fds(self._socket, 1 << 20, 3, socket.MSG_CMSG_CLOEXEC)
             if fds:
-                self._journal_fd = fds[0]
+                self._adopt(fds)
             if not data:
                 raise NodeError("the node's agent has ended")
             self._unread += data
@@ -201,6 +214,23 @@ class Control:
             for line in lines:
                 self._take(json.loads(line))
             timeout = 0
+
+    def _adopt(self, fds: list[int]) -> None:
+        """
+        Takes what the agent hands over: its journal, its "/" and the socket that a daemon asks for simulated time.
+        `root_fd` serves as dir_fd for relative paths below tmp, run, etc/config and proc; mind that a link on the way
+        which starts with a slash leads out of the node.
+        """
+        self._journal_fd, self.root_fd, clock = fds
+        self.clock_listener = socket.socket(fileno=clock)
+
+    def _close_descriptors(self) -> None:
+        os.close(self._journal_fd)
+        os.close(self.root_fd)
+        self._journal_fd = self.root_fd = -1
+        if self.clock_listener is not None:
+            self.clock_listener.close()
+        self.clock_listener = None
 
     def _take(self, message: dict) -> None:
         match message.get("news"):

@@ -6,10 +6,14 @@ import signal as signals
 import time
 from collections.abc import Iterable
 from pathlib import Path
+from typing import TYPE_CHECKING
 
 from .control import POLL_SECONDS, ROOT, LogRecord, Mark, NodeError, Process
 from .messages import link_message, nlmsghdr
-from .state import State
+from .state import NODE_DIR, State
+
+if TYPE_CHECKING:
+    from .clock import SimulatedClock
 
 BROKER_SOCKET = "/var/run/ubus/ubus.sock"
 VALGRIND_LOG = "/tmp/valgrind.log"
@@ -35,6 +39,7 @@ class Node(State):
         super().__init__((self.build, self.build.resolve(), *keep))
         self.daemon: Process | None = None
         self.broker: Process | None = None
+        self.clock: SimulatedClock | None = None  # while the daemon follows one
 
     # Processes
 
@@ -91,16 +96,31 @@ class Node(State):
             self.wait_idle(timeout * (6 if valgrind else 1), or_ended=True)
         return self.daemon
 
+    def use_simulated_clock(self) -> None:
+        """
+        From now on a program that is started here asks kolt_node.clock.SimulatedClock for the time, and stands still
+        until it is attached: the daemon is to be started with ready=False.
+        """
+        self.write_file(f"{NODE_DIR}/clock", b"")
+
     def stop_daemon(self, signal: int = signals.SIGTERM, timeout: float = 10.0) -> int:
         """Ends the daemon by a signal and returns its exit status; one that has already ended only gives that."""
         daemon = self._daemon()
         self.signal(daemon, signal)
+        if self.clock is not None:
+            self.clock.close()  # it may be pausing, and ends in real time
         return self.wait_exit(daemon, timeout)
 
     def wait_idle(self, timeout: float = 5.0, *, or_ended: bool = False) -> None:
-        """Waits until the daemon has handled everything that it was sent and waits for more in its event loop."""
+        """
+        Waits until the daemon has handled everything that it was sent and waits for more in its event loop, or, in
+        simulated time, pauses.
+        """
         daemon = self._daemon()
-        self.wait_for(lambda: daemon.status is not None or is_waiting(daemon.pid), timeout, "the daemon to be idle")
+        if self.clock is not None:
+            self.clock.settle(timeout)
+        else:
+            self.wait_for(lambda: daemon.status is not None or is_waiting(daemon.pid), timeout, "the daemon to be idle")
         self.drain()
         if daemon.status is not None and not or_ended:
             raise NodeError(f"the daemon ended with status {daemon.status}: {daemon.stderr[-2000:]}")
