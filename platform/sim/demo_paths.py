@@ -75,6 +75,6 @@ def story(node: Node, indexes: dict[str, int]) -> None:
     show_period(node, tables, "Path selection: a calm period. Clients are pinned to the path with the most capacity")
     set_utilisation(node, 92)
     show_period(node, tables, "The 2.4 GHz channel gets busy. One hot period alone moves no stream")
-    show_period(node, tables, "It stays busy. Now the streams leave the hot path, two a client and period at the most")
+    show_period(node, tables, "It stays busy. Now the streams leave the hot path, one a client and period at the most")
     set_utilisation(node, 35)
     show_period(node, tables, "The channel has recovered")
