@@ -1,5 +1,5 @@
-# Two flag sets: kolt_flags is what code of this project that runs on a node is built with, kolt_test_flags what
-# tests are built with (GoogleTest wants exceptions and RTTI left alone).
+# Three flag sets: kolt_flags is what code of this project that runs on a node is built with, kolt_test_flags what fuzz
+# targets and benchmarks are built with, kolt_unit_flags the unit tests (GoogleTest wants exceptions and RTTI left alone).
 
 add_library(kolt_warnings INTERFACE)
 target_compile_options(kolt_warnings INTERFACE
@@ -31,6 +31,17 @@ endif()
 add_library(kolt_test_flags INTERFACE)
 target_link_libraries(kolt_test_flags INTERFACE kolt_warnings kolt_sanitizers)
 target_compile_definitions(kolt_test_flags INTERFACE _GNU_SOURCE)
+
+# Unit tests are compiled more often than they run: what GoogleTest's templates grow to is neither optimized nor checked
+# for undefined behaviour. The code under test is.
+add_library(kolt_unit_flags INTERFACE)
+target_link_libraries(kolt_unit_flags INTERFACE kolt_warnings)
+target_compile_definitions(kolt_unit_flags INTERFACE _GNU_SOURCE)
+target_compile_options(kolt_unit_flags INTERFACE -O0 -g1)
+if(KOLT_SANITIZE)
+  target_compile_options(kolt_unit_flags INTERFACE -fsanitize=address -fno-omit-frame-pointer)
+  target_link_options(kolt_unit_flags INTERFACE -fsanitize=address,undefined)
+endif()
 
 include(CheckPIESupported)
 check_pie_supported()
