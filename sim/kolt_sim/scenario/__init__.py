@@ -1,0 +1,1 @@
+"""Scenarios: what a file may say, how it is checked, and the records it becomes."""

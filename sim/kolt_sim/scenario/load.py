@@ -1,0 +1,25 @@
+"""Reads a scenario file: its syntax, its form, whether its parts fit each other; all that is wrong is told together."""
+from itertools import chain
+from pathlib import Path
+
+from . import check, shape, syntax
+from .expand import expand
+from .problems import ScenarioError, lines, printable
+from .records import Scenario
+
+__all__ = ["ScenarioError", "load"]
+
+
+def load(path: str | Path) -> Scenario:
+    """The scenario in a file. Raises ScenarioError with a line, which begins with the file's name, for each problem."""
+    file = printable(str(path))
+    document, repeated = syntax.read(path, file)
+    _refuse(lines(file, document, chain(repeated, shape.problems(document))))
+    complete = shape.complete(document)
+    _refuse(lines(file, document, check.problems(complete)))
+    return expand(path, complete)
+
+
+def _refuse(problems: list[str]) -> None:
+    if problems:
+        raise ScenarioError(problems)
