@@ -10,6 +10,7 @@ from .messages import fdb_entry, ha_entry, hd_entry
 from .node import Node
 
 CAP_MAC = "02:10:00:00:00:10"
+BRIDGE_MACS = {"br-lan": "02:40:00:00:00:01", "br-guest": "02:40:00:00:00:02"}
 CLIENTS = [f"02:20:00:00:00:{number:02x}" for number in range(1, 7)]
 SERVERS = [f"02:30:00:00:00:{number:02x}" for number in range(1, 7)]
 
@@ -43,7 +44,7 @@ def set_up(node: Node) -> dict[str, int]:
 
 
 def add_interfaces(node: Node) -> dict[str, int]:
-    indexes = {name: node.add_interface(name, kind="bridge") for name in ("br-lan", "br-guest")}
+    indexes = {name: node.add_interface(name, kind="bridge", mac=mac) for name, mac in BRIDGE_MACS.items()}
     return indexes | {name: node.add_interface(name) for name in [*PORTS, *GUEST_PORTS, *RADIOS]}
 
 
