@@ -1,0 +1,87 @@
+"""The report: one self-contained HTML page about a run, with plots that a person reads at a glance."""
+import base64
+import hashlib
+import json
+import re
+from html import escape
+from pathlib import Path
+from string import Template
+
+from . import report_parts as parts
+from . import report_plots
+
+HERE = Path(__file__).resolve().parent
+LIBRARY = Path("/usr/share/javascript/dygraphs")
+LICENCE = Path("/usr/share/doc/libjs-dygraphs/copyright")
+SCRIPTS = ("report_base.js", "report_legend.js", "report_marks.js", "report.js")
+# The page may run its own three scripts and nothing else, and load nothing from anywhere.
+POLICY = "default-src 'none'; style-src 'unsafe-inline'; script-src {}; base-uri 'none'; form-action 'none'"
+
+
+class ReportError(Exception):
+    """The page cannot be made here."""
+
+
+def write_report(result: dict, path: Path) -> None:
+    """Writes the page about a result. ReportError when the plotting library is missing, OSError from writing."""
+    path.write_text(render_report(result), encoding="utf-8")
+
+
+def render_report(result: dict) -> str:
+    """The page about a result, as one text that refers to nothing outside itself."""
+    scenario = result["scenario"]
+    library = "\n".join(map(_script_text, ("dygraph.min.js", "extras/synchronizer.js")))
+    script = _inline_script(_own_script())
+    plots = report_plots.plots(result)
+    return Template((HERE / "report.html").read_text(encoding="utf-8")).substitute(
+        title=escape(scenario["title"]), about=escape(scenario["about"]), facts=parts.facts(result),
+        policy=POLICY.format(" ".join(map(_digest, (library, script)))),
+        style=_library("dygraph.min.css") + (HERE / "report.css").read_text(encoding="utf-8"),
+        verdict=parts.verdict(result), figures=parts.figures(result), notes=parts.notes(result),
+        paths=parts.paths(result), reading=_reading(result),
+        plots="\n".join(map(report_plots.figure, plots)), records=parts.records(result),
+        licence=escape(_read_package(LICENCE)), data=_inline_data(report_plots.drawn(result, plots)),
+        library=library, script=script)
+
+
+def _reading(result: dict) -> str:
+    unit = "hours:minutes" if result["scenario"]["duration"] >= 3600 else "minutes:seconds"
+    events = " Numbers mark events, listed below." if result["events"] else ""
+    return f"Time in {unit}.{events} Drag across a plot to zoom all of them, double-click to zoom out."
+
+
+def _library(name: str) -> str:
+    """A file of the plotting library, without the pointer to a map that a browser would ask for."""
+    return re.sub(r"(//|/\*)# sourceMappingURL=\S*( \*/)?", "", _read_package(LIBRARY / name))
+
+
+def _read_package(path: Path) -> str:
+    try:
+        return path.read_text(encoding="utf-8")
+    except OSError as error:
+        raise ReportError(f"a report needs the package libjs-dygraphs: {path}: {error.strerror}") from error
+
+
+def _own_script() -> str:
+    """The parts of the page's script, in a block that keeps their names from the library's."""
+    parts_of_it = [(HERE / name).read_text(encoding="utf-8") for name in SCRIPTS]
+    return '"use strict";\n{\n' + "\n".join(parts_of_it) + "}\n"
+
+
+def _script_text(name: str) -> str:
+    return _inline_script(_library(name))
+
+
+def _inline_script(text: str) -> str:
+    """A script that cannot end its element early."""
+    return re.sub(r"<(?=/script|!--)", r"\\x3c", text, flags=re.IGNORECASE)
+
+
+def _inline_data(data: dict) -> str:
+    """JSON that is the same inside an HTML element: no letter of it can begin a tag."""
+    text = json.dumps(data, separators=(",", ":"), allow_nan=False)
+    return text.replace("<", "\\u003c").replace(">", "\\u003e").replace("&", "\\u0026")
+
+
+def _digest(script: str) -> str:
+    return "'sha256-" + base64.b64encode(hashlib.sha256(script.encode()).digest()).decode() + "'"

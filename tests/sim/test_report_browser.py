@@ -1,0 +1,190 @@
+"""The report page in a real browser: the plots are drawn, in the colours of the paths, and answer to the pointer."""
+import base64
+import hashlib
+import html
+import json
+import os
+import re
+import signal
+import subprocess
+from pathlib import Path
+
+import pytest
+from result_fixture import busy_home, plain_home
+
+from kolt_sim.view.report import render_report
+
+FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+         "--disable-background-networking", "--disable-component-update", "--disable-sync",
+         "--virtual-time-budget=10000", "--dump-dom"]
+TIMEOUT = 180  # seconds; two are usual
+DARK = "--blink-settings=preferredColorScheme=0"
+ALL_PATHS = {"path-ethernet", "path-plc", "path-2-4g", "path-5g", "path-5g-2"}
+WIFI = {"path-2-4g", "path-5g", "path-5g-2"}
+OTHERS = {"with", "without", "ideal", "alarm", "down"}
+
+COLLECT_FAULTS = """
+window.faults = [];
+addEventListener("error", event => faults.push(event.message));
+addEventListener("unhandledrejection", event => faults.push(String(event.reason)));
+addEventListener("securitypolicyviolation", event => faults.push("blocked " + event.violatedDirective));
+"""
+# For each figure: how many pixels are drawn, and how many of them (well covered ones) have each of the named colours.
+COUNT_PIXELS = """
+const style = getComputedStyle(document.documentElement);
+const colours = NAMES.map(name => [name, style.getPropertyValue("--" + name).trim().match(/[0-9a-f]{2}/g)
+  .map(part => parseInt(part, 16))]);
+function look(figure) {
+  const seen = {canvases: 0, width: 0, height: 0, drawn: 0, colours: {}};
+  for (const canvas of figure.querySelectorAll("canvas")) {
+    const pixels = canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height).data;
+    seen.canvases++;
+    seen.width = canvas.clientWidth;
+    seen.height = canvas.clientHeight;
+    for (let at = 0; at < pixels.length; at += 4) {
+      if (pixels[at + 3] === 0) continue;
+      seen.drawn++;
+      if (pixels[at + 3] < 100) continue;
+      for (const [name, rgb] of colours) {
+        if (rgb.every((part, index) => Math.abs(part - pixels[at + index]) < 12)) {
+          seen.colours[name] = (seen.colours[name] || 0) + 1;
+        }
+      }
+    }
+  }
+  return seen;
+}
+const found = Object.fromEntries([...document.querySelectorAll("figure")].map(one => [one.id, look(one)]));
+const answer = {faults, found, loaded: performance.getEntriesByType("resource").map(entry => entry.name),
+  spill: document.documentElement.scrollWidth - document.documentElement.clientWidth};
+"""
+POINT = """
+function point(kind, target, share) {
+  const box = document.querySelector("#plot-rate .plot").getBoundingClientRect();
+  target.dispatchEvent(new MouseEvent(kind, {bubbles: true, button: 0, clientX: box.left + share * box.width,
+    clientY: box.top + box.height / 2}));
+}
+const canvases = document.querySelectorAll("#plot-rate canvas"), canvas = canvases[canvases.length - 1];
+const labels = () => Object.fromEntries([...document.querySelectorAll("figure")].map(one =>
+  [one.id, [...one.querySelectorAll(".dygraph-axis-label-x")].map(label => label.textContent)]));
+"""
+HOVER = POINT + """
+point("mousemove", canvas, 0.5);
+const answer = {faults, legends: Object.fromEntries([...document.querySelectorAll("figure")].map(one =>
+  [one.id, one.querySelector(".legend").textContent]))};
+"""
+ZOOM = POINT + """
+const button = document.getElementById("whole"), before = {labels: labels(), hidden: button.hidden};
+point("mousedown", canvas, 0.3);
+point("mousemove", document, 0.4);
+point("mouseup", document, 0.4);
+const zoomed = {labels: labels(), hidden: button.hidden};
+point("dblclick", canvas, 0.5);
+const answer = {faults, before, zoomed, after: {labels: labels(), hidden: button.hidden}};
+"""
+
+
+def dump_dom(page: Path, profile: Path, *flags: str) -> str:
+    """The document as it is when its scripts have run. A browser that hangs is ended with all its processes."""
+    command = ["/usr/bin/chromium", *FLAGS, f"--user-data-dir={profile}", *flags, page.as_uri()]
+    with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, encoding="utf-8",
+                          start_new_session=True) as browser:
+        try:
+            return browser.communicate(timeout=TIMEOUT)[0]
+        except subprocess.TimeoutExpired:
+            os.killpg(browser.pid, signal.SIGKILL)
+            raise
+
+
+def ask(result: dict, script: str, tmp_path: Path, *flags: str) -> dict:
+    """Runs a script in a copy of the report of a result and returns its `answer`."""
+    names = json.dumps(sorted(ALL_PATHS | OTHERS))
+    script = (f'{{{script.replace("NAMES", names)}\nconst place = document.createElement("pre");\n'
+              'place.id = "answer";\n'
+              "place.textContent = JSON.stringify(answer);\ndocument.body.append(place);\n}")
+    text = render_report(result)
+    for part in (COLLECT_FAULTS, script):  # the page lets no script run that its policy does not name
+        digest = base64.b64encode(hashlib.sha256(part.encode()).digest()).decode()
+        text = text.replace("script-src ", f"script-src 'sha256-{digest}' ", 1)
+    text = text.replace("</title>", f"</title><script>{COLLECT_FAULTS}</script>", 1)
+    page = tmp_path / "page.html"
+    page.write_text(text.replace("</body>", f"<script>{script}</script></body>"), encoding="utf-8")
+    dom = dump_dom(page, tmp_path / "profile", "--window-size=1280,1000", *flags)
+    found = re.search(r'<pre id="answer">(.*?)</pre>', dom, re.DOTALL)
+    assert found, dom[-2000:]
+    return json.loads(html.unescape(found[1]))
+
+
+def paths_in(seen: dict) -> set[str]:
+    return {name for name, count in seen["colours"].items() if name in ALL_PATHS and count >= 20}
+
+
+def check_busy(answer: dict) -> None:
+    assert answer["faults"] == []
+    assert answer["loaded"] == []
+    for name, seen in answer["found"].items():
+        assert seen["canvases"] == 2, name
+        assert seen["width"] > 200 and seen["height"] > 100, (name, seen)
+        assert seen["drawn"] > 2000, (name, seen)
+    assert {name.removeprefix("plot-"): paths_in(seen) for name, seen in answer["found"].items()} == {
+        "total": set(), "utilisation": ALL_PATHS, "goodput": ALL_PATHS, "quota": WIFI, "rate": ALL_PATHS,
+        "clients": {"path-5g", "path-5g-2"}, "broadcast": {"path-ethernet", "path-5g"}}
+    total, broadcast = (answer["found"][name]["colours"] for name in ("plot-total", "plot-broadcast"))
+    assert {"with", "without", "ideal", "alarm"} <= total.keys()
+    assert broadcast["alarm"] > 100 and broadcast["down"] > 100
+
+
+@pytest.mark.parametrize("flags", [[], [DARK], ["--window-size=500,900"]], ids=["light", "dark", "narrow"])
+def test_every_plot_is_drawn_in_the_colours_of_its_paths(tmp_path: Path, flags: list[str]) -> None:
+    answer = ask(busy_home(), COUNT_PIXELS, tmp_path, *flags)
+    check_busy(answer)
+    assert answer["spill"] == 0  # nothing is wider than the window
+
+
+def test_a_long_run_is_drawn_too(tmp_path: Path) -> None:
+    check_busy(ask(busy_home(3600), COUNT_PIXELS, tmp_path))
+
+
+@pytest.mark.parametrize("result", [plain_home(1, ["2.4g"]), busy_home(1, kinds=["2.4g"])], ids=["plain", "busy"])
+def test_one_tick_of_one_path_is_drawn(tmp_path: Path, result: dict) -> None:
+    answer = ask(result, COUNT_PIXELS, tmp_path)
+    assert answer["faults"] == []
+    for name in ("utilisation", "goodput", "rate"):
+        assert paths_in(answer["found"][f"plot-{name}"]) == {"path-2-4g"}, name
+    assert answer["found"]["plot-quota"]["canvases"] == 0
+    assert answer["found"]["plot-clients"]["canvases"] == 0
+
+
+def test_the_pointer_shows_the_values_of_that_time_in_every_plot(tmp_path: Path) -> None:
+    answer = ask(busy_home(), HOVER, tmp_path)
+    assert answer["faults"] == []
+    times = {re.search(r"at (\d+:\d\d)$", legend)[1] for legend in answer["legends"].values()}
+    assert len(times) == 1, answer["legends"]
+    assert re.search(r"5 GHz \(wlan1\.1\)\d+", answer["legends"]["plot-utilisation"])
+    assert "Ethernet:carries broadcast" in answer["legends"]["plot-broadcast"]
+    assert "Storm without it:storm of eth0, wlan1.1" in answer["legends"]["plot-broadcast"]
+
+
+def test_a_drag_zooms_all_plots_and_a_double_click_shows_all_again(tmp_path: Path) -> None:
+    answer = ask(busy_home(), ZOOM, tmp_path)
+    assert answer["faults"] == []
+    before, zoomed, after = answer["before"], answer["zoomed"], answer["after"]
+    assert before["labels"]["plot-total"][0] == "0:00" and before["labels"]["plot-total"][-1] == "10:00"
+    assert all(labels == zoomed["labels"]["plot-rate"] for labels in zoomed["labels"].values()), zoomed
+    assert zoomed["labels"]["plot-rate"] != before["labels"]["plot-rate"]
+    assert after == before
+    assert (before["hidden"], zoomed["hidden"]) == (True, False)
+
+
+def test_texts_of_a_scenario_run_nothing(tmp_path: Path) -> None:
+    nasty = '</script><script>faults.push("ran")</script><img src=x onerror="faults.push(1)">'
+    result = busy_home(60)
+    result["scenario"]["title"] = nasty
+    result["events"] = [{"time": 3.0, "text": nasty}]
+    result["series"]["paths"][nasty] = result["series"]["paths"].pop("plc0") | {"type": nasty}
+    result["moves"] = [{"time": 4.0, "stream": nasty, "client": nasty, "origin": nasty, "target": nasty}]
+    answer = ask(result, 'const answer = {faults, images: document.images.length, '
+                         'moves: document.querySelector(".moves").textContent};', tmp_path)
+    assert answer["faults"] == []
+    assert answer["images"] == 0
+    assert nasty in answer["moves"]

@@ -1,0 +1,176 @@
+"""The comparison: aligned, narrow enough, and complete about what went wrong."""
+import io
+import multiprocessing
+import os
+import re
+import time
+
+import pytest
+from rich.console import Console
+
+from fake_run import BROKEN, MISSED, REFUSED, STORMY, fake_run
+from homes import home, path, stream
+from kolt_node import NodeError
+from kolt_sim.compare import SilentView, compare
+from kolt_sim.scenario.records import Scenario
+from kolt_sim.view.board import show
+from kolt_sim.view.columns import WIDTH
+from kolt_sim.view.table import Outcome, table_lines, write_plain
+
+
+def some_home(name: str, **other) -> Scenario:
+    return home([path("5g", 866), path("5g_2", 1201)], {"gateway": "uplink", "tv": "eth1"},
+                [stream("film", "tv", "gateway", demand=200)], name=name, **other)
+
+
+def outcome(name: str, **other) -> Outcome:
+    return Outcome(name, fake_run(some_home(name, **other), SilentView()))
+
+
+def plain(*outcomes: Outcome) -> list[str]:
+    out = io.StringIO()
+    write_plain(outcomes, out)
+    return out.getvalue().splitlines()
+
+
+def in_terminal(*outcomes: Outcome, width: int = 120, colours: str | None = None) -> str:
+    console = Console(file=io.StringIO(), force_terminal=True, width=width, height=24, color_system=colours,
+                      highlight=False, _environ={})
+    show(outcomes, console)
+    return console.file.getvalue()
+
+
+# The table
+
+def test_a_row_has_every_figure_of_a_scenario():
+    assert plain(outcome("quiet"))[2].split() == [
+        "quiet", "180.0", "80.0", "190.0", "2.25", "95", "82", "50", "90", "3", "0", "7", "0", "60", "ok"]
+
+
+def test_figures_stand_below_the_ends_of_their_headings():
+    groups, headings, row = plain(outcome("quiet"))[:3]
+    ends = [found.end() for found in re.finditer(r"\S+", headings)][1:-1]
+    assert ends == [found.end() for found in re.finditer(r"\S+", row)][1:-1]
+    assert groups.index("goodput") in range(headings.index("with") - 2, headings.index("with") + 1)
+
+
+def test_rows_come_in_the_given_order():
+    assert [line.split()[0] for line in plain(outcome("zebra"), outcome("ant"))[2:4]] == ["zebra", "ant"]
+
+
+def test_even_the_widest_figures_fit():
+    wide = outcome("a-scenario-with-a-very-long-name-indeed", duration=3600)
+    figures = {"goodput": 12345.6, "worst_client": {"name": "tv", "share": 100.0}, "moves": 12345, "bounces": 1234,
+               "relief": 1234.5, "storm_seconds": 3600.0}
+    for side in wide.result["judgement"].values():
+        side.update(figures)
+    wide.result["ratios"] = {"gain": 12.34, "of_ideal": 100}
+    assert max(map(len, table_lines([wide, Outcome("short", None, "reason")]))) <= WIDTH
+
+
+def test_a_long_name_is_cut_in_the_table_and_whole_below_it():
+    name = "a-scenario-with-a-very-long-name-indeed"
+    lines = plain(outcome(name, seed=MISSED))
+    assert len(lines[2]) <= WIDTH and re.match(r"a-scenario-with-a-very-\S*\.\.\.  ", lines[2])
+    assert f"{name}: not met: bounces at most 0, measured 4" in lines
+
+
+@pytest.mark.parametrize("seed, word", [(1, "ok"), (MISSED, "1 not met"), (STORMY, "STORM")])
+def test_the_verdict_ends_the_row(seed, word):
+    assert plain(outcome("home", seed=seed))[2].endswith("  " + word)
+
+
+def test_only_expectations_that_were_missed_are_listed():
+    lines = [line for line in plain(outcome("good"), outcome("bad", seed=MISSED)) if "not met:" in line]
+    assert lines == ["bad: not met: bounces at most 0, measured 4"]
+
+
+def test_notes_are_listed_below_the_table():
+    assert plain(outcome("home", notes=["small streams stay"]))[-1] == "home: note: small streams stay"
+
+
+def test_a_long_note_is_wrapped():
+    lines = plain(outcome("home", notes=["streams below the threshold stay where they are " * 4]))
+    assert lines[-2].startswith("home: note: streams") and lines[-1].startswith("    ")
+    assert max(map(len, lines)) <= WIDTH
+
+
+def test_a_scenario_without_a_result_keeps_its_row_and_gives_the_reason():
+    lines = plain(outcome("one"), Outcome("two", None, "the daemon ended\n\nstatus 3"))
+    assert lines[3].split() == ["two", *["-"] * 13, "no", "result"]
+    assert lines[-1] == "two: no result: the daemon ended; status 3"
+
+
+def test_a_pipe_gets_no_escape_codes():
+    assert "\x1b" not in "\n".join(plain(outcome("home", notes=["\x1b[2J"])))
+
+
+# In a terminal
+
+def test_a_wide_terminal_shows_the_same_table():
+    outcomes = [outcome("one"), outcome("two", seed=STORMY)]
+    assert in_terminal(*outcomes).splitlines()[:4] == plain(*outcomes)[:4]
+
+
+def test_the_verdict_is_coloured():
+    text = in_terminal(outcome("one"), outcome("two", seed=STORMY), colours="standard")
+    assert "\x1b[32mok\x1b[0m" in text and "\x1b[1;31mSTORM\x1b[0m" in text
+
+
+def test_a_narrow_terminal_gets_a_block_for_each_scenario():
+    lines = in_terminal(outcome("one"), Outcome("two", None, "no namespaces"), width=80).splitlines()
+    assert max(map(len, lines)) <= 80
+    assert lines[0] == "A home: as expected"
+    assert "two: no result: no namespaces" in lines
+
+
+# Several runs
+
+def compared(*scenarios: Scenario, jobs: int = 2, run=fake_run) -> tuple[list[Outcome], list[int]]:
+    done: list[int] = []
+    return compare(scenarios, run, jobs, (NodeError,), done.append), done
+
+
+@pytest.mark.parametrize("jobs", [1, 2, 8])
+def test_outcomes_come_in_the_given_order_whatever_the_number_of_jobs(jobs):
+    scenarios = [some_home(f"home-{number}", duration=600 if number == 0 else 10) for number in range(5)]
+    outcomes, done = compared(*scenarios, jobs=jobs)
+    assert [outcome.name for outcome in outcomes] == [f"home-{number}" for number in range(5)]
+    assert [one.result["scenario"]["name"] for one in outcomes] == [outcome.name for outcome in outcomes]
+    assert done == [1, 2, 3, 4, 5]
+
+
+def test_a_scenario_may_be_given_twice():
+    assert len(compared(some_home("one"), some_home("one"))[0]) == 2
+
+
+def test_a_run_that_cannot_be_gives_its_reason_and_the_others_go_on():
+    outcomes, _ = compared(some_home("one", seed=REFUSED), some_home("two"))
+    assert outcomes[0].result is None and "does not allow the namespaces" in outcomes[0].problem
+    assert outcomes[1].result is not None
+
+
+def test_a_worker_that_ends_unexpectedly_is_an_outcome_too(capfd):
+    outcomes, _ = compared(some_home("one", seed=BROKEN), some_home("two"))
+    assert outcomes[0].problem == "its process ended with status 1"
+    assert outcomes[1].result is not None
+    assert "KeyError" in capfd.readouterr().err
+
+
+def test_as_many_run_at_once_as_there_are_jobs():
+    barrier = multiprocessing.get_context("fork").Barrier(2)
+
+    def meet(_scenario: Scenario, _view: object) -> dict:
+        barrier.wait(20)
+        return {"pid": os.getpid()}
+    outcomes, _ = compared(some_home("one"), some_home("two"), jobs=2, run=meet)
+    assert len({outcome.result["pid"] for outcome in outcomes} - {os.getpid()}) == 2
+
+
+def test_one_job_runs_one_after_the_other():
+    def note_times(scenario: Scenario, view: object) -> dict:
+        began = time.monotonic()
+        fake_run(scenario, view)
+        return {"began": began, "ended": time.monotonic()}
+    outcomes, _ = compared(*[some_home(f"home-{number}") for number in range(3)], jobs=1, run=note_times)
+    assert all(before.result["ended"] <= after.result["began"] for before, after in zip(outcomes, outcomes[1:]))
