@@ -1,5 +1,6 @@
 # The Debian packages that the commands in this folder need, beyond a base system.
 KOLT_BUILD_NEEDS=(g++ cmake ninja-build libjson-c-dev)
 KOLT_NODE_NEEDS=(python3 iproute2 util-linux mount)
+KOLT_SIM_NEEDS=(python3-numpy python3-jsonschema python3-rich libjs-dygraphs)
 KOLT_TEST_NEEDS=(libgtest-dev libgmock-dev python3-pytest valgrind clang libclang-rt-14-dev clang-format clang-tidy
-    binutils git)
+    binutils git chromium)
