@@ -171,3 +171,18 @@ def test_a_stream_that_does_not_cross_has_no_path_and_no_entry():
 
 def test_without_a_link_a_stream_goes_nowhere():
     assert place(bridge(), learnt=NOWHERE) == (NOWHERE, NOWHERE)
+
+
+def test_an_entry_that_is_set_after_a_flush_is_a_new_one():
+    one = bridge()
+    place(one, learnt=A)
+    one.flush_streams()
+    one.pin_stream(0, "wlan2.1")
+    assert (place(one, learnt=A)[0], one.entries.tolist()) == (B, [2])
+
+
+def test_an_entry_that_is_re_pointed_stays_the_same_one():
+    one = bridge()
+    place(one, learnt=A)
+    one.pin_stream(0, "wlan2.1")
+    assert (place(one, learnt=A)[0], one.entries.tolist()) == (B, [1])

@@ -101,9 +101,10 @@ class Bridge:
         self.hd_second[client] = second
 
     def pin_stream(self, stream: int, ifname: str) -> None:
-        """Re-points a stream's HA entry; a name that is no path changes nothing."""
+        """Re-points a stream's HA entry, or makes one; a name that is no path changes nothing."""
         if ifname in self.index:
             self.out[stream] = self.index[ifname]
+            self.entries[stream] += not self.pinned[stream]
             self.pinned[stream] = True
 
     def place(self, crossing: np.ndarray, remote: np.ndarray, learnt: int) -> None:

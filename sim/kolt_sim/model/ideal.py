@@ -26,8 +26,9 @@ def usable(links: list[Link], forbidden: frozenset[str], learnt: int) -> list[Li
 def ideal_payload(demand: np.ndarray, overhead: np.ndarray, links: list[Link]) -> np.ndarray:
     """
     The payload of each stream (Mbit/s) when the links' capacities are one pool that is shared fairly. No placement
-    that is as fair carries more, since a real stream cannot be split. `overhead` is what a stream carries beside each
-    Mbit/s of payload. No stream gets more than the widest link could give it.
+    that is as fair carries more, since a real stream cannot be split; only the two halves of a stream of datagrams
+    can take two links. `overhead` is what a stream carries beside each Mbit/s of payload. No stream gets more than
+    the widest link could give it.
     """
     if not links or demand.size == 0:
         return np.zeros_like(demand)
