@@ -14,10 +14,10 @@ from kolt_node.node import build_directory
 
 from .compare import compare
 from .files import Output, write_json
-from .record import RESULT_FORMAT
+from .record import RESULT_FORMAT, Frame
 from .scenario.records import Scenario
 from .shelf import Unusable, load_all, load_or_fail, shipped
-from .stop import Stop
+from .stop import Stop, check
 from .view import table, verdict, words
 from .view.columns import align
 from .view.plain import PlainView, ReaderGone
@@ -149,9 +149,20 @@ def run_command(options: argparse.Namespace, run: Run | None) -> int:
     return AS_EXPECTED if verdict.as_expected(result) else NOT_AS_EXPECTED
 
 
+class Interruptible:
+    """A view that ends the run where it was told to end."""
+
+    def __init__(self, view: "PlainView | LiveView") -> None:
+        self.start, self._frame = view.start, view.frame
+
+    def frame(self, frame: Frame) -> None:
+        check()
+        self._frame(frame)
+
+
 def watch(run: Run, scenario: Scenario, view: "PlainView | LiveView", factor: float) -> dict:
     try:
-        return run(scenario, view, speed=factor)
+        return run(scenario, Interruptible(view), speed=factor)
     except BrokenPipeError as error:  # not standard output's: that one is told apart by the view
         raise Unusable("the simulated node has ended") from error
 

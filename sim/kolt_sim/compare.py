@@ -9,9 +9,11 @@ from multiprocessing.connection import Connection, wait
 from multiprocessing.process import BaseProcess
 
 from .scenario.records import Scenario
+from .stop import check
 from .view.table import Outcome
 
 PR_SET_PDEATHSIG = 1
+CHECK_SECONDS = 0.5
 GRACE_SECONDS = 15.0  # a worker that was told to end still has its node to take down
 
 ENDING = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
@@ -50,7 +52,8 @@ def compare(scenarios: Sequence[Scenario], run: Run, jobs: int, errors: tuple[ty
             while waiting and len(workers) < jobs:
                 worker = start(*waiting.pop(0), run, errors)
                 workers[worker.answer] = worker
-            for answer in wait(list(workers)):
+            check()
+            for answer in wait(list(workers), CHECK_SECONDS):
                 worker = workers[answer]
                 outcomes[worker.place] = collect(worker, scenarios[worker.place].name)
                 del workers[answer]
