@@ -127,7 +127,9 @@ class _Run:
         """Links that the daemon leaves alone: 2.4 GHz while the processor is over its threshold, and broken ones."""
         param, world = self.config["param"], self.world
         busy = frozenset({"2.4g"} if 0 < param["cpu_threshold"] < world.load else ())
-        return busy | (broken(world.links, param["rate_abnormal_threshold"]) if param["wifi_rate_check"] else frozenset())
+        if not param["wifi_rate_check"]:
+            return busy
+        return busy | broken(world.links, param["rate_abnormal_threshold"])
 
     def _paths(self) -> list[PathFrame]:
         world, bridge = self.world, self.world.bridge
