@@ -20,6 +20,7 @@ class Stop:
         return self
 
     def __exit__(self, *_: object) -> None:
+        Stop.latest = 0
         sys.unraisablehook = self._report
         for number, handler in self._before.items():
             signal.signal(number, handler)

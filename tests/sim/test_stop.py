@@ -41,6 +41,12 @@ def test_an_interrupt_that_was_lost_is_raised_again(lose_an_interrupt):
     assert stop.number == signal.SIGINT
 
 
+def test_an_interrupt_is_over_with_its_command(lose_an_interrupt):
+    with Stop():
+        lose_an_interrupt()
+    check()
+
+
 def test_a_new_command_starts_without_the_last_one_s_interrupt(lose_an_interrupt):
     with Stop():
         lose_an_interrupt()
