@@ -94,8 +94,8 @@ class Tables:
                 born[renewed] = last[renewed]
         self._past.append(tuple(total.copy() for total in totals))
         bytes_out, packets_out, bytes_in, packets_in = (
-            np.minimum(now - np.maximum(then, born), UINT32).astype(np.uint32)
-            for now, then, born in zip(totals, self._past[0], self._born))
+            np.minimum(total - np.maximum(past, born), UINT32).astype(np.uint32)
+            for total, past, born in zip(totals, self._past[0], self._born))
         near, far = self._mac_rows[world.near], self._mac_rows[world.far]
         ahead, behind = rows[:count], rows[count:]
         ahead["src"], ahead["dst"], behind["src"], behind["dst"] = near, far, far, near
