@@ -47,8 +47,6 @@ class Publisher:
         node.set_work_mode("RE", cap_mac=sample.CAP_MAC, **parent)
         node.set_ethernet_profile(["eth0", "eth1"])
         node.write_json("/tmp/runtime_ip_info_lan", {"lan_gw": "192.168.0.1"})
-        for directory in ("/tmp/sync-server", "/tmp/client_mgmt"):
-            node.remove_file(directory)
         node.write_json("/tmp/sync-server/mesh_dev_list", {"cap": {"mac": sample.CAP_MAC}})
         node.write_json("/tmp/client_mgmt/ap_client_list", [])
         for kind, ifname in INTERFACES.items():
