@@ -1,7 +1,7 @@
 #include "adaptors/rtk_driver_file.h"
 
 #include "core/config.h"
-#include "probes/names.h"
+#include "core/names.h"
 
 #include <cstdio>
 #include <cstring>

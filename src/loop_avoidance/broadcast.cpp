@@ -2,7 +2,7 @@
 
 #include "core/log.h"
 #include "loop_avoidance/loop_avoidance.h"
-#include "probes/names.h"
+#include "core/names.h"
 #include "probes/node_state.h"
 #include "probes/ports.h"
 

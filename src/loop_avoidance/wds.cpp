@@ -2,7 +2,7 @@
 
 #include "adaptors/wlan.h"
 #include "core/log.h"
-#include "probes/names.h"
+#include "core/names.h"
 #include "probes/ports.h"
 #include "probes/uci_options.h"
 

@@ -1,6 +1,6 @@
 #include "path_selection/interface_cache.h"
 
-#include "probes/names.h"
+#include "core/names.h"
 
 #include <algorithm>
 #include <cstddef>

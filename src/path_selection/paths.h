@@ -4,7 +4,7 @@
 
 #include "core/config.h"
 #include "probes/counters.h"
-#include "probes/names.h"
+#include "core/names.h"
 
 #include <array>
 #include <cstddef>

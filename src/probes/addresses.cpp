@@ -2,7 +2,7 @@
 
 #include "core/handle.h"
 #include "core/log.h"
-#include "probes/names.h"
+#include "core/names.h"
 #include "probes/node_state.h"
 
 #include <arpa/inet.h>

@@ -1,7 +1,7 @@
 // The clients of this node's access point, as their management daemon lists them.
 #pragma once
 
-#include "probes/names.h"
+#include "core/names.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "core/config.h"
-#include "probes/names.h"
+#include "core/names.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -3,7 +3,7 @@
 
 #include "core/config.h"
 #include "probes/bridge_tables.h"
-#include "probes/names.h"
+#include "core/names.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -2,6 +2,6 @@
 // core includes nothing else of this folder.
 #pragma once
 
-#include "probes/names.h"
+#include "core/names.h"
 #include "probes/node_state.h"
 #include "probes/ports.h"

@@ -1,7 +1,7 @@
 #include "probes/counters.h"
 
 #include "core/log.h"
-#include "probes/names.h"
+#include "core/names.h"
 #include "probes/pipe.h"
 
 #include <cstring>

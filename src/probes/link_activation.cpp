@@ -3,7 +3,7 @@
 #include "core/handle.h"
 #include "core/log.h"
 #include "probes/addresses.h"
-#include "probes/names.h"
+#include "core/names.h"
 
 #include <arpa/inet.h>
 #include <cstring>

@@ -3,7 +3,7 @@
 #include "core/config.h"
 #include "core/json.h"
 #include "core/log.h"
-#include "probes/names.h"
+#include "core/names.h"
 
 #include <cstring>
 

@@ -1,7 +1,7 @@
 #include "probes/ports.h"
 
 #include "core/log.h"
-#include "probes/names.h"
+#include "core/names.h"
 #include "probes/table_buffer.h"
 
 #include <algorithm>

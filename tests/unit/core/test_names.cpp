@@ -1,6 +1,6 @@
-#include "probe_test.h"
+#include "probes/probe_test.h"
 
-#include "probes/names.h"
+#include "core/names.h"
 
 #include <cstring>
 

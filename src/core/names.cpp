@@ -1,4 +1,4 @@
-#include "probes/names.h"
+#include "core/names.h"
 
 #include <algorithm>
 #include <cstdio>
