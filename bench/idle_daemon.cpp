@@ -1,6 +1,8 @@
 // idle-daemon: what any daemon on these libraries costs before it does anything. It starts up as kolt does - log,
 // configuration, settings, message bus, event loop - registers its process with the bridge, and then only waits. The
 // benchmark sets kolt's figures against it.
+#include "core/ubus.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -8,8 +10,6 @@
 #include <eth_encap.h>
 #include <iterator>
 #include <json-c/json.h>
-#include <libubox/uloop.h>
-#include <libubus.h>
 #include <syslog.h>
 #include <uci.h>
 #include <unistd.h>

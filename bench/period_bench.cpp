@@ -6,6 +6,7 @@
 #include "plain_ranking.h"
 
 #include "core/log.h"
+#include "core/ubus.h"
 #include "path_selection/path_selection.h"
 #include "probes/ports.h"
 #include "probes/streams.h"
@@ -15,7 +16,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <libubox/uloop.h>
 #include <net/if.h>
 #include <sys/resource.h>
 

@@ -1,6 +1,6 @@
 // Building blob attributes in a buffer that grows.
 
-#include <libubox/blob.h>
+#include "c_headers.h"
 
 #include <stdlib.h>
 

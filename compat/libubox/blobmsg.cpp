@@ -1,6 +1,6 @@
 // Reading named attributes that may come from anyone.
 
-#include <libubox/blobmsg.h>
+#include "c_headers.h"
 
 #include <errno.h>
 

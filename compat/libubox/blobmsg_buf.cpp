@@ -1,6 +1,6 @@
 // Building named attributes.
 
-#include <libubox/blobmsg.h>
+#include "c_headers.h"
 
 namespace {
 

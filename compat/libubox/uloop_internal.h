@@ -1,7 +1,7 @@
 // What the parts of the event loop share.
 #pragma once
 
-#include <libubox/uloop.h>
+#include "c_headers.h"
 
 // Calls back the timers that are due, until one of them ends the loop.
 void uloop_process_timeouts();

@@ -3,8 +3,6 @@
 
 #include "wire.h"
 
-#include <libubus.h>
-
 // How long the broker may take to greet, to accept bytes, or to answer a request.
 constexpr int ubus_patience_ms = 5000;
 

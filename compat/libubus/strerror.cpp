@@ -1,6 +1,6 @@
 // Texts for status codes.
 
-#include <libubus.h>
+#include "c_headers.h"
 
 #include <array>
 #include <stdio.h>

@@ -1,8 +1,7 @@
 // Messages on a stream socket, for both ends of it: reading them in pieces, checking them, taking them apart.
 #pragma once
 
-#include <libubox/blob.h>
-#include <ubusmsg.h>
+#include "c_headers.h"
 
 #include <array>
 

@@ -3,7 +3,6 @@
 #include "json_members.h"
 
 #include <errno.h>
-#include <libubus.h>
 #include <memory>
 #include <stdio.h>
 #include <unistd.h>

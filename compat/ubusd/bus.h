@@ -3,9 +3,6 @@
 
 #include "wire.h"
 
-#include <libubox/list.h>
-#include <libubox/uloop.h>
-
 // Bounds of what clients can have the broker hold.
 constexpr int max_clients = 256;
 constexpr int max_objects_per_client = 32;

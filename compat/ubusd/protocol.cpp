@@ -2,8 +2,6 @@
 
 #include "client.h"
 
-#include <libubox/blobmsg.h>
-
 namespace {
 
 // A request at hand. Answers carry its sequence and peer.

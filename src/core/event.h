@@ -2,11 +2,9 @@
 #pragma once
 
 #include "core/list.h"
+#include "core/ubus.h"
 
 #include <cstdint>
-
-#include <libubox/uloop.h>
-#include <libubus.h>
 
 struct config;
 

@@ -4,14 +4,13 @@
 #include "core/log.h"
 #include "core/netlink.h"
 #include "core/pause.h"
+#include "core/ubus.h"
 #include "probes/core_probes.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstring>
-
-#include <libubox/blobmsg.h>
 
 namespace {
 

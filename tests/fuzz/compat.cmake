@@ -2,7 +2,8 @@
 set(compat ${CMAKE_CURRENT_LIST_DIR}/../../compat)
 
 kolt_fuzz_target(fuzz_blobmsg fuzz_blobmsg.cpp kolt::ubox)
+target_include_directories(fuzz_blobmsg PRIVATE ${compat})
 kolt_fuzz_target(fuzz_ubus_client fuzz_ubus_client.cpp kolt::ubus)
-target_include_directories(fuzz_ubus_client PRIVATE ${compat}/libubus)
+target_include_directories(fuzz_ubus_client PRIVATE ${compat} ${compat}/libubus)
 kolt_fuzz_target(fuzz_uci fuzz_uci.cpp kolt::uci)
 target_include_directories(fuzz_uci PRIVATE ${compat}/libuci)

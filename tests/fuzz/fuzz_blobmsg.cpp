@@ -1,5 +1,5 @@
 // Any bytes as the members of a message: what is parsed can be read, nested members included.
-#include <libubox/blobmsg.h>
+#include "c_headers.h"
 
 #include <cstdlib>
 #include <cstring>

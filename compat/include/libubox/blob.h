@@ -18,10 +18,6 @@
 #define BLOB_ATTR_LEN_MASK 0x00ffffffu
 #define BLOB_ATTR_ALIGN 4u
 
-#ifdef __cplusplus
-extern "C" {
-#endif
-
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wpedantic" /* C++ has no flexible array members */
 struct blob_attr {
@@ -119,9 +115,5 @@ struct blob_attr *blob_put_string(struct blob_buf *buf, int id, const char *str)
  */
 void *blob_nest_start(struct blob_buf *buf, int id);
 void blob_nest_end(struct blob_buf *buf, void *cookie);
-
-#ifdef __cplusplus
-}
-#endif
 
 #endif

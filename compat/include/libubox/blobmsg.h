@@ -25,10 +25,6 @@ enum blobmsg_type {
 
 #define BLOBMSG_ALIGN 4u
 
-#ifdef __cplusplus
-extern "C" {
-#endif
-
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wpedantic" /* C++ has no flexible array members */
 struct blobmsg_hdr {
@@ -151,9 +147,5 @@ static inline void blobmsg_close_array(struct blob_buf *buf, void *cookie) {
 static inline void blobmsg_close_table(struct blob_buf *buf, void *cookie) {
     blob_nest_end(buf, cookie);
 }
-
-#ifdef __cplusplus
-}
-#endif
 
 #endif

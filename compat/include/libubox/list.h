@@ -28,10 +28,6 @@ struct list_head {
 #define list_for_each(p, head) for (p = (head)->next; p != (head); p = p->next)
 #define list_for_each_safe(p, n, head) for (p = (head)->next, n = p->next; p != (head); p = n, n = p->next)
 
-#ifdef __cplusplus
-extern "C" {
-#endif
-
 /* Makes `list` an empty list (or a link that is in none). */
 static inline void INIT_LIST_HEAD(struct list_head *list) {
     list->next = list;
@@ -69,9 +65,5 @@ static inline void list_del_init(struct list_head *entry) {
     list_del(entry);
     INIT_LIST_HEAD(entry);
 }
-
-#ifdef __cplusplus
-}
-#endif
 
 #endif

@@ -16,10 +16,6 @@
 #define ULOOP_EDGE_TRIGGER (1 << 2)
 #define ULOOP_BLOCKING (1 << 3)
 
-#ifdef __cplusplus
-extern "C" {
-#endif
-
 struct uloop_fd;
 struct uloop_timeout;
 
@@ -88,9 +84,5 @@ int uloop_timeout_set(struct uloop_timeout *timeout, int msecs);
 
 /* Disarms `timeout`. Returns 0, or -1 when it was not pending. */
 int uloop_timeout_cancel(struct uloop_timeout *timeout);
-
-#ifdef __cplusplus
-}
-#endif
 
 #endif

@@ -1,7 +1,6 @@
+#include "c_headers.h"
+
 #include <gtest/gtest.h>
-
-#include <libubox/list.h>
-
 #include <vector>
 
 namespace {

@@ -1,17 +1,14 @@
 // What the tests of the library subsets share: temporary directories, peers on a socket, the recorded session.
 #pragma once
 
-#include <gtest/gtest.h>
+#include "c_headers.h"
 
 #include <functional>
+#include <gtest/gtest.h>
 #include <string>
 #include <sys/types.h>
 #include <thread>
 #include <vector>
-
-#include <libubox/blobmsg.h>
-#include <libubox/uloop.h>
-#include <ubusmsg.h>
 
 // Longest time that any of the waits below lasts.
 constexpr int patience_ms = 20000;

@@ -2,8 +2,6 @@
 // recorded, byte for byte.
 #include "support.h"
 
-#include <libubus.h>
-
 namespace {
 
 std::vector<SessionRecord> part_of(const std::string &client) {

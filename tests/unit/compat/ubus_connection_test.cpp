@@ -1,7 +1,5 @@
 #include "support.h"
 
-#include <libubus.h>
-
 #include <cerrno>
 #include <fcntl.h>
 #include <signal.h>

@@ -1,7 +1,5 @@
 #include "support.h"
 
-#include <libubus.h>
-
 #include <unistd.h>
 
 namespace {

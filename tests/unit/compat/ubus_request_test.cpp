@@ -1,7 +1,5 @@
 #include "support.h"
 
-#include <libubus.h>
-
 #include <atomic>
 #include <chrono>
 #include <poll.h>

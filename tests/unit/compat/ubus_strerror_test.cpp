@@ -1,8 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <libubus.h>
+#include "c_headers.h"
 
 #include <climits>
+#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,13 +1,13 @@
 // Bus messages, built byte by byte: what any sender could send, well-formed or not.
 #pragma once
 
+#include "core/ubus.h"
+
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <libubox/blobmsg.h>
 
 // The lowest `size` bytes of `value`, highest first.
 inline std::string big_endian(uint64_t value, int size) {
