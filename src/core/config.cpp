@@ -1,7 +1,7 @@
 #include "core/config.h"
 
 #include "core/log.h"
-#include "probes/core_probes.h"
+#include "core/names.h"
 
 #include <cstring>
 #include <net/if.h>

@@ -3,7 +3,7 @@
 #include "core/config.h"
 #include "core/json.h"
 #include "core/log.h"
-#include "probes/core_probes.h"
+#include "core/names.h"
 
 #include <algorithm>
 #include <cstring>

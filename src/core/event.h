@@ -1,4 +1,5 @@
-// The event hub: turns ubus events and netlink messages into numbered events and hands each to every module.
+// Events, and the record of the hub that delivers them: a member of the configuration record, so that modules and
+// events reach each other through it.
 #pragma once
 
 #include "core/list.h"
@@ -36,33 +37,3 @@ struct kolt_event_ctx {
     uint32_t plc_state = 0;
     uint32_t eth_state = 0;
 };
-
-// The hub of the process, for code that holds no config pointer; set once the hub is built.
-extern kolt_event_ctx *l_ev;
-
-// Builds the hub that is a member of a config record. Ends the process on any failure.
-void event_init(kolt_event_ctx *ev);
-
-// Delivers the start event, then runs the loop until it ends; uloop's result.
-int event_loop(kolt_event_ctx *ev);
-
-// Tears the hub down. The modules must be gone.
-void event_free(kolt_event_ctx *ev);
-
-// Delivers one event to every subscriber, newest first. `event` is borrowed for the call and may be null.
-void event_run_cb(kolt_event_ctx *ev, uint32_t kind, kolt_event *event);
-
-// Connects to the bus and subscribes to "kolt.*". Ends the process on any failure.
-void event_ubus_init(kolt_event_ctx *ev);
-
-// Releases the bus connection.
-void event_ubus_free();
-
-// The bus callback for one event named `type`; `message` holds its attributes.
-void event_ubus_receive_cb(ubus_context *context, ubus_event_handler *handler, const char *type, blob_attr *message);
-
-// The link_state handler: stores the states that `message` carries and delivers a link-state event.
-void event_ubus_receive_link_state(kolt_event_ctx *ev, blob_attr *message);
-
-// The configuration record that `ev` is a member of.
-config *event_config(kolt_event_ctx *ev);

@@ -1,5 +1,5 @@
 #include "core/config.h"
-#include "core/event.h"
+#include "core/hub/hub.h"
 #include "core/log.h"
 #include "core/module.h"
 #include "loop_avoidance/loop_avoidance.h"

@@ -8,6 +8,7 @@
 
 struct config;
 struct kolt_event;
+enum kolt_event_kind : uint32_t;
 
 enum kolt_module_id : uint32_t { KOLT_MODULE_LOOP_AVOIDANCE = 0, KOLT_MODULE_PATH_SELECTION = 1 };
 
@@ -19,7 +20,7 @@ struct kolt_module {
     void (*free)(kolt_module *module) = nullptr;
     kolt_list sub; // in the hub's subscriber list
     // Called for every event; `event` is null for the start event.
-    void (*event_cb)(config *config, kolt_list *sub, uint32_t kind, kolt_event *event) = nullptr;
+    void (*event_cb)(config *config, kolt_list *sub, kolt_event_kind kind, kolt_event *event) = nullptr;
 };
 
 // Builds a module and subscribes it to the hub; null when it failed, which it has logged.

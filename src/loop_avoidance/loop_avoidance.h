@@ -13,7 +13,7 @@ kolt_module *loop_avoidance_init(config *config);
 
 void loop_avoidance_free(kolt_module *module);
 
-void loop_avoidance_event_cb(config *config, kolt_list *sub, uint32_t kind, kolt_event *event);
+void loop_avoidance_event_cb(config *config, kolt_list *sub, kolt_event_kind kind, kolt_event *event);
 
 // Programs every active loop-avoiding bridge in full for a work mode. Refusals of the library are logged and survived.
 void loop_avoidance_configure_bridge_with_mode(config *config, uint32_t mode);

@@ -72,7 +72,7 @@ void loop_avoidance_flush_ha_table(config *config) {
     }
 }
 
-void loop_avoidance_event_cb(config *config, kolt_list * /*sub*/, uint32_t kind, kolt_event *event) {
+void loop_avoidance_event_cb(config *config, kolt_list * /*sub*/, kolt_event_kind kind, kolt_event *event) {
     switch (kind) {
     case KOLT_EVENT_START:
         return loop_avoidance_reconfigure(config);

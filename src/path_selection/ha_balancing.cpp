@@ -1,6 +1,6 @@
 #include "adaptors/flow_cache.h"
 #include "core/log.h"
-#include "core/netlink.h"
+#include "core/hub/netlink_request.h"
 #include "path_selection/interface_cache.h"
 #include "path_selection/module_parts.h"
 #include "path_selection/quota_units.h"

@@ -142,7 +142,7 @@ void path_selection_show_path_ports(config *config) {
     }
 }
 
-void path_selection_event_cb(config *config, kolt_list * /*sub*/, uint32_t kind, kolt_event *event) {
+void path_selection_event_cb(config *config, kolt_list * /*sub*/, kolt_event_kind kind, kolt_event *event) {
     switch (kind) {
     case KOLT_EVENT_START:
         return arm_first_period(config);

@@ -16,7 +16,7 @@ kolt_module *path_selection_init(config *config);
 
 void path_selection_free(kolt_module *module);
 
-void path_selection_event_cb(config *config, kolt_list *sub, uint32_t kind, kolt_event *event);
+void path_selection_event_cb(config *config, kolt_list *sub, kolt_event_kind kind, kolt_event *event);
 
 // One period: every bridge in turn, then the timer again.
 void path_selection_timer_cb(uloop_timeout *timer);

@@ -1,8 +1,8 @@
 // Any bytes as a link notification, for a node with Wi-Fi paths of each kind.
 #include "core/config.h"
 #include "core/log.h"
-#include "core/netlink.h"
-#include "core/netlink_wifi.h"
+#include "core/hub/netlink_sockets.h"
+#include "core/hub/link_notification.h"
 #include "core_log.h"
 
 #include <array>

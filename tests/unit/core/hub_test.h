@@ -2,7 +2,8 @@
 #pragma once
 
 #include "core/config.h"
-#include "core/event.h"
+#include "core/hub/hub.h"
+#include "core/hub/ubus_events.h"
 #include "core/module.h"
 #include "stopwatch.h"
 #include "support/fake_netlink.h"
@@ -47,7 +48,7 @@ struct recording_subscriber {
     }
 
 private:
-    static void receive(config *from, kolt_list *sub, uint32_t kind, kolt_event *event) {
+    static void receive(config *from, kolt_list *sub, kolt_event_kind kind, kolt_event *event) {
         auto *self = reinterpret_cast<recording_subscriber *>(kolt_module_of_sub(sub));
         received_event record{kind, 0, 0, event != nullptr, "", false, from, monotonic_ms()};
         if (event != nullptr) {

@@ -1,8 +1,8 @@
 // Link notifications for real interfaces, and the bridges that they act on.
 #pragma once
 
-#include "core/netlink.h"
-#include "core/netlink_wifi.h"
+#include "core/hub/netlink_sockets.h"
+#include "core/hub/link_notification.h"
 #include "hub_test.h"
 #include "netlink_bytes.h"
 #include "support/sandbox.h"

@@ -1,5 +1,6 @@
 // The hub: building it, delivering, running, tearing it down.
-#include "core/event.h"
+#include "core/hub/hub.h"
+#include "core/hub/ubus_events.h"
 
 #include "fatal.h"
 #include "hub_test.h"
@@ -99,7 +100,7 @@ TEST_F(Hub, NoKindIsFilteredOut) {
     subscribe(&second);
     kolt_event event{.type = 9};
     for (uint32_t kind = 0; kind <= 6; kind++)
-        event_run_cb(&node.ev, kind, &event);
+        event_run_cb(&node.ev, static_cast<kolt_event_kind>(kind), &event);
     EXPECT_EQ(first.summary(), "0:9 1:9 2:9 3:9 4:9 5:9 6:9");
     EXPECT_EQ(second.summary(), first.summary());
 }

@@ -4,7 +4,7 @@
 #include "netlink_bytes.h"
 #include "support/sandbox.h"
 
-#include "core/netlink.h"
+#include "core/hub/netlink_sockets.h"
 
 #include <fcntl.h>
 #include <linux/netlink.h>
@@ -328,7 +328,7 @@ std::string behind_the_payload;
 TEST_P(EventSocket, BufferIsZeroedBeforeEachReceive) {
     behind_the_payload.clear();
     kolt_module peeking;
-    peeking.event_cb = [](config * /*from*/, kolt_list * /*sub*/, uint32_t /*kind*/, kolt_event *event) {
+    peeking.event_cb = [](config * /*from*/, kolt_list * /*sub*/, kolt_event_kind /*kind*/, kolt_event *event) {
         behind_the_payload.assign(reinterpret_cast<const char *>(event->data) + event->len, 64);
     };
     kolt_list_add(&node.ev.subscribers, &peeking.sub);

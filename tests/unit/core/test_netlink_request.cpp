@@ -3,7 +3,7 @@
 #include "netlink_bytes.h"
 #include "support/sandbox.h"
 
-#include "core/netlink.h"
+#include "core/hub/netlink_request.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>

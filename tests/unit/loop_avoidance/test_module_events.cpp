@@ -1,5 +1,5 @@
 // What the module does on each event.
-#include "core/event.h"
+#include "core/hub/hub.h"
 #include "loop_avoidance/node.h"
 
 #include <cerrno>
@@ -62,7 +62,7 @@ protected:
         const std::unique_ptr<uint8_t[]> copy(data.empty() ? nullptr : new uint8_t[data.size()]);
         std::copy(data.begin(), data.end(), copy.get());
         kolt_event event{.type = type, .len = static_cast<uint32_t>(data.size()), .data = copy.get()};
-        loop_avoidance_event_cb(&config_, nullptr, kind, &event);
+        loop_avoidance_event_cb(&config_, nullptr, static_cast<kolt_event_kind>(kind), &event);
         return programming();
     }
 

@@ -84,7 +84,7 @@ protected:
         return module;
     }
     void send(uint32_t kind, kolt_event *event = nullptr) {
-        path_selection_event_cb(&config_, nullptr, kind, event);
+        path_selection_event_cb(&config_, nullptr, static_cast<kolt_event_kind>(kind), event);
     }
     void send(uint32_t kind, uint32_t type) {
         kolt_event event{.type = type, .len = 0, .data = nullptr};

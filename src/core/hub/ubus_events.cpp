@@ -1,11 +1,11 @@
-// The bus side of the event hub: three kinds of events that the node's other daemons publish.
+#include "core/hub/ubus_events.h"
+
 #include "core/config.h"
-#include "core/event.h"
+#include "core/hub/hub.h"
+#include "core/hub/netlink_sockets.h"
 #include "core/log.h"
-#include "core/netlink.h"
 #include "core/pause.h"
-#include "core/ubus.h"
-#include "probes/core_probes.h"
+#include "probes/node_state.h"
 
 #include <algorithm>
 #include <array>
@@ -47,7 +47,7 @@ template <size_t Count>
                          static_cast<unsigned int>(blob_len(message))) == 0;
 }
 
-void deliver(kolt_event_ctx *ev, uint32_t kind, uint32_t type) {
+void deliver(kolt_event_ctx *ev, kolt_event_kind kind, uint32_t type) {
     kolt_event event{.type = type};
     event_run_cb(ev, kind, &event);
 }

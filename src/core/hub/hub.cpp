@@ -1,9 +1,10 @@
-#include "core/event.h"
+#include "core/hub/hub.h"
 
 #include "core/config.h"
+#include "core/hub/netlink_sockets.h"
+#include "core/hub/ubus_events.h"
 #include "core/log.h"
 #include "core/module.h"
-#include "core/netlink.h"
 
 #include <csignal>
 #include <cstddef>
@@ -55,7 +56,7 @@ int event_loop(kolt_event_ctx *ev) {
     return uloop_run();
 }
 
-void event_run_cb(kolt_event_ctx *ev, uint32_t kind, kolt_event *event) {
+void event_run_cb(kolt_event_ctx *ev, kolt_event_kind kind, kolt_event *event) {
     for (kolt_list *link = ev->subscribers.next; link != &ev->subscribers; link = link->next)
         kolt_module_of_sub(link)->event_cb(event_config(ev), link, kind, event);
 }

@@ -1,10 +1,13 @@
 // The three watched sockets: opening them, draining them.
+#include "core/hub/netlink_sockets.h"
+
 #include "core/config.h"
-#include "core/event.h"
+#include "core/hub/hub.h"
+#include "core/hub/link_notification.h"
+#include "core/hub/netlink_request.h"
 #include "core/log.h"
-#include "core/netlink.h"
-#include "core/netlink_wifi.h"
-#include "probes/core_probes.h"
+#include "core/names.h"
+#include "probes/ports.h"
 
 #include <cstring>
 #include <duon_bridge.h>
@@ -67,7 +70,7 @@ template <size_t Size> nlmsghdr *next_message(int fd, uint8_t (&buffer)[Size]) {
 }
 
 // Delivers the first message of every waiting datagram as an event.
-void deliver_messages(kolt_event_ctx *ev, int fd, uint32_t kind) {
+void deliver_messages(kolt_event_ctx *ev, int fd, kolt_event_kind kind) {
     alignas(nlmsghdr) uint8_t buffer[KOLT_NETLINK_BUFFER_SIZE];
     while (nlmsghdr *message = next_message(fd, buffer)) {
         kolt_event event{.type = message->nlmsg_type,

@@ -1,4 +1,4 @@
-#include "core/netlink.h"
+#include "core/hub/netlink_request.h"
 
 #include "core/handle.h"
 #include "core/log.h"

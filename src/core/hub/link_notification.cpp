@@ -1,9 +1,10 @@
 // Link notifications: a Wi-Fi station that expired on a backhaul path.
-#include "core/netlink_wifi.h"
+#include "core/hub/link_notification.h"
+
 #include "core/config.h"
 #include "core/log.h"
-#include "core/netlink.h"
-#include "probes/core_probes.h"
+#include "core/names.h"
+#include "probes/ports.h"
 
 #include <cstring>
 #include <duon_bridge.h>
