@@ -1,6 +1,6 @@
 // Any bytes as the Wi-Fi driver's station table, as its statistics and as the name of an interface.
-#include "adaptors/rtk.h"
-#include "adaptors/rtk_driver_file.h"
+#include "adaptors/rtk/rtk_stations.h"
+#include "adaptors/rtk/rtk_wlan.h"
 #include "core_log.h"
 
 #include <cstdlib>

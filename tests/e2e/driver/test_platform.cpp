@@ -2,7 +2,9 @@
 // every empty operation filled. Their results are the numbers in files of DRIVER_DIR that bear the operations' names,
 // or 1 without a file, and each call is a line of the file "journal" there: its name, its arguments, "=" and its
 // result.
-#include "adaptors/rtk.h"
+#include "adaptors/rtk/rtk_flow_hash.h"
+#include "adaptors/rtk/rtk_stations.h"
+#include "adaptors/rtk/rtk_wlan.h"
 #include "adaptors/wlan_platform.h"
 #include "probes/clients.h"
 #include "probes/streams.h"

@@ -1,7 +1,8 @@
 // The Realtek driver's text files of a test, and the shell pipe through which the code reads them.
 #pragma once
 
-#include "adaptors/rtk.h"
+#include "adaptors/rtk/rtk_stations.h"
+#include "adaptors/rtk/rtk_wlan.h"
 #include "support/fake_platform.h"
 #include "support/log_capture.h"
 #include "support/sandbox.h"

@@ -1,4 +1,4 @@
-#include "adaptors/rtk.h"
+#include "adaptors/rtk/rtk_platform.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 #include "adaptors/driver_files.h"
-#include "adaptors/rtk_driver_file.h"
+#include "adaptors/rtk/rtk_driver_file.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -1,5 +1,5 @@
 #include "adaptors/flow_cache.h"
-#include "adaptors/rtk.h"
+#include "adaptors/rtk/rtk_flow_hash.h"
 #include "support/fake_platform.h"
 #include "support/log_capture.h"
 

@@ -1,12 +1,11 @@
-#include "adaptors/rtk.h"
+#include "adaptors/rtk/rtk_flow_hash.h"
+
 #include "probes/bridge_tables.h"
 
 #include <arpa/inet.h>
+#include <netinet/in.h>
 
 namespace {
-
-constexpr uint8_t PROTOCOL_TCP = 6;
-constexpr uint8_t PROTOCOL_UDP = 17;
 
 uint32_t ha_hash_step(uint32_t a, uint32_t b, uint32_t acc) {
     return acc * 33 + (a ^ b);
@@ -30,7 +29,7 @@ uint32_t unconverted(uint32_t address) {
 
 uint8_t kolt_ha_hash_rtk(const kolt_flow &flow) {
     uint32_t acc = ha_hash_step(mac_word(flow.dst_mac), mac_word(flow.src_mac), 0);
-    if (flow.protocol == PROTOCOL_TCP || flow.protocol == PROTOCOL_UDP) {
+    if (flow.protocol == IPPROTO_TCP || flow.protocol == IPPROTO_UDP) {
         acc = ha_hash_step(flow.protocol, 0, acc);
         acc = ha_hash_step(ntohl(flow.dst_ip), ntohs(flow.dst_port), acc);
         acc = ha_hash_step(ntohl(flow.src_ip), ntohs(flow.src_port), acc);

@@ -1,4 +1,8 @@
-#include "adaptors/rtk.h"
+// What the Realtek driver can do; the operations that it lacks stay empty.
+#include "adaptors/rtk/rtk_platform.h"
+
+#include "adaptors/rtk/rtk_flow_hash.h"
+#include "adaptors/rtk/rtk_wlan.h"
 
 const wlan_platform wlan_platform_rtk = {
     .get_uplink_rate = wlan_get_uplink_rate_rtk,

@@ -1,4 +1,4 @@
-#include "adaptors/rtk_driver_file.h"
+#include "adaptors/rtk/rtk_driver_file.h"
 
 #include "core/config.h"
 #include "core/names.h"
