@@ -26,6 +26,7 @@ if TYPE_CHECKING:
     from .view.live import LiveView
 
 AS_EXPECTED, NOT_AS_EXPECTED, CANNOT = 0, 1, 2
+READER_GONE = 128 + signal.SIGPIPE  # what a shell shows for other tools whose reader has gone
 STATUSES = """
 exit status: 0 all as expected; 1 an expectation was not met, or a storm with the daemon; 2 wrong use, a faulty
 scenario, or it cannot run here
@@ -33,6 +34,7 @@ scenario, or it cannot run here
 WATCHING_SPEED = 20.0
 NEEDED = ("bin/kolt", "bin/kolt-ubusd", "bin/kolt-event", "lib/libduon-bridge.so", "lib/libeth_encap.so")
 RUN_ERRORS = (NodeError, OSError)
+FAILURES = (KeyboardInterrupt, ReaderGone, Unusable, *RUN_ERRORS)
 
 Run = Callable[..., dict]
 
@@ -270,29 +272,40 @@ def reason(error: BaseException) -> str:
     return f"{error.filename}: {error.strerror}" if error.filename else error.strerror
 
 
-def abandon_output() -> None:
-    """Nobody reads standard output any more: what is left in its buffer must not raise again at exit."""
-    os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+def let_go_of_output() -> None:
+    """Writes out what is left in standard output's buffer; what cannot be written must not raise again at exit."""
+    try:
+        sys.stdout.flush()
+    except OSError:
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+
+
+def explain(error: BaseException, stop: Stop) -> int:
+    """Says what went wrong and returns the exit status; silent when that is just that nobody reads on."""
+    let_go_of_output()
+    if isinstance(error, (BrokenPipeError, ReaderGone)):
+        return READER_GONE
+    if stop.number:  # whatever else went wrong came of that
+        complain("interrupted")
+        return 128 + stop.number
+    complain(reason(error))
+    return CANNOT
 
 
 def obey(arguments: Sequence[str] | None, run: Run | None) -> int:
-    options = make_parser().parse_args(arguments)
-    status = COMMANDS[options.command](options, run)
-    sys.stdout.flush()
-    return status
+    try:
+        options = make_parser().parse_args(arguments)
+    except SystemExit as end:  # after the help, which may still be in standard output's buffer
+        return int(end.code or 0)
+    return COMMANDS[options.command](options, run)
 
 
 def main(arguments: Sequence[str] | None = None, run: Run | None = None) -> int:
     """`run` replaces the closed loop, for tests. Returns the exit status."""
     with Stop() as stop:
         try:
-            return obey(arguments, run)
-        except (BrokenPipeError, ReaderGone):
-            abandon_output()
-            return 128 + signal.SIGPIPE
-        except (KeyboardInterrupt, Unusable, *RUN_ERRORS) as error:
-            if stop.number:  # whatever else went wrong came of that
-                complain("interrupted")
-                return 128 + stop.number
-            complain(reason(error))
-            return CANNOT
+            status = obey(arguments, run)
+            sys.stdout.flush()
+            return status
+        except FAILURES as error:
+            return explain(error, stop)

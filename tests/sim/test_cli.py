@@ -16,6 +16,7 @@ from kolt_sim import cli
 from terminal import COMMAND, LIMIT_SECONDS, Terminal, environment, write_scenario
 
 TOP = Path(__file__).resolve().parents[2]
+PROGRAM = [str(TOP / "sim/kolt-sim")]
 CLOSED_PIPE = 128 + signal.SIGPIPE
 
 
@@ -173,12 +174,29 @@ def test_a_full_disk_is_one_line(ask, tmp_path):
     assert (said.status, said.err) == (2, ["kolt-sim: cannot write /dev/full: No space left on device"])
 
 
-def test_a_full_disk_behind_standard_output_is_one_line(tmp_path):
+ALL = [["run", "HOME"], ["list"], ["check", "HOME"], ["compare", "HOME"], ["--help"], ["run", "--help"]]
+
+
+def finish(tmp_path: Path, arguments: list[str], out: object, command: list[str] = COMMAND) -> tuple[int, str]:
+    """Runs the command, on a scenario of its own in the place of HOME; its status and what it complained of."""
+    home = str(write_scenario(tmp_path))
+    done = subprocess.run([*command, *[home if word == "HOME" else word for word in arguments]], stdout=out,
+                          stderr=subprocess.PIPE, text=True, env=environment(), timeout=LIMIT_SECONDS)
+    return done.returncode, done.stderr
+
+
+@pytest.mark.parametrize("arguments", ALL)
+def test_a_full_disk_behind_standard_output_is_one_line(tmp_path, arguments):
     with open("/dev/full", "w") as full:
-        done = subprocess.run([*COMMAND, "run", str(write_scenario(tmp_path))], stdout=full, stderr=subprocess.PIPE,
-                              text=True, env=environment(), timeout=LIMIT_SECONDS)
-    assert done.returncode == 2
-    assert done.stderr.splitlines() == ["kolt-sim: No space left on device"]
+        assert finish(tmp_path, arguments, full) == (2, "kolt-sim: No space left on device\n")
+
+
+def test_a_full_disk_does_not_hide_another_problem(tmp_path):
+    bad = write_scenario(tmp_path, "bad", duration=-1)
+    with open("/dev/full", "w") as full:
+        status, errors = finish(tmp_path, ["check", "HOME", str(bad)], full)
+    assert status == 2 and len(errors.splitlines()) == 1
+    assert errors.startswith(f"kolt-sim: {bad}: duration")
 
 
 # compare
@@ -301,7 +319,8 @@ def test_a_pipe_needs_no_library_for_terminals(tmp_path):
 
 def test_the_command_runs_from_anywhere_and_through_a_link(tmp_path):
     (tmp_path / "sim").symlink_to(TOP / "sim/kolt-sim")
-    done = subprocess.run(["./sim", "--help"], cwd=tmp_path, capture_output=True, text=True, timeout=LIMIT_SECONDS)
+    done = subprocess.run(["./sim", "--help"], cwd=tmp_path, capture_output=True, text=True, timeout=LIMIT_SECONDS,
+                          env=environment())
     assert done.returncode == 0
     assert all(word in done.stdout for word in ("run", "compare", "check", "list", "exit status"))
 
@@ -368,15 +387,30 @@ def test_signals_are_handled_as_before_when_the_command_is_over(ask):
     assert signal.getsignal(signal.SIGTERM) is before
 
 
-@pytest.mark.parametrize("arguments", [["run", "HOME"], ["list"], ["check", "HOME"], ["compare", "HOME"], ["--help"]])
-def test_a_closed_pipe_is_silent(tmp_path, arguments):
-    home = str(write_scenario(tmp_path, duration=3600))
+@pytest.fixture
+def abandoned_pipe():
+    """The writing end of a pipe that nobody reads."""
     reader, writer = os.pipe()
     os.close(reader)
-    done = subprocess.run([*COMMAND, *[home if word == "HOME" else word for word in arguments]], stdout=writer,
-                          stderr=subprocess.PIPE, env=environment(), timeout=LIMIT_SECONDS)
+    yield writer
     os.close(writer)
-    assert (done.returncode, done.stderr) == (CLOSED_PIPE, b"")
+
+
+@pytest.mark.parametrize("arguments", ALL)
+def test_a_closed_pipe_is_silent(tmp_path, arguments, abandoned_pipe):
+    assert finish(tmp_path, arguments, abandoned_pipe) == (CLOSED_PIPE, "")
+
+
+@pytest.mark.parametrize("arguments", [["list"], ["check", "HOME"], ["--help"]])
+def test_the_program_itself_buffers_and_still_ends_cleanly(tmp_path, arguments, abandoned_pipe):
+    assert finish(tmp_path, arguments, abandoned_pipe, PROGRAM) == (CLOSED_PIPE, "")
+    with open("/dev/full", "w") as full:
+        assert finish(tmp_path, arguments, full, PROGRAM) == (2, "kolt-sim: No space left on device\n")
+
+
+def test_standard_output_that_is_closed_is_told(tmp_path):
+    closing = ["/bin/sh", "-c", 'exec "$0" "$@" >&-', *PROGRAM]
+    assert finish(tmp_path, ["list"], None, closing) == (2, "kolt-sim: standard output is closed\n")
 
 
 def test_a_reader_that_leaves_in_the_middle_ends_the_run_silently(tmp_path):
