@@ -7,17 +7,11 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <linux/if_tun.h>
-#include <net/if.h>
-#include <net/if_arp.h>
-#include <poll.h>
 #include <pthread.h>
 #include <sched.h>
 #include <stdexcept>
-#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -72,20 +66,6 @@ void show_process() {
     (void)!symlink(("/run/proc/" + number).c_str(), ("/proc/" + number).c_str()); // there already after a reused number
 }
 
-ifreq request_for(const std::string &name) {
-    ifreq request{};
-    strncpy(request.ifr_name, name.c_str(), IFNAMSIZ - 1);
-    return request;
-}
-
-void control(unsigned long what, ifreq *request) {
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const int result = ioctl(fd, what, request);
-    close(fd);
-    if (result != 0)
-        throw std::runtime_error(std::string("interface ioctl: ") + strerror(errno));
-}
-
 } // namespace
 
 void enter_sandbox() {
@@ -111,54 +91,6 @@ void write_file(const std::string &path, std::string_view text) {
 
 void remove_file(const std::string &path) {
     fs::remove_all(path);
-}
-
-test_interface::test_interface(const std::string &name, uint32_t index)
-    : name_(name), tap_(open("/dev/net/tun", O_RDWR | O_CLOEXEC)) {
-    if (index != 0 && ioctl(tap_, TUNSETIFINDEX, &index) != 0)
-        throw std::runtime_error("cannot choose the index of interface " + name + ": " + strerror(errno));
-    ifreq request = request_for(name);
-    request.ifr_flags = IFF_TAP | IFF_NO_PI;
-    if (tap_ < 0 || ioctl(tap_, TUNSETIFF, &request) != 0)
-        throw std::runtime_error("cannot make interface " + name + ": " + strerror(errno));
-    request.ifr_flags = IFF_UP;
-    control(SIOCSIFFLAGS, &request);
-}
-
-test_interface::test_interface(test_interface &&other) noexcept : name_(std::move(other.name_)), tap_(other.tap_) {
-    other.tap_ = -1;
-}
-
-test_interface::~test_interface() {
-    if (tap_ >= 0)
-        close(tap_);
-}
-
-const std::string &test_interface::name() const {
-    return name_;
-}
-
-uint32_t test_interface::index() const {
-    return if_nametoindex(name_.c_str());
-}
-
-std::string test_interface::sent_frame(uint16_t ethertype) const {
-    pollfd watched{tap_, POLLIN, 0};
-    while (poll(&watched, 1, 1000) == 1) {
-        char frame[4096];
-        const ssize_t size = read(tap_, frame, sizeof frame);
-        if (size > 13 && static_cast<uint8_t>(frame[12]) == ethertype >> 8 &&
-            static_cast<uint8_t>(frame[13]) == (ethertype & 0xFF))
-            return {frame, static_cast<size_t>(size)};
-    }
-    return {};
-}
-
-void test_interface::set_mac(const uint8_t *mac) {
-    ifreq request = request_for(name_);
-    request.ifr_hwaddr.sa_family = ARPHRD_ETHER;
-    memcpy(request.ifr_hwaddr.sa_data, mac, 6);
-    control(SIOCSIFHWADDR, &request);
 }
 
 size_t open_descriptors() {

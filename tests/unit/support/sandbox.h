@@ -14,7 +14,8 @@ void enter_sandbox();
 void write_file(const std::string &path, std::string_view text);
 void remove_file(const std::string &path);
 
-// A real network interface; it is gone when the object is. It gets the kernel index that is asked for, or the next one.
+// A real network interface that is up; it is gone when the object is. It gets the kernel index that is asked for, or
+// the next one, and holds one descriptor.
 class test_interface {
 public:
     explicit test_interface(const std::string &name, uint32_t index = 0);
@@ -31,7 +32,7 @@ public:
 
 private:
     std::string name_;
-    int tap_;
+    int socket_;
 };
 
 // How many descriptors the process has open.
