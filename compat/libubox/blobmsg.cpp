@@ -55,15 +55,16 @@ bool blobmsg_check_attr_len(const struct blob_attr *attr, bool name, size_t len)
 
 int blobmsg_parse(const struct blobmsg_policy *policy, int policy_len, struct blob_attr **tb, void *data,
                   unsigned int len) {
-    for (int i = 0; i < policy_len; ++i)
+    for (int i = 0; i < policy_len; i++)
         tb[i] = nullptr;
     if (!data || len == 0)
         return -EINVAL;
     size_t rem = len;
-    for (auto *attr = static_cast<blob_attr *>(data); rem > 0; rem -= blob_pad_len(attr), attr = blob_next(attr)) {
+    blob_attr *attr;
+    __blob_for_each_attr(attr, data, rem) {
         if (!blobmsg_check_attr_len(attr, false, rem))
             return -EINVAL;
-        for (int i = 0; blob_is_extended(attr) && i < policy_len; ++i) {
+        for (int i = 0; blob_is_extended(attr) && i < policy_len; i++) {
             if (!tb[i] && matches(policy[i], attr))
                 tb[i] = attr;
         }

@@ -40,6 +40,15 @@ def works(broker: Bus) -> bool:
     return scene.values(scene.requests(broker.node, begin), "SetBridgeMode") == ["br-lan 1"]
 
 
+def written_levels(node: Node, broker: Bus) -> set[str]:
+    """The kinds of lines that the daemon writes at its present level."""
+    begin = scene.mark(node)
+    broker.deliver("kolt.configure", bus.text("mode", "RE"))
+    broker.deliver("kolt.unknown", b"")
+    scene.drain(node)
+    return {record.level for record in node.log(begin)}
+
+
 def ends_well_or_works(broker: Bus, data: bytes) -> None:
     """After these bytes the daemon either goes on, or takes its bus for lost and ends in order."""
     node = broker.node
@@ -140,23 +149,28 @@ class TestAttributes:
     def test_only_a_32_bit_level_counts_and_the_first_of_two(self, node: Node, ready: Bus, level: int,
                                                              members: bytes) -> None:
         ready.deliver("kolt.debug", members)
-        begin = scene.mark(node)
-        ready.deliver("kolt.configure", bus.text("mode", "RE"))
-        ready.deliver("kolt.unknown", b"")
-        scene.drain(node)
-        assert {record.level for record in node.log(begin)} == set(["Info", "Debug", "Dump"][:level])
+        assert written_levels(node, ready) == set(["Info", "Debug", "Dump"][:level])
+
+    @pytest.mark.parametrize("end", [
+        b"\x80", b"\x85\0\0", bus.member(bus.INT32, "dbg_level", b"\0\0\0\3", length=200),
+        bus.member(bus.INT32, "dbg_level", b"\0\0\0\3", length=3),
+        bus.member(bus.INT32, "dbg_level", b"\0\0\0\3", length=0),
+        bus.member(bus.INT32, "dbg_level", b"\0\0\0\3", length=0xFFFFFF),
+    ], ids=["one-byte", "three-bytes", "past-the-end", "length-3", "length-0", "endless"])
+    def test_ragged_end_leaves_the_attributes_in_front_of_it(self, node: Node, ready: Bus, end: bytes) -> None:
+        ready.deliver("kolt.debug", bus.number("dbg_level", 2) + end)
+        assert written_levels(node, ready) == {"Info", "Debug"}
+        ready.deliver("kolt.debug", end)
+        assert written_levels(node, ready) == {"Info"}
 
     @pytest.mark.parametrize("members", [
-        b"", b"\x80", b"\x85\0\0", bus.member(bus.INT32, "LINK_ETH", b"\0\0\0\1", length=200),
-        bus.member(bus.INT32, "LINK_ETH", b"\0\0\0\1", length=3),
-        bus.member(bus.INT32, "LINK_ETH", b"\0\0\0\1", length=0),
-        bus.number("LINK_ETH", 1) + bus.member(bus.INT32, "x", b"\0\0\0\1", length=0xFFFFFF),
-        bus.attribute(bus.INT32, b"\xff\xff" + b"LINK_ETH", extended=True),
-        bus.attribute(bus.INT32, b"", extended=True),
+        b"", bus.attribute(bus.INT32, b"\xff\xff" + b"LINK_ETH", extended=True),
+        bus.attribute(bus.INT32, b"", extended=True), bus.attribute(9, b"\0\1x\0", extended=True),
+        bus.number("LINK_ETH", 1) + bus.attribute(bus.INT32, b"\0\x09x\0", extended=True),
         bus.member(bus.INT32, "LINK_ETH", b"\0\1"), bus.member(bus.INT32, "LINK_ETH", b""),
         bus.member(bus.STRING, "LINK_ETH", b"no end"),
-    ], ids=["none", "one-byte", "three-bytes", "past-the-end", "length-3", "length-0", "endless-second", "endless-name",
-            "no-head", "half-a-number", "no-number", "no-terminator"])
+    ], ids=["none", "endless-name", "no-head", "unknown-type", "unwanted-second", "half-a-number", "no-number",
+            "no-terminator"])
     def test_malformed_attributes_change_no_state_and_reach_no_bridge(self, node: Node, ready: Bus,
                                                                       members: bytes) -> None:
         begin = scene.mark(node)

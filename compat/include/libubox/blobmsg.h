@@ -108,8 +108,9 @@ bool blobmsg_check_attr_len(const struct blob_attr *attr, bool name, size_t len)
 
 /*
  * Finds the attributes that the `policy_len` rows name in the `len` bytes at `data`. `tb[i]` becomes the first one of
- * row i's name and type, pointing into `data`, or null. Returns 0, or a negative value when `data` is null, `len` is 0
- * or an attribute is malformed; `tb` may then hold what stood in front of it.
+ * row i's name and type, pointing into `data`, or null. The walk ends where no whole attribute is left, however ragged
+ * that end is. Returns 0, or a negative value when `data` is null, `len` is 0 or a whole attribute is malformed inside;
+ * `tb` may then hold what stood in front of it.
  */
 int blobmsg_parse(const struct blobmsg_policy *policy, int policy_len, struct blob_attr **tb, void *data,
                   unsigned int len);

@@ -76,11 +76,16 @@ TEST_F(BlobmsgParse, NoAttributeAtAllIsAnErrorAndZeroesTheTable) {
     EXPECT_EQ(tb[1], nullptr);
 }
 
-TEST_F(BlobmsgParse, EveryCutThroughAnAttributeIsAnError) {
-    const Bytes whole = text_member("mode", "RE");
-    for (size_t len = 0; len < whole.size(); ++len)
-        EXPECT_LT(parse(whole.substr(0, len)), 0) << len;
+TEST_F(BlobmsgParse, CutThroughAnAttributeLeavesWhatStandsInFrontOfIt) {
+    const Bytes first = number_member("level", 4);
+    const Bytes whole = first + text_member("mode", "RE");
+    for (size_t len = 1; len < whole.size(); len++) {
+        EXPECT_EQ(parse(whole.substr(0, len)), 0) << len;
+        EXPECT_EQ(tb[1] != nullptr, len >= first.size()) << len;
+        EXPECT_EQ(tb[0], nullptr) << len;
+    }
     EXPECT_EQ(parse(whole), 0);
+    EXPECT_TRUE(tb[0] && tb[1]);
 }
 
 TEST_F(BlobmsgParse, NameMustMatchAsAWhole) {
@@ -110,18 +115,36 @@ struct Row {
     }
 };
 
+class BlobmsgRaggedEnd : public BlobmsgParse, public ::testing::WithParamInterface<Row> {};
+
+TEST_P(BlobmsgRaggedEnd, IsNoErrorAndEndsTheWalk) {
+    const Bytes &ragged = GetParam().bytes;
+    EXPECT_EQ(parse(ragged), 0);
+    EXPECT_FALSE(tb[0] || tb[1]);
+    EXPECT_EQ(parse(number_member("level", 1) + ragged), 0);
+    EXPECT_NE(tb[1], nullptr);
+    EXPECT_EQ(tb[0], nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(, BlobmsgRaggedEnd,
+                         ::testing::Values(Row{"OneByte", from_hex("85")}, Row{"ThreeBytes", from_hex("850000")},
+                                           Row{"LengthZero", from_hex("85000000") + text_member("mode", "RE")},
+                                           Row{"LengthBelowTheWord", from_hex("85000003") + text_member("mode", "RE")},
+                                           Row{"LengthBeyondTheData", from_hex("8500001000016100")},
+                                           Row{"LongestLength", from_hex("85ffffff00016100")},
+                                           Row{"PaddingBeyondTheData", from_hex("8300000e00046d6f64650000615a")}),
+                         [](const auto &param) { return param.param.name; });
+
 class BlobmsgMalformed : public BlobmsgParse, public ::testing::WithParamInterface<Row> {};
 
-TEST_P(BlobmsgMalformed, IsAnErrorAlsoBehindAWholeAttribute) {
+TEST_P(BlobmsgMalformed, IsAnErrorWhereverItStands) {
     EXPECT_LT(parse(GetParam().bytes), 0);
     EXPECT_LT(parse(number_member("level", 1) + GetParam().bytes), 0);
+    EXPECT_LT(parse(GetParam().bytes + number_member("level", 1)), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(, BlobmsgMalformed,
-                         ::testing::Values(Row{"LengthZero", from_hex("85000000")},
-                                           Row{"LengthBelowTheWord", from_hex("85000003")},
-                                           Row{"LengthBeyondTheData", from_hex("8500001000016100")},
-                                           Row{"NoRoomForTheNameLength", from_hex("8500000500000000")},
+                         ::testing::Values(Row{"NoRoomForTheNameLength", from_hex("8500000500000000")},
                                            Row{"NameBeyondTheAttribute", from_hex("8500000c00ff616161616161")},
                                            Row{"NameOfTheLongestLength", from_hex("8500000cffff616161616161")},
                                            Row{"NameWithoutNul", from_hex("8500000c0001616100000001")},
