@@ -48,8 +48,13 @@ struct ubus_context {
     uint32_t local_id;
     uint16_t request_seq;
 
-    /* Called when the broker has gone or broke the protocol; the default ends the loop when `sock` is in it. */
+    /*
+     * Called once, when the broker has gone or broke the protocol. The default ends the loop when `sock` is in it: the
+     * loop takes a socket that has hung up out itself, so a client that was idle then lives on without a bus. It must
+     * not free the connection; a timer may.
+     */
     void (*connection_lost)(struct ubus_context *ctx);
+    bool lost; /* it was called */
 
     struct ubus_wire_input *input;
 };
@@ -58,8 +63,9 @@ struct ubus_context {
 const char *ubus_strerror(int error);
 
 /*
- * Connects to the broker at `path` (null: the default path) and waits for its greeting. Also creates the event loop.
- * Returns a connection to be released with ubus_free(), or null with the reason in errno.
+ * Connects to the broker at `path` (null: the default path) and waits for its greeting, until a signal comes in
+ * between. Also creates the event loop. Returns a connection to be released with ubus_free(), or null with the reason
+ * in errno.
  */
 struct ubus_context *ubus_connect(const char *path);
 

@@ -32,13 +32,13 @@ bool set_non_blocking(int fd) {
     return flags >= 0 && fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
 }
 
-// Hands one event to its watcher. A watcher that reports an error twice in a row without an event free of errors
-// between is taken out first: nobody clears that error, and the loop would spin on it.
+// Hands one event to its watcher. One that has failed or hung up is taken out first, so that the loop does not spin on
+// what nobody clears; its callback may add it again.
 void deliver(uloop_fd *sock, uint32_t events) {
-    const bool error = (events & (EPOLLERR | EPOLLHUP)) != 0;
-    if (error && sock->error)
-        (void)uloop_fd_delete(sock); // the last call below is all that is left to do for it
-    sock->error = error;
+    if (events & (EPOLLERR | EPOLLHUP)) {
+        (void)uloop_fd_delete(sock); // the call below is all that is left to do for it
+        sock->error = true;
+    }
     if (events & EPOLLRDHUP)
         sock->eof = true;
     unsigned ready = 0;

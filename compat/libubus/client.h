@@ -29,14 +29,14 @@ bool ubus_expired(int64_t deadline);
 // Whether the event loop was told to end.
 bool ubus_loop_ending();
 
-// Waits until `fd` is ready for `events` (of poll). False at the deadline, and when a signal ends the loop meanwhile.
+// Waits until `fd` is ready for `events` (of poll). False at the deadline, and when a signal ends the loop before that.
 [[nodiscard]] bool ubus_wait(int fd, short events, int64_t deadline);
 
 // Sends one message, header numbers in host order. False when it is too long or the broker does not take it.
 [[nodiscard]] bool ubus_send_message(ubus_context *ctx, ubus_msg_type type, uint16_t seq, uint32_t peer,
                                      const blob_attr *body);
 
-// Cuts the connection, whose stream can no longer be followed, and tells its owner.
+// Cuts the connection, whose stream can no longer be followed, and tells its owner the first time.
 void ubus_connection_broken(ubus_context *ctx);
 
 // Sends a request and waits for its STATUS, whose code it returns; the OBJID of a DATA that comes before goes to

@@ -31,7 +31,8 @@ void end_loop_if_attached(ubus_context *ctx) {
 void handle_socket(uloop_fd *sock, unsigned) {
     ubus_context *ctx = container_of(sock, ubus_context, sock);
     ubus_dispatch_pending(ctx);
-    for (int i = 0; i < messages_per_turn; ++i) {
+    // After a hang-up there is no other turn: the loop has taken the socket out.
+    for (int i = 0; i < messages_per_turn || !sock->registered; i++) {
         const wire_result result = wire_receive(sock->fd, *ctx->input);
         if (result == wire_result::more)
             return;
@@ -75,12 +76,25 @@ int open_socket(const char *path) {
     return fd;
 }
 
+// Waits once, for no longer than until the deadline. False, with the reason in errno, also when a signal interrupts it.
+bool wait_for_greeting(int fd, int64_t deadline) {
+    pollfd entry = {fd, POLLIN, 0};
+    const int64_t left = deadline - now_ms();
+    const int ready = poll(&entry, 1, left > 0 ? static_cast<int>(left) : 0);
+    if (ready == 0)
+        errno = ETIMEDOUT;
+    return ready > 0;
+}
+
 bool receive_greeting(ubus_context *ctx) {
     const int64_t deadline = ubus_deadline();
     wire_result result = wire_receive(ctx->sock.fd, *ctx->input);
-    while (result == wire_result::more && ubus_wait(ctx->sock.fd, POLLIN, deadline))
+    while (result == wire_result::more) {
+        if (!wait_for_greeting(ctx->sock.fd, deadline))
+            return false;
         result = wire_receive(ctx->sock.fd, *ctx->input);
-    errno = result == wire_result::more ? ETIMEDOUT : EPROTO;
+    }
+    errno = EPROTO; // the reason of every failure below
     if (result != wire_result::complete)
         return false;
     const ubus_msghdr header = wire_header(*ctx->input);
@@ -169,8 +183,11 @@ bool ubus_wait(int fd, short events, int64_t deadline) {
         const int ready = poll(&entry, 1, static_cast<int>(left));
         if (ready > 0)
             return true;
-        if (ready < 0 && (errno != EINTR || ubus_loop_ending()))
+        if (ready < 0 && errno != EINTR)
             return false;
+        // What ended the loop may have cut the connection as well, which is then the answer.
+        if (ready < 0 && ubus_loop_ending())
+            return poll(&entry, 1, 0) > 0;
     }
 }
 
@@ -194,6 +211,9 @@ bool ubus_send_message(ubus_context *ctx, ubus_msg_type type, uint16_t seq, uint
 
 void ubus_connection_broken(ubus_context *ctx) {
     (void)shutdown(ctx->sock.fd, SHUT_RDWR); // all further reading finds the end of the stream
+    if (ctx->lost)
+        return;
+    ctx->lost = true;
     if (ctx->connection_lost)
         ctx->connection_lost(ctx);
 }

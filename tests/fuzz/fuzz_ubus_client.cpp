@@ -21,6 +21,12 @@ const std::string registered("\0\2\0\1\0\0\0\0\0\0\0\x0c\3\0\0\x08\0\0\x10\0"
                              60);
 
 volatile uint32_t sink;
+int losses;
+
+void count_loss(ubus_context *) {
+    losses++;
+    uloop_end();
+}
 
 void handle_event(ubus_context *, ubus_event_handler *, const char *type, blob_attr *message) {
     static constexpr blobmsg_policy policy[] = {{"mode", BLOBMSG_TYPE_STRING}, {"dbg_level", BLOBMSG_TYPE_INT32}};
@@ -44,11 +50,16 @@ void serve(int fd, std::string rest) {
         feed(fd, rest.substr(0, piece));
         rest.erase(0, piece);
         (void)uloop_run_timeout(0);
-        if (uloop_cancelled)
+        if (losses > 0)
             return;
     }
     (void)shutdown(fd, SHUT_WR);
-    (void)uloop_run();
+    if (losses == 0)
+        (void)uloop_run();
+    for (int i = 0; i < 3; i++)
+        (void)uloop_run_timeout(0);
+    if (losses != 1)
+        abort();
 }
 
 } // namespace
@@ -71,6 +82,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         rest.clear();
     }
     if (ubus_context *ctx = ubus_adopt(ends[0])) {
+        losses = 0;
+        ctx->connection_lost = count_loss;
         ubus_event_handler handler = {};
         handler.cb = handle_event;
         (void)ubus_register_event_handler(ctx, &handler, "kolt.*");

@@ -27,7 +27,7 @@ struct uloop_fd {
     uloop_fd_handler cb;
     int fd;
     bool eof;        /* the peer will send no more */
-    bool error;      /* the last event reported an error or a hang-up */
+    bool error;      /* it failed or hung up, and was taken out of the loop before the callback */
     bool registered; /* it is in the loop */
     uint8_t flags;   /* what it was added with */
 };

@@ -55,6 +55,7 @@ TEST_F(UbusClientSession, ListenerSendsTheRecordedBytesAndSeesTheRecordedEvents)
     };
     EXPECT_EQ(ubus_register_event_handler(ctx, &handler, "kolt.*"), 0);
     EXPECT_EQ(handler.obj.id, 0xbbbf01e0u);
+    ctx->connection_lost = [](ubus_context *) { uloop_end(); };
     EXPECT_EQ(ubus_add_uloop(ctx), 0);
     EXPECT_EQ(uloop_run(), 0);
     EXPECT_EQ(events, (std::vector<std::string>{

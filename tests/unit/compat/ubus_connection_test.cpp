@@ -1,7 +1,9 @@
 #include "support.h"
 
 #include <cerrno>
+#include <chrono>
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -113,10 +115,52 @@ TEST_F(UbusConnection, IsNullWhenTheBrokerNeverGreets) {
     EXPECT_EQ(errno, ETIMEDOUT);
 }
 
-TEST_F(UbusConnection, LoopEndsWhenTheBrokerGoesAway) {
+TEST_F(UbusConnection, IdleClientOutlivesTheBroker) {
     ubus_context *ctx = attach([](int) {});
     ASSERT_TRUE(ctx);
+    broker->finish();
+    static bool ended;
+    ended = false;
+    uloop_timeout end = {};
+    end.cb = [](uloop_timeout *) {
+        ended = true;
+        uloop_end();
+    };
+    uloop_timeout_set(&end, 50);
     EXPECT_EQ(uloop_run(), 0);
+    EXPECT_TRUE(ended);
+    EXPECT_FALSE(ctx->sock.registered);
+    ubus_free(ctx);
+}
+
+TEST_F(UbusConnection, LoopEndsWhenTheBrokerClosesOnlyItsSendingSide) {
+    ubus_context *ctx = attach([](int fd) {
+        EXPECT_EQ(shutdown(fd, SHUT_WR), 0);
+        EXPECT_TRUE(closes(fd));
+    });
+    ASSERT_TRUE(ctx);
+    EXPECT_EQ(uloop_run(), 0);
+    EXPECT_TRUE(ctx->sock.registered);
+    ubus_free(ctx);
+}
+
+TEST_F(UbusConnection, ManyMessagesOfABrokerThatHasGoneAreAllRead) {
+    static int losses;
+    losses = 0;
+    ubus_context *ctx = attach([](int fd) {
+        Bytes messages;
+        for (uint16_t seq = 0; seq < 100; seq++)
+            messages += wire_message(UBUS_MSG_STATUS, seq, 0);
+        EXPECT_TRUE(send_bytes(fd, messages));
+    });
+    ASSERT_TRUE(ctx);
+    broker->finish();
+    ctx->connection_lost = [](ubus_context *) {
+        losses++;
+        uloop_end();
+    };
+    EXPECT_EQ(uloop_run(), 0);
+    EXPECT_EQ(losses, 1);
     ubus_free(ctx);
 }
 
@@ -173,12 +217,36 @@ TEST_F(UbusConnection, HalfAMessageDoesNotHoldTheLoop) {
     ubus_free(ctx);
 }
 
+TEST_F(UbusConnection, SignalInterruptsTheWaitForTheGreeting) {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    struct sigaction before = {};
+    ASSERT_EQ(sigaction(SIGUSR1, &action, &before), 0);
+    const pid_t self = getpid();
+    const auto start = std::chrono::steady_clock::now();
+    ScriptedBroker scripted(dir.path("sock"), [self](int fd) {
+        // Again and again, because the first may come before the wait has begun.
+        EXPECT_TRUE(eventually([&] {
+            kill(self, SIGUSR1);
+            pollfd entry = {fd, POLLIN, 0};
+            return poll(&entry, 1, 10) == 1;
+        }));
+    });
+    EXPECT_EQ(connect(), nullptr);
+    EXPECT_EQ(errno, EINTR);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
+    scripted.finish();
+    ASSERT_EQ(sigaction(SIGUSR1, &before, nullptr), 0);
+}
+
 TEST_F(UbusConnection, MessagesThatAskForNothingAreIgnored) {
     ubus_context *ctx = attach([](int fd) {
         for (const ubus_msg_type type :
              {UBUS_MSG_HELLO, UBUS_MSG_STATUS, UBUS_MSG_DATA, UBUS_MSG_PING, UBUS_MSG_NOTIFY})
             EXPECT_TRUE(send_bytes(fd, wire_message(type, 9, 0, number_attr(UBUS_ATTR_STATUS, 1))));
         EXPECT_TRUE(send_bytes(fd, wire_message(200, 9, 0)));
+        EXPECT_EQ(shutdown(fd, SHUT_WR), 0);
+        EXPECT_TRUE(closes(fd));
     });
     ASSERT_TRUE(ctx);
     EXPECT_EQ(uloop_run(), 0);

@@ -27,6 +27,7 @@ protected:
             events.push_back({type, blob_len(message)});
         };
         EXPECT_EQ(ubus_register_event_handler(ctx, &handler, pattern), 0);
+        ctx->connection_lost = [](ubus_context *) { uloop_end(); };
         EXPECT_EQ(ubus_add_uloop(ctx), 0);
         EXPECT_EQ(uloop_run(), 0);
         ubus_free(ctx);
@@ -216,6 +217,7 @@ TEST_F(UbusEvent, CallbackMayMakeARequestItself) {
         EXPECT_STREQ(type, "a");
         events.push_back({type, 0});
     };
+    ctx->connection_lost = [](ubus_context *) { uloop_end(); };
     EXPECT_EQ(ubus_register_event_handler(ctx, &handler, "*"), 0);
     EXPECT_EQ(ubus_add_uloop(ctx), 0);
     EXPECT_EQ(uloop_run(), 0);

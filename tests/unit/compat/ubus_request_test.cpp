@@ -4,6 +4,7 @@
 #include <chrono>
 #include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -153,6 +154,35 @@ TEST_F(UbusRequest, SignalThatEndsTheLoopEndsTheWaitToo) {
     ubus_free(ctx);
     ctx = nullptr;
     broker->finish();
+}
+
+int cut_in_handler = -1;
+
+void cut_connection(int) {
+    (void)shutdown(cut_in_handler, SHUT_RDWR);
+    uloop_end();
+}
+
+TEST_F(UbusRequest, SignalHandlerThatCutsTheConnectionEndsTheWaitAsConnectionFailed) {
+    struct sigaction action = {};
+    action.sa_handler = cut_connection;
+    struct sigaction before = {};
+    ASSERT_EQ(sigaction(SIGUSR1, &action, &before), 0);
+    const pid_t self = getpid();
+    const auto start = std::chrono::steady_clock::now();
+    ScriptedBroker scripted(dir.path("sock"), [self](int fd) {
+        greet(fd);
+        receive_message(fd);
+        kill(self, SIGUSR1);
+        EXPECT_TRUE(closes(fd));
+    });
+    ctx = ubus_connect(dir.path("sock").c_str());
+    ASSERT_TRUE(ctx);
+    cut_in_handler = ctx->sock.fd;
+    EXPECT_EQ(ubus_register_event_handler(ctx, &handler, nullptr), UBUS_STATUS_CONNECTION_FAILED);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
+    scripted.finish();
+    ASSERT_EQ(sigaction(SIGUSR1, &before, nullptr), 0);
 }
 
 TEST_F(UbusRequest, MessageOfAnotherSequenceIsKeptAndHandledLater) {

@@ -189,18 +189,38 @@ TEST_F(Uloop, EndOfThePeerSetsEof) {
     EXPECT_EQ(uloop_run(), 0);
     EXPECT_TRUE(watcher.fd.eof);
     EXPECT_FALSE(watcher.fd.error);
+    EXPECT_TRUE(watcher.fd.registered);
 }
 
-TEST_F(Uloop, ErrorThatNobodyClearsDoesNotKeepTheLoopSpinning) {
+TEST_F(Uloop, HungUpDescriptorIsTakenOutBeforeItsOnlyCall) {
     Watcher watcher(here.get());
-    watcher.then = [] {};
+    watcher.then = [&] { EXPECT_FALSE(watcher.fd.registered); };
     ASSERT_EQ(uloop_fd_add(&watcher.fd, ULOOP_READ), 0);
     there = Fd();
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 5; i++)
         EXPECT_EQ(uloop_run_timeout(0), 0);
     EXPECT_TRUE(watcher.fd.error);
-    EXPECT_FALSE(watcher.fd.registered);
-    EXPECT_EQ(watcher.calls, 2);
+    EXPECT_TRUE(watcher.fd.eof);
+    EXPECT_EQ(watcher.events, static_cast<unsigned>(ULOOP_READ));
+    EXPECT_EQ(watcher.calls, 1);
+}
+
+TEST_F(Uloop, FailedDescriptorIsTakenOutAndMayBeAddedAgain) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const Fd write_end(ends[1]);
+    ASSERT_EQ(close(ends[0]), 0); // nobody reads: an error of the pipe, without a hang-up
+    Watcher watcher(write_end.get());
+    watcher.then = [] {};
+    for (int calls = 1; calls <= 2; calls++) {
+        ASSERT_EQ(uloop_fd_add(&watcher.fd, ULOOP_WRITE), 0);
+        EXPECT_FALSE(watcher.fd.error);
+        for (int i = 0; i < 3; i++)
+            EXPECT_EQ(uloop_run_timeout(0), 0);
+        EXPECT_TRUE(watcher.fd.error);
+        EXPECT_FALSE(watcher.fd.registered);
+        EXPECT_EQ(watcher.calls, calls);
+    }
 }
 
 TEST_F(Uloop, RunReturnsZeroAfterEnd) {
