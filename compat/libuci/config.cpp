@@ -6,11 +6,16 @@
 
 namespace {
 
+// Whether a command has more than `count` words. An empty one behind them ends what is looked at.
+bool has_surplus(const uci_command &command, size_t count) {
+    return command.count > count && command.word[count][0] != '\0';
+}
+
 // A section that is named again goes on; under another type it is a mistake.
 int parse_section(uci_package *package, const uci_command &command, uci_section **section) {
     const char *type = command.word[1];
-    const char *name = command.count == 3 && command.word[2][0] != '\0' ? command.word[2] : nullptr;
-    if (command.count < 2 || command.count > 3 || !uci_valid_type(type) || (name && !uci_valid_name(name)))
+    const char *name = command.count > 2 && command.word[2][0] != '\0' ? command.word[2] : nullptr;
+    if (command.count < 2 || has_surplus(command, 3) || !uci_valid_type(type) || (name && !uci_valid_name(name)))
         return UCI_ERR_PARSE;
     uci_element *known = name ? uci_find(&package->sections, name) : nullptr;
     if (!known)
@@ -20,12 +25,13 @@ int parse_section(uci_package *package, const uci_command &command, uci_section 
 }
 
 int parse_option(uci_section *section, const uci_command &command, bool list) {
-    if (!section || command.count < 2 || command.count > 3 || !uci_valid_name(command.word[1]))
+    if (!section || command.count < 2 || has_surplus(command, 3) || !uci_valid_name(command.word[1]))
         return UCI_ERR_PARSE;
-    const char *value = command.count == 3 ? command.word[2] : "";
+    const char *value = command.count > 2 ? command.word[2] : "";
     if (list)
         return uci_append_item(section, command.word[1], value);
-    return uci_set_option(section, command.word[1], value);
+    // An empty value says nothing: it neither makes an option nor takes the place of what one has.
+    return *value == '\0' ? int{UCI_OK} : uci_set_option(section, command.word[1], value);
 }
 
 int parse_command(uci_package *package, const uci_command &command, uci_section **section) {
@@ -37,7 +43,7 @@ int parse_command(uci_package *package, const uci_command &command, uci_section 
     if (strcmp(verb, "list") == 0)
         return parse_option(*section, command, true);
     // The file's name is the package's; a line that gives it one is for exports that hold several packages.
-    const bool package_line = strcmp(verb, "package") == 0 && command.count == 2;
+    const bool package_line = strcmp(verb, "package") == 0 && command.count >= 2 && !has_surplus(command, 2);
     return package_line ? UCI_OK : UCI_ERR_PARSE;
 }
 

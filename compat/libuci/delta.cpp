@@ -1,4 +1,5 @@
-// Pending changes: one tuple per command, with a mark in front that says what to do; without one it sets.
+// Pending changes: one tuple to a line, with a mark in front that says what to do; without one it sets. A line that is
+// not well formed is passed over.
 
 #include "uci_internal.h"
 
@@ -80,10 +81,9 @@ int change_option(char mark, const uci_ptr &tuple, const target &found) {
 }
 
 // Moving a section (^) is passed over: nothing that is looked up by name depends on the order.
-int apply(uci_package *package, char *text) {
-    const char mark = strchr("-@+|~^", *text) ? *text : '\0';
+int apply(uci_package *package, char mark, char *text) {
     uci_ptr tuple;
-    if (*text == '\0' || uci_split_tuple(&tuple, mark ? text + 1 : text) != UCI_OK)
+    if (uci_split_tuple(&tuple, text) != UCI_OK)
         return UCI_OK;
     if (!tuple.section || strcmp(tuple.package, package->e.name) != 0 || !uci_valid_name(tuple.section) ||
         (tuple.option && !uci_valid_name(tuple.option)))
@@ -101,9 +101,10 @@ int apply(uci_package *package, char *text) {
 } // namespace
 
 int uci_apply_delta(uci_package *package, uci_text &text) {
+    text.broken = false; // a NUL in one line holds up no other
     uci_command command;
-    while (uci_next_command(text, command)) {
-        const int error = apply(package, command.word[0]);
+    while (uci_next_change(text, command)) {
+        const int error = apply(package, command.mark, command.word[0]);
         if (error != UCI_OK)
             return error;
     }

@@ -33,9 +33,9 @@ void skip_blanks(uci_text &text) {
     }
 }
 
-void skip_comment(uci_text &text) {
+void skip_rest_of_line(uci_text &text) {
     while (text.pos < text.end && *text.pos != '\n')
-        ++text.pos;
+        text.pos++;
 }
 
 // Copies what a backslash stands in front of; nothing when that is the end of the line.
@@ -75,23 +75,34 @@ void copy_word(uci_text &text, char *&out) {
     *out++ = '\0';
 }
 
+// Reads one word. A semicolon right behind it ends what is read of the line; one that stands where a word should begin
+// is an empty word, and what follows it are more words.
+void read_word(uci_text &text, char *&out) {
+    const bool only_semicolon = *text.pos == ';';
+    copy_word(text, out);
+    if (only_semicolon)
+        text.pos++;
+    else if (!text.broken && text.pos < text.end && *text.pos == ';')
+        skip_rest_of_line(text);
+}
+
 void read_command(uci_text &text, uci_command &command) {
     command = {};
     char *out = text.words;
     for (skip_blanks(text); text.pos < text.end && !text.broken; skip_blanks(text)) {
         if (*text.pos == '#')
-            skip_comment(text);
+            skip_rest_of_line(text);
         if (text.pos == text.end)
             return;
-        if (*text.pos == '\n' || *text.pos == ';') {
-            ++text.pos;
+        if (*text.pos == '\n') {
+            text.pos++;
             return;
         }
         char *word = out;
-        copy_word(text, out);
+        read_word(text, out);
         if (command.count < command.word.size())
             command.word[command.count] = word;
-        ++command.count;
+        command.count++;
     }
 }
 
@@ -126,6 +137,20 @@ bool uci_next_command(uci_text &text, uci_command &command) {
         if (text.pos == text.end || text.broken)
             return false;
         read_command(text, command);
+    } while (command.count == 0);
+    return !text.broken;
+}
+
+// The mark is a character of the line, not of a word: in quotes or behind a blank it is none.
+bool uci_next_change(uci_text &text, uci_command &command) {
+    do {
+        if (text.pos == text.end || text.broken)
+            return false;
+        const char mark = strchr("-@+|~^", *text.pos) ? *text.pos : '\0';
+        if (mark != '\0')
+            text.pos++;
+        read_command(text, command);
+        command.mark = mark;
     } while (command.count == 0);
     return !text.broken;
 }

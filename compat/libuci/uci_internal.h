@@ -17,8 +17,8 @@ constexpr int uci_max_elements = 8192;
 [[nodiscard]] bool uci_valid_type(const char *type);
 
 // ---- text
-// Commands of a configuration text: words separated by blanks, ended by a newline or a semicolon. Words may be quoted;
-// a # outside quotes starts a comment.
+// Commands of a configuration text: words separated by blanks, one command to a line. Words may be quoted; a # outside
+// quotes starts a comment, and a semicolon right behind a word ends what is read of the line.
 struct uci_text {
     const char *pos;
     const char *end;
@@ -30,12 +30,15 @@ struct uci_text {
 [[nodiscard]] uci_text uci_text_of(char *content, size_t len);
 
 struct uci_command {
+    char mark;                  // of a change: what its line begins with, out of "-@+|~^"; else 0
     std::array<char *, 4> word; // unquoted; valid until the next command is read
     size_t count;               // how many words there were, also beyond the array
 };
 
-// Reads the next command that is not empty. False at the end of the text, or when it is broken.
+// Reads the next command that is not empty, or the next change with its mark. False at the end of the text, or when it
+// is broken.
 [[nodiscard]] bool uci_next_command(uci_text &text, uci_command &command);
+[[nodiscard]] bool uci_next_change(uci_text &text, uci_command &command);
 
 // ---- files
 // Reads DIR/NAME as a whole into memory that the caller frees, with the room behind it that uci_text_of() asks for.

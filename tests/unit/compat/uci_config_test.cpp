@@ -40,10 +40,24 @@ TEST_F(UciConfig, LastOptionOfANameCounts) {
 }
 
 TEST_F(UciConfig, EmptyValueIsNoOption) {
-    config("config a s\n\toption o ''\n\toption q 1\n\toption q ''\n\toption r\n");
+    config("config a s\n\toption o ''\n\toption r\n");
     EXPECT_EQ(value("p.s.o"), "type 3");
-    EXPECT_EQ(value("p.s.q"), "type 3");
     EXPECT_EQ(value("p.s.r"), "type 3");
+}
+
+TEST_F(UciConfig, LaterEmptyValueLeavesTheEarlierOneStanding) {
+    config("config a s\n\toption o 1\n\toption o ''\n\tlist l 2\n\tlist l 3\n\toption l \"\"\n\toption o\n");
+    EXPECT_EQ(value("p.s.o"), "1");
+    EXPECT_EQ(value("p.s.l"), "[2|3]");
+}
+
+TEST_F(UciConfig, SemicolonEndsWhatIsReadOfALine) {
+    config("config a s; option o 1\n\toption q 1; option r 2\n\tlist l 1; list l 2\nconfig b t ; option o 1\n");
+    EXPECT_EQ(value("p.s.o"), "type 3");
+    EXPECT_EQ(value("p.s.q"), "1");
+    EXPECT_EQ(value("p.s.r"), "type 3");
+    EXPECT_EQ(value("p.s.l"), "[1]");
+    EXPECT_EQ(value("p.t.o"), "type 3");
 }
 
 TEST_F(UciConfig, SectionWithoutNameIsAnonymous) {
@@ -99,7 +113,12 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"ConfigWithEmptyType", "config '' s\n"}, Row{"ConfigWithWrongType", "config 'a b' s\n"},
         Row{"OptionWithoutName", "config a s\noption\n"}, Row{"OptionWithSurplusWord", "config a s\noption o 1 2\n"},
         Row{"OptionWithWrongName", "config a s\noption o-p 1\n"}, Row{"PackageWithoutName", "package\nconfig a s\n"},
-        Row{"SectionOfTwoTypes", "config a s\nconfig b s\n"}, Row{"OpenSingleQuote", "config a s\noption o '1\n"},
+        Row{"SectionOfTwoTypes", "config a s\nconfig b s\n"},
+        Row{"SemicolonInPlaceOfAValue", "config a s\noption other ;option o 1\n"},
+        Row{"SemicolonInPlaceOfAName", "config a s\noption ;o 1\n"},
+        Row{"SemicolonInFront", "config a s\n;option o 1\n"},
+        Row{"OptionNamedWithAHyphen", "config a s\noption -x 1\n"},
+        Row{"OptionNamedWithABracket", "config a s\noption [ 1\n"}, Row{"OpenSingleQuote", "config a s\noption o '1\n"},
         Row{"OpenDoubleQuote", "config a s\noption o \"1\n"}, Row{"NoConfiguration", "{\"a\": 1}\n"}),
     [](const auto &param) { return param.param.name; });
 

@@ -98,12 +98,34 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(Row{"OtherPackage", "q.s.o='7'"}, Row{"MissingSection", "p.missing.o='7'"},
                       Row{"NoValue", "p.s.o"}, Row{"NoSection", "p='7'"}, Row{"FourParts", "p.s.o.x='7'"},
                       Row{"WrongOptionName", "p.s.a-b='7'"}, Row{"WrongSectionName", "p.@main[0].o='7'"},
-                      Row{"WrongType", "p.s='a b'"}, Row{"OnlyAMark", "-"}, Row{"EmptyWord", "''"},
+                      Row{"WrongType", "p.s='a b'"}, Row{"OnlyAMark", "-"}, Row{"QuotedMark", "'-p.s.o'"},
+                      Row{"BlankBeforeTheMark", " -p.s.o"}, Row{"HyphenForATuple", "-x"}, Row{"BracketForATuple", "["},
+                      Row{"OptionBracket", "p.s.[='7'"}, Row{"SectionBracket", "p.[='main'"},
+                      Row{"SectionHyphen", "p.-x='main'"}, Row{"Semicolon", ";p.s.o='7'"}, Row{"EmptyWord", "''"},
                       Row{"AddedSectionThatExists", "+p.s='other'"}, Row{"ListItemWithoutValue", "|p.s.l"},
                       Row{"RenamingToAWrongName", "@p.s.o='a b'"}, Row{"Moving", "^p.s='1'"},
                       Row{"ListItemOfASection", "|p.s='x'"}, Row{"Nonsense", "one two three\n=\n.=.\n..="},
                       Row{"Comment", "# p.s.o='7'"}),
     [](const auto &param) { return param.param.name; });
+
+TEST_F(UciDelta, MarkMayStandApartFromItsTuple) {
+    delta("- p.s.o\n| p.s.l=c\n");
+    EXPECT_EQ(value("p.s.o"), "type 3");
+    EXPECT_EQ(value("p.s.l"), "[a|b|c]");
+}
+
+TEST_F(UciDelta, SemicolonEndsWhatIsReadOfALine) {
+    delta("p.s.o=3;p.t.o=4\np.s.n=5\n");
+    EXPECT_EQ(value("p.s.o"), "3");
+    EXPECT_EQ(value("p.t.o"), "2");
+    EXPECT_EQ(value("p.s.n"), "5");
+}
+
+TEST_F(UciDelta, NulInALineHoldsUpNoOtherLine) {
+    delta(std::string("p.s.n='1'\n\0\np.t.o='9'\n", 22));
+    EXPECT_EQ(value("p.s.n"), "1");
+    EXPECT_EQ(value("p.t.o"), "9");
+}
 
 TEST_F(UciDelta, BrokenEndKeepsWhatStandsInFrontOfIt) {
     delta("p.s.o='3'\np.t.o='4\n");
