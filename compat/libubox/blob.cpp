@@ -2,18 +2,18 @@
 
 #include "c_headers.h"
 
-#include <stdlib.h>
+#include <cstdlib>
 
 namespace {
 
-constexpr size_t growth_step = 256;
+constexpr size_t GROWTH_STEP = 256;
 
 size_t padded(size_t len) {
     return (len + BLOB_ATTR_ALIGN - 1) & ~static_cast<size_t>(BLOB_ATTR_ALIGN - 1);
 }
 
 bool grow_buffer(blob_buf *buf, int minlen) {
-    const size_t wanted = (static_cast<size_t>(buf->buflen) + static_cast<size_t>(minlen)) | (growth_step - 1);
+    const size_t wanted = (static_cast<size_t>(buf->buflen) + static_cast<size_t>(minlen)) | (GROWTH_STEP - 1);
     void *grown = realloc(buf->buf, wanted + 1);
     if (!grown)
         return false;
@@ -38,7 +38,7 @@ void set_raw_len(blob_attr *attr, size_t raw_len) {
 int blob_buf_init(struct blob_buf *buf, int id) {
     if (!buf->grow)
         buf->grow = grow_buffer;
-    if (!buf->buf && !buf->grow(buf, static_cast<int>(growth_step)))
+    if (!buf->buf && !buf->grow(buf, static_cast<int>(GROWTH_STEP)))
         return -1;
     buf->head = static_cast<blob_attr *>(buf->buf);
     set_word(buf->head, static_cast<unsigned>(id), false, sizeof(blob_attr));

@@ -2,7 +2,7 @@
 
 #include "c_headers.h"
 
-#include <errno.h>
+#include <cerrno>
 
 namespace {
 

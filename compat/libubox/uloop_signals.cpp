@@ -2,16 +2,16 @@
 
 #include "uloop_internal.h"
 
-#include <errno.h>
-#include <signal.h>
+#include <cerrno>
+#include <csignal>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr int handled_signals[] = {SIGINT, SIGTERM, SIGCHLD};
+constexpr int HANDLED_SIGNALS[] = {SIGINT, SIGTERM, SIGCHLD};
 
-// What was in force before, in the order of handled_signals.
+// What was in force before, in the order of HANDLED_SIGNALS.
 struct previous_action {
     bool replaced;
     struct sigaction action;
@@ -41,26 +41,26 @@ void handle_signal(int number) {
 void uloop_install_signals(int wake_fd) {
     wake_target = wake_fd;
     previous_action *saved = previous;
-    for (const int number : handled_signals) {
+    for (const int number : HANDLED_SIGNALS) {
         struct sigaction action = {};
         action.sa_handler = handle_signal;
         if (number == SIGCHLD)
             action.sa_flags = SA_NOCLDSTOP | SA_RESTART; // a child's end interrupts nobody's reading
         sigemptyset(&action.sa_mask);
         saved->replaced = sigaction(number, &action, &saved->action) == 0;
-        ++saved;
+        saved++;
     }
 }
 
 void uloop_restore_signals() {
     previous_action *saved = previous;
-    for (const int number : handled_signals) {
+    for (const int number : HANDLED_SIGNALS) {
         struct sigaction current = {};
         // A handler that somebody has put on top since then is left alone.
         if (saved->replaced && sigaction(number, nullptr, &current) == 0 && current.sa_handler == handle_signal)
             (void)sigaction(number, &saved->action, nullptr); // cannot fail for a number that could be taken over
         saved->replaced = false;
-        ++saved;
+        saved++;
     }
     wake_target = -1;
 }

@@ -2,24 +2,24 @@
 
 #include "uloop_internal.h"
 
-#include <limits.h>
-#include <time.h>
+#include <climits>
+#include <ctime>
 
 namespace {
 
 list_head timeouts = {&timeouts, &timeouts};
 
-constexpr int64_t us_per_ms = 1000;
-constexpr int64_t us_per_s = 1000000;
+constexpr int64_t US_PER_MS = 1000;
+constexpr int64_t US_PER_S = 1000000;
 
 int64_t to_us(const timeval &time) {
-    return static_cast<int64_t>(time.tv_sec) * us_per_s + time.tv_usec;
+    return static_cast<int64_t>(time.tv_sec) * US_PER_S + time.tv_usec;
 }
 
 int64_t now_us() {
     timespec now = {};
     (void)clock_gettime(CLOCK_MONOTONIC, &now); // cannot fail with this clock
-    return static_cast<int64_t>(now.tv_sec) * us_per_s + now.tv_nsec / 1000;
+    return static_cast<int64_t>(now.tv_sec) * US_PER_S + now.tv_nsec / 1000;
 }
 
 uloop_timeout *first_timeout() {
@@ -41,9 +41,9 @@ int uloop_timeout_add(struct uloop_timeout *timeout) {
 
 int uloop_timeout_set(struct uloop_timeout *timeout, int msecs) {
     (void)uloop_timeout_cancel(timeout); // an idle one has nothing to cancel
-    const int64_t due = now_us() + (msecs > 0 ? msecs * us_per_ms : 0);
-    timeout->time.tv_sec = static_cast<time_t>(due / us_per_s);
-    timeout->time.tv_usec = static_cast<suseconds_t>(due % us_per_s);
+    const int64_t due = now_us() + (msecs > 0 ? msecs * US_PER_MS : 0);
+    timeout->time.tv_sec = static_cast<time_t>(due / US_PER_S);
+    timeout->time.tv_usec = static_cast<suseconds_t>(due % US_PER_S);
     return uloop_timeout_add(timeout);
 }
 
@@ -73,7 +73,7 @@ int uloop_next_timeout() {
     const int64_t left = to_us(timeout->time) - now_us();
     if (left <= 0)
         return 0;
-    const int64_t rounded = (left + us_per_ms - 1) / us_per_ms;
+    const int64_t rounded = (left + US_PER_MS - 1) / US_PER_MS;
     return rounded > INT_MAX ? INT_MAX : static_cast<int>(rounded);
 }
 

@@ -4,7 +4,7 @@
 #include "wire.h"
 
 // How long the broker may take to greet, to accept bytes, or to answer a request.
-constexpr int ubus_patience_ms = 5000;
+constexpr int UBUS_PATIENCE_MS = 5000;
 
 // A message under construction that releases its buffer.
 struct ubus_message {

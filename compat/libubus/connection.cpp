@@ -2,20 +2,20 @@
 
 #include "client.h"
 
-#include <errno.h>
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <sys/un.h>
-#include <time.h>
 #include <unistd.h>
 
 namespace {
 
 // Messages handled per turn of the loop, so that a busy bus does not starve the other watchers.
-constexpr int messages_per_turn = 16;
+constexpr int MESSAGES_PER_TURN = 16;
 
 int64_t now_ms() {
     timespec now = {};
@@ -32,7 +32,7 @@ void handle_socket(uloop_fd *sock, unsigned) {
     ubus_context *ctx = container_of(sock, ubus_context, sock);
     ubus_dispatch_pending(ctx);
     // After a hang-up there is no other turn: the loop has taken the socket out.
-    for (int i = 0; i < messages_per_turn || !sock->registered; i++) {
+    for (int i = 0; i < MESSAGES_PER_TURN || !sock->registered; i++) {
         const wire_result result = wire_receive(sock->fd, *ctx->input);
         if (result == wire_result::more)
             return;
@@ -65,7 +65,7 @@ int open_socket(const char *path) {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0)
         return -1;
-    const timeval patience = {ubus_patience_ms / 1000, 0};
+    const timeval patience = {UBUS_PATIENCE_MS / 1000, 0};
     (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience,
                      sizeof(patience)); // without it connect() just has no bound
     if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
@@ -163,7 +163,7 @@ void ubus_free(struct ubus_context *ctx) {
 }
 
 int64_t ubus_deadline() {
-    return now_ms() + ubus_patience_ms;
+    return now_ms() + UBUS_PATIENCE_MS;
 }
 
 bool ubus_expired(int64_t deadline) {

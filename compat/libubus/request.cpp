@@ -2,12 +2,12 @@
 
 #include "client.h"
 
+#include <cstdlib>
 #include <poll.h>
-#include <stdlib.h>
 
 namespace {
 
-constexpr unsigned max_pending_bytes = 4 * UBUS_MAX_MSGLEN;
+constexpr unsigned MAX_PENDING_BYTES = 4 * UBUS_MAX_MSGLEN;
 
 struct pending_message {
     list_head list;
@@ -20,7 +20,7 @@ struct pending_message {
 bool keep_for_later(ubus_context *ctx, const ubus_msghdr &header, blob_attr *body) {
     const auto bytes = static_cast<unsigned>(sizeof(pending_message) + blob_raw_len(body));
     auto *message = static_cast<pending_message *>(malloc(sizeof(pending_message)));
-    if (!message || ctx->pending_bytes + bytes > max_pending_bytes) {
+    if (!message || ctx->pending_bytes + bytes > MAX_PENDING_BYTES) {
         free(message);
         free(body);
         return false;

@@ -3,10 +3,10 @@
 #include "c_headers.h"
 
 #include <array>
-#include <stdio.h>
+#include <cstdio>
 
 const char *ubus_strerror(int error) {
-    static constexpr std::array<const char *, __UBUS_STATUS_LAST> texts = {
+    static constexpr std::array<const char *, __UBUS_STATUS_LAST> TEXTS = {
         "Success",
         "Invalid command",
         "Invalid argument",
@@ -23,8 +23,8 @@ const char *ubus_strerror(int error) {
         "System error",
     };
     static char unknown[32];
-    if (error >= 0 && static_cast<size_t>(error) < texts.size())
-        return texts[static_cast<size_t>(error)];
+    if (error >= 0 && static_cast<size_t>(error) < TEXTS.size())
+        return TEXTS[static_cast<size_t>(error)];
     (void)snprintf(unknown, sizeof(unknown), "Unknown error: %d", error); // always fits
     return unknown;
 }

@@ -1,12 +1,13 @@
+// Messages on a stream socket: receiving them in pieces, checking their form, taking them apart.
 #include "wire.h"
 
-#include <errno.h>
-#include <stdlib.h>
+#include <cerrno>
+#include <cstdlib>
 #include <sys/socket.h>
 
 namespace {
 
-constexpr size_t first_capacity = 1024;
+constexpr size_t FIRST_CAPACITY = 1024;
 
 // Length in bytes of the enclosing attribute, or 0 when the head is not one of a message.
 size_t body_len(const ubus_wire_input &input) {
@@ -25,7 +26,7 @@ bool make_room(ubus_wire_input &input, size_t wanted) {
     const size_t have = input.have - sizeof(ubus_msghdr);
     if (input.body && have < input.capacity)
         return true;
-    size_t capacity = input.capacity == 0 ? first_capacity : input.capacity * 2;
+    size_t capacity = input.capacity == 0 ? FIRST_CAPACITY : input.capacity * 2;
     if (capacity > wanted)
         capacity = wanted;
     void *body = realloc(input.body, capacity);
@@ -72,8 +73,8 @@ bool has_form(const blob_attr *attr) {
 } // namespace
 
 wire_result wire_receive(int fd, ubus_wire_input &input) {
-    while (input.have < ubus_wire_head_len) {
-        const wire_result result = receive_some(fd, input, &input.head[input.have], ubus_wire_head_len - input.have);
+    while (input.have < UBUS_WIRE_HEAD_LEN) {
+        const wire_result result = receive_some(fd, input, &input.head[input.have], UBUS_WIRE_HEAD_LEN - input.have);
         if (result != wire_result::complete)
             return result;
     }

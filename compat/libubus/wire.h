@@ -6,7 +6,7 @@
 #include <array>
 
 // Header of a message with the word of the enclosing attribute behind it.
-constexpr size_t ubus_wire_head_len = sizeof(ubus_msghdr) + sizeof(blob_attr);
+constexpr size_t UBUS_WIRE_HEAD_LEN = sizeof(ubus_msghdr) + sizeof(blob_attr);
 
 enum class wire_result {
     complete, // a whole message is there
@@ -16,7 +16,7 @@ enum class wire_result {
 
 // A message that is being received, or has been. `body` is the enclosing attribute, owned, from malloc().
 struct ubus_wire_input {
-    std::array<unsigned char, ubus_wire_head_len> head;
+    std::array<unsigned char, UBUS_WIRE_HEAD_LEN> head;
     size_t have;     // bytes received, those of `head` included
     size_t capacity; // bytes that `body` has room for
     blob_attr *body;

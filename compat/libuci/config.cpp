@@ -2,7 +2,7 @@
 
 #include "uci_internal.h"
 
-#include <string.h>
+#include <cstring>
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include "uci_internal.h"
 
-#include <stdlib.h>
+#include <cstdlib>
 
 struct uci_context *uci_alloc_context(void) {
     auto *ctx = static_cast<uci_context *>(calloc(1, sizeof(uci_context)));

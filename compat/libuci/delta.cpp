@@ -3,7 +3,7 @@
 
 #include "uci_internal.h"
 
-#include <string.h>
+#include <cstring>
 
 namespace {
 

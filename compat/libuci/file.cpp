@@ -2,26 +2,26 @@
 
 #include "uci_internal.h"
 
-#include <errno.h>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
-#include <limits.h>
-#include <stdio.h>
-#include <stdlib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr int lock_attempts = 50;
-constexpr timespec lock_pause = {0, 10000000};
+constexpr int LOCK_ATTEMPTS = 50;
+constexpr timespec LOCK_PAUSE = {0, 10000000};
 
 // Writers hold an exclusive lock for a moment. One that does not let go is not waited for: a text it is just writing
 // is found out by the parser, and a node that waits for ever by nobody.
 void lock_shared(int fd) {
-    for (int attempt = 0; attempt < lock_attempts && flock(fd, LOCK_SH | LOCK_NB) != 0; ++attempt)
-        (void)nanosleep(&lock_pause, nullptr); // cut short by a signal, it is one attempt sooner
+    for (int attempt = 0; attempt < LOCK_ATTEMPTS && flock(fd, LOCK_SH | LOCK_NB) != 0; attempt++)
+        (void)nanosleep(&LOCK_PAUSE, nullptr); // cut short by a signal, it is one attempt sooner
 }
 
 // Opens a regular file; anything else under that name, and what is not there, is not found.
@@ -66,7 +66,7 @@ int uci_read_file(const char *dir, const char *name, char **content, size_t *len
     int error = open_file(dir, name, &fd, len);
     if (error != UCI_OK)
         return error;
-    *content = *len <= uci_max_file ? static_cast<char *>(malloc(2 * *len + 2)) : nullptr;
+    *content = *len <= UCI_MAX_FILE ? static_cast<char *>(malloc(2 * *len + 2)) : nullptr;
     error = *content ? read_all(fd, *content, len) : UCI_ERR_MEM;
     close(fd); // gives up the lock, too
     if (error != UCI_OK) {

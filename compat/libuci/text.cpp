@@ -2,7 +2,7 @@
 
 #include "uci_internal.h"
 
-#include <string.h>
+#include <cstring>
 
 namespace {
 
@@ -27,7 +27,7 @@ void skip_blanks(uci_text &text) {
         if (at_continuation(text))
             text.pos += 2;
         else if (text.pos < text.end && is_blank(*text.pos))
-            ++text.pos;
+            text.pos++;
         else
             return;
     }
@@ -40,12 +40,12 @@ void skip_rest_of_line(uci_text &text) {
 
 // Copies what a backslash stands in front of; nothing when that is the end of the line.
 void copy_escaped(uci_text &text, char *&out) {
-    ++text.pos;
+    text.pos++;
     if (text.pos == text.end)
         return;
     if (*text.pos != '\n')
         *out++ = *text.pos;
-    ++text.pos;
+    text.pos++;
 }
 
 // Copies up to the quote that closes the one at hand. Inside double quotes a backslash escapes.
@@ -60,7 +60,7 @@ void copy_quoted(uci_text &text, char *&out) {
     if (text.pos == text.end)
         text.broken = true;
     else
-        ++text.pos;
+        text.pos++;
 }
 
 void copy_word(uci_text &text, char *&out) {
@@ -110,7 +110,7 @@ bool valid(const char *name, bool (*allowed)(char)) {
     if (*name == '\0')
         return false;
     while (*name != '\0' && allowed(*name))
-        ++name;
+        name++;
     return *name == '\0';
 }
 

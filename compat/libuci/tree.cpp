@@ -2,9 +2,9 @@
 
 #include "uci_internal.h"
 
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -37,18 +37,18 @@ uci_element *new_element(size_t size, uci_type type, const char *name) {
 int adopt(uci_package *package, uci_list *head, uci_element *element) {
     if (!element)
         return UCI_ERR_MEM;
-    if (package->n_elements >= uci_max_elements) {
+    if (package->n_elements >= UCI_MAX_ELEMENTS) {
         free(element->name);
         free(element);
         return UCI_ERR_MEM;
     }
-    ++package->n_elements;
+    package->n_elements++;
     list_append(head, &element->list);
     return UCI_OK;
 }
 
 void release(uci_package *package, uci_element *element) {
-    --package->n_elements;
+    package->n_elements--;
     list_remove(&element->list);
     free(element->name);
     free(element);

@@ -6,8 +6,8 @@
 #include <array>
 
 // Bounds of what is read: bytes of a file, and sections, options and list items of a package.
-constexpr size_t uci_max_file = size_t{2} * 1024 * 1024;
-constexpr int uci_max_elements = 8192;
+constexpr size_t UCI_MAX_FILE = size_t{2} * 1024 * 1024;
+constexpr int UCI_MAX_ELEMENTS = 8192;
 
 // ---- names
 // Letters, digits and underscores; in a package's name also hyphens.

@@ -1,3 +1,4 @@
+// Turning a JSON object's members into those of a bus message.
 #include "json_members.h"
 
 namespace {
@@ -13,7 +14,7 @@ bool add_value(blob_buf *buf, const char *name, json_object *value);
 bool add_array(blob_buf *buf, const char *name, json_object *array) {
     void *cookie = blobmsg_open_array(buf, name);
     bool added = cookie != nullptr;
-    for (size_t i = 0; added && i < json_object_array_length(array); ++i)
+    for (size_t i = 0; added && i < json_object_array_length(array); i++)
         added = add_value(buf, nullptr, json_object_array_get_idx(array, i));
     blobmsg_close_array(buf, cookie);
     return added;

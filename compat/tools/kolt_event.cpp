@@ -2,9 +2,9 @@
 
 #include "json_members.h"
 
-#include <errno.h>
+#include <cerrno>
+#include <cstdio>
 #include <memory>
-#include <stdio.h>
 #include <unistd.h>
 
 namespace {

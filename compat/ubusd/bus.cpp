@@ -1,6 +1,7 @@
+// The tables of clients, objects and patterns, and who listens for an event.
 #include "bus.h"
 
-#include <stdlib.h>
+#include <cstdlib>
 #include <sys/random.h>
 
 list_head bus_clients = {&bus_clients, &bus_clients};
@@ -40,7 +41,7 @@ uint32_t bus_new_id() {
 }
 
 bus_object *bus_add_object(bus_client &client) {
-    if (client.n_objects >= max_objects_per_client)
+    if (client.n_objects >= MAX_OBJECTS_PER_CLIENT)
         return nullptr;
     auto *object = static_cast<bus_object *>(calloc(1, sizeof(bus_object)));
     if (!object)
@@ -48,7 +49,7 @@ bus_object *bus_add_object(bus_client &client) {
     object->id = bus_new_id();
     INIT_LIST_HEAD(&object->patterns);
     list_add_tail(&object->list, &client.objects);
-    ++client.n_objects;
+    client.n_objects++;
     return object;
 }
 
@@ -60,7 +61,7 @@ void bus_remove_object(bus_client &client, bus_object *object) {
         free(pattern);
     }
     list_del(&object->list);
-    --client.n_objects;
+    client.n_objects--;
     free(object);
 }
 
@@ -78,7 +79,7 @@ bus_object *bus_find_object(const bus_client *client, uint32_t id) {
 int bus_add_pattern(bus_object &object, const char *text) {
     auto *pattern = static_cast<bus_pattern *>(calloc(1, sizeof(bus_pattern)));
     char *copy = strdup(text);
-    if (!pattern || !copy || object.n_patterns >= max_patterns_per_object) {
+    if (!pattern || !copy || object.n_patterns >= MAX_PATTERNS_PER_OBJECT) {
         free(pattern);
         free(copy);
         return UBUS_STATUS_NO_MEMORY;
@@ -88,7 +89,7 @@ int bus_add_pattern(bus_object &object, const char *text) {
     pattern->len = pattern->prefix ? len - 1 : len;
     pattern->text = copy;
     list_add_tail(&pattern->list, &object.patterns);
-    ++object.n_patterns;
+    object.n_patterns++;
     return UBUS_STATUS_OK;
 }
 

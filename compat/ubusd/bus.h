@@ -4,10 +4,10 @@
 #include "wire.h"
 
 // Bounds of what clients can have the broker hold.
-constexpr int max_clients = 256;
-constexpr int max_objects_per_client = 32;
-constexpr int max_patterns_per_object = 32;
-constexpr size_t max_queued_bytes = size_t{2} * UBUS_MAX_MSGLEN;
+constexpr int MAX_CLIENTS = 256;
+constexpr int MAX_OBJECTS_PER_CLIENT = 32;
+constexpr int MAX_PATTERNS_PER_OBJECT = 32;
+constexpr size_t MAX_QUEUED_BYTES = size_t{2} * UBUS_MAX_MSGLEN;
 
 struct bus_client {
     list_head list;

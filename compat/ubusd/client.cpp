@@ -1,16 +1,17 @@
+// Connections of clients: what they send is read in turns, what they do not take at once is queued.
 #include "client.h"
 
 #include "protocol.h"
 
-#include <errno.h>
-#include <stdlib.h>
+#include <cerrno>
+#include <cstdlib>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
 
 // Messages of one client handled per turn of the loop, so that one that sends without pause does not starve the rest.
-constexpr int messages_per_turn = 16;
+constexpr int MESSAGES_PER_TURN = 16;
 
 int n_clients;
 uloop_fd *paused_listener; // not watched until a descriptor is free again
@@ -24,7 +25,7 @@ void release(bus_client *client) {
     free(client->out);
     list_del(&client->list);
     free(client);
-    --n_clients;
+    n_clients--;
     if (paused_listener)
         (void)uloop_fd_add(paused_listener, ULOOP_READ); // it was watched before
     paused_listener = nullptr;
@@ -74,7 +75,7 @@ void flush(bus_client &client) {
 
 // Room for `len` more bytes behind the queue.
 char *queue_room(bus_client &client, size_t len) {
-    if (client.out_len + len > max_queued_bytes)
+    if (client.out_len + len > MAX_QUEUED_BYTES)
         return nullptr;
     if (client.out_start > 0)
         memmove(client.out, client.out + client.out_start, client.out_len);
@@ -93,7 +94,7 @@ char *queue_room(bus_client &client, size_t len) {
 void handle_socket(uloop_fd *sock, unsigned) {
     bus_client &client = *container_of(sock, bus_client, sock);
     flush(client);
-    for (int i = 0; i < messages_per_turn && !client.closing; ++i) {
+    for (int i = 0; i < MESSAGES_PER_TURN && !client.closing; i++) {
         const wire_result result = wire_receive(sock->fd, client.input);
         if (result == wire_result::more)
             return;
@@ -109,7 +110,7 @@ void handle_socket(uloop_fd *sock, unsigned) {
 
 void add_client(int fd) {
     auto *client = static_cast<bus_client *>(calloc(1, sizeof(bus_client)));
-    if (!client || n_clients >= max_clients) {
+    if (!client || n_clients >= MAX_CLIENTS) {
         free(client);
         close(fd);
         return;
@@ -119,7 +120,7 @@ void add_client(int fd) {
     client->sock.fd = fd;
     client->sock.cb = handle_socket;
     list_add_tail(&client->list, &bus_clients);
-    ++n_clients;
+    n_clients++;
     if (uloop_fd_add(&client->sock, ULOOP_READ) != 0)
         start_closing(*client);
     protocol_greet(*client);

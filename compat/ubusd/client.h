@@ -7,7 +7,7 @@
 void client_accept(uloop_fd *listener, unsigned events);
 
 // Queues a message, header numbers in host order, and sends what the socket takes. A client that lets more than
-// max_queued_bytes pile up is disconnected.
+// MAX_QUEUED_BYTES pile up is disconnected.
 void client_send(bus_client &client, ubus_msg_type type, uint16_t seq, uint32_t peer, const blob_attr *body);
 
 // Disconnects all clients and releases them.

@@ -2,11 +2,11 @@
 
 #include "client.h"
 
-#include <errno.h>
-#include <limits.h>
-#include <signal.h>
-#include <stdio.h>
-#include <stdlib.h>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr int backlog = 16;
+constexpr int BACKLOG = 16;
 
 int usage(const char *program) {
     (void)fprintf(stderr, "Usage: %s [-s SOCKET]\n  -s SOCKET  listen here instead of at %s\n", program,
@@ -72,7 +72,7 @@ int open_listener(const char *path) {
     }
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd >= 0 && bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 &&
-        listen(fd, backlog) == 0)
+        listen(fd, BACKLOG) == 0)
         return fd;
     fail("cannot listen at", path);
     if (fd >= 0)

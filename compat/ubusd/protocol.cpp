@@ -1,3 +1,4 @@
+// The broker's answers to messages, and the passing on of events.
 #include "protocol.h"
 
 #include "client.h"
@@ -71,9 +72,9 @@ bool parse_members(const request &call, const blobmsg_policy (&policy)[n], std::
 }
 
 int register_listener(const request &call) {
-    static constexpr blobmsg_policy policy[] = {{"object", BLOBMSG_TYPE_INT32}, {"pattern", BLOBMSG_TYPE_STRING}};
+    static constexpr blobmsg_policy POLICY[] = {{"object", BLOBMSG_TYPE_INT32}, {"pattern", BLOBMSG_TYPE_STRING}};
     std::array<blob_attr *, 2> members;
-    if (!parse_members(call, policy, members) || !members[0])
+    if (!parse_members(call, POLICY, members) || !members[0])
         return UBUS_STATUS_INVALID_ARGUMENT;
     const uint32_t id = blobmsg_get_u32(members[0]);
     bus_object *object = bus_find_object(&call.client, id);
@@ -103,9 +104,9 @@ void send_to_all(const char *name, blob_attr *event) {
 }
 
 int send_event(const request &call) {
-    static constexpr blobmsg_policy policy[] = {{"id", BLOBMSG_TYPE_STRING}, {"data", BLOBMSG_TYPE_TABLE}};
+    static constexpr blobmsg_policy POLICY[] = {{"id", BLOBMSG_TYPE_STRING}, {"data", BLOBMSG_TYPE_TABLE}};
     std::array<blob_attr *, 2> members;
-    if (!parse_members(call, policy, members) || !members[0] || !members[1])
+    if (!parse_members(call, POLICY, members) || !members[0] || !members[1])
         return UBUS_STATUS_INVALID_ARGUMENT;
     const char *name = blobmsg_get_string(members[0]);
     message event;

@@ -9,12 +9,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 namespace {
 
-constexpr blobmsg_policy policy[] = {{"mode", BLOBMSG_TYPE_STRING}, {"dbg_level", BLOBMSG_TYPE_INT32},
+constexpr blobmsg_policy POLICY[] = {{"mode", BLOBMSG_TYPE_STRING}, {"dbg_level", BLOBMSG_TYPE_INT32},
                                      {"flag", BLOBMSG_TYPE_BOOL},   {"port", BLOBMSG_TYPE_INT16},
                                      {"bytes", BLOBMSG_TYPE_INT64}, {"data", BLOBMSG_TYPE_TABLE},
                                      {"list", BLOBMSG_TYPE_ARRAY},  {"any", BLOBMSG_TYPE_UNSPEC}};
-constexpr int rows = 8;
-constexpr int deepest = 20;
+constexpr int ROWS = 8;
+constexpr int DEEPEST = 20;
 
 volatile uint64_t sink;
 
@@ -45,7 +45,7 @@ void read(blob_attr *attr, int depth) {
         break;
     case BLOBMSG_TYPE_TABLE:
     case BLOBMSG_TYPE_ARRAY:
-        if (depth < deepest)
+        if (depth < DEEPEST)
             parse(blobmsg_data(attr), blobmsg_data_len(attr), depth + 1);
         break;
     default:
@@ -54,11 +54,11 @@ void read(blob_attr *attr, int depth) {
 }
 
 void parse(void *data, size_t size, int depth) {
-    blob_attr *found[rows];
-    const int result = blobmsg_parse(policy, rows, found, data, static_cast<unsigned>(size));
+    blob_attr *found[ROWS];
+    const int result = blobmsg_parse(POLICY, ROWS, found, data, static_cast<unsigned>(size));
     require(size != 0 || result < 0);
-    for (int i = 0; i < rows; ++i) {
-        require(!found[i] || policy[i].type == BLOBMSG_TYPE_UNSPEC || blobmsg_type(found[i]) == policy[i].type);
+    for (int i = 0; i < ROWS; i++) {
+        require(!found[i] || POLICY[i].type == BLOBMSG_TYPE_UNSPEC || blobmsg_type(found[i]) == POLICY[i].type);
         if (found[i])
             read(found[i], depth);
     }

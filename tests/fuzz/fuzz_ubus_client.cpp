@@ -11,8 +11,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 namespace {
 
-constexpr size_t longest = 8192; // all of it fits into the socket's buffer
-constexpr size_t piece = 5;
+constexpr size_t LONGEST = 8192; // all of it fits into the socket's buffer
+constexpr size_t PIECE = 5;
 
 const std::string greeting("\0\0\0\0\1\2\3\4\0\0\0\4", 12);
 const std::string registered("\0\2\0\1\0\0\0\0\0\0\0\x0c\3\0\0\x08\0\0\x10\0"
@@ -29,10 +29,10 @@ void count_loss(ubus_context *) {
 }
 
 void handle_event(ubus_context *, ubus_event_handler *, const char *type, blob_attr *message) {
-    static constexpr blobmsg_policy policy[] = {{"mode", BLOBMSG_TYPE_STRING}, {"dbg_level", BLOBMSG_TYPE_INT32}};
+    static constexpr blobmsg_policy POLICY[] = {{"mode", BLOBMSG_TYPE_STRING}, {"dbg_level", BLOBMSG_TYPE_INT32}};
     blob_attr *found[2];
     sink = static_cast<uint32_t>(strlen(type));
-    (void)blobmsg_parse(policy, 2, found, blob_data(message), static_cast<unsigned>(blob_len(message)));
+    (void)blobmsg_parse(POLICY, 2, found, blob_data(message), static_cast<unsigned>(blob_len(message)));
     if (found[0])
         sink = static_cast<uint32_t>(strlen(blobmsg_get_string(found[0])));
     if (found[1])
@@ -47,8 +47,8 @@ void feed(int fd, const std::string &bytes) {
 // Runs the loop until the connection is lost; with pieces left, one more is fed per turn.
 void serve(int fd, std::string rest) {
     while (!rest.empty()) {
-        feed(fd, rest.substr(0, piece));
-        rest.erase(0, piece);
+        feed(fd, rest.substr(0, PIECE));
+        rest.erase(0, PIECE);
         (void)uloop_run_timeout(0);
         if (losses > 0)
             return;
@@ -65,7 +65,7 @@ void serve(int fd, std::string rest) {
 } // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size == 0 || size > longest || uloop_init() != 0)
+    if (size == 0 || size > LONGEST || uloop_init() != 0)
         return 0;
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) != 0)

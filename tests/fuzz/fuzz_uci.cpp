@@ -40,17 +40,17 @@ void check(uci_package *package) {
     uci_element *option;
     uci_element *item;
     uci_foreach_element(&package->sections, section) {
-        ++count;
+        count++;
         require(strlen(uci_to_section(section)->type) > 0 && uci_valid_name(section->name));
         uci_foreach_element(&uci_to_section(section)->options, option) {
-            ++count;
+            count++;
             require(uci_to_option(option)->section == uci_to_section(section));
             if (uci_to_option(option)->type == UCI_TYPE_STRING) {
                 require(strlen(uci_to_option(option)->v.string) > 0);
                 continue;
             }
             uci_foreach_element(&uci_to_option(option)->v.values, item) {
-                ++count;
+                count++;
                 require(item->name != nullptr);
             }
         }
@@ -82,7 +82,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const int error = parse(package, config, uci_parse_config);
     check(package);
     if (error == UCI_OK)
-        require(parse(package, text, uci_apply_delta) == UCI_OK || package->n_elements >= uci_max_elements);
+        require(parse(package, text, uci_apply_delta) == UCI_OK || package->n_elements >= UCI_MAX_ELEMENTS);
     check(package);
     look_up(ctx, tuple, true);
     look_up(ctx, tuple, false);

@@ -1,6 +1,8 @@
+// What the tests of the library subsets share.
 #include "support.h"
 
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -8,7 +10,6 @@
 #include <fstream>
 #include <json-c/json.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -18,14 +19,14 @@ namespace {
 
 Bytes big_endian(uint64_t value, size_t size) {
     Bytes bytes;
-    for (size_t i = size; i > 0; --i)
+    for (size_t i = size; i > 0; i--)
         bytes.push_back(static_cast<char>(value >> (8 * (i - 1))));
     return bytes;
 }
 
 uint32_t number_at(const Bytes &bytes, size_t offset) {
     uint32_t value = 0;
-    for (size_t i = 0; i < 4; ++i)
+    for (size_t i = 0; i < 4; i++)
         value = value << 8 | static_cast<unsigned char>(bytes.at(offset + i));
     return value;
 }
@@ -131,14 +132,14 @@ Bytes text_member(const std::string &name, const std::string &value) {
 
 bool readable(int fd) {
     pollfd entry = {fd, POLLIN, 0};
-    return poll(&entry, 1, patience_ms) == 1;
+    return poll(&entry, 1, PATIENCE_MS) == 1;
 }
 
 bool send_bytes(int fd, const Bytes &bytes) {
     size_t done = 0;
     while (done < bytes.size()) {
         pollfd entry = {fd, POLLOUT, 0};
-        const ssize_t sent = poll(&entry, 1, patience_ms) == 1
+        const ssize_t sent = poll(&entry, 1, PATIENCE_MS) == 1
                                  ? send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL | MSG_DONTWAIT)
                                  : -1;
         if (sent <= 0)
@@ -351,7 +352,7 @@ std::vector<SessionRecord> recorded_session() {
 }
 
 bool eventually(const std::function<bool()> &condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience_ms);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(PATIENCE_MS);
     while (!condition()) {
         if (std::chrono::steady_clock::now() >= deadline)
             return false;
@@ -369,7 +370,7 @@ void LoopTest::SetUp() {
         guard_fired = true;
         uloop_end();
     };
-    uloop_timeout_set(&guard, patience_ms);
+    uloop_timeout_set(&guard, PATIENCE_MS);
 }
 
 void LoopTest::TearDown() {

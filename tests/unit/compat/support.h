@@ -11,7 +11,7 @@
 #include <vector>
 
 // Longest time that any of the waits below lasts.
-constexpr int patience_ms = 20000;
+constexpr int PATIENCE_MS = 20000;
 
 // A directory that is removed with all that is in it.
 class TempDir {

@@ -1,3 +1,4 @@
+// Attributes: their words, walking them, building them in a buffer that grows.
 #include "support.h"
 
 namespace {

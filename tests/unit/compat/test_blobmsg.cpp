@@ -1,3 +1,4 @@
+// Reading named attributes that may come from anyone.
 #include "support.h"
 
 #include <cstring>
@@ -5,7 +6,7 @@
 
 namespace {
 
-const blobmsg_policy policy[] = {{"mode", BLOBMSG_TYPE_STRING}, {"level", BLOBMSG_TYPE_INT32}};
+const blobmsg_policy POLICY[] = {{"mode", BLOBMSG_TYPE_STRING}, {"level", BLOBMSG_TYPE_INT32}};
 
 class BlobmsgParse : public ::testing::Test {
 protected:
@@ -14,7 +15,7 @@ protected:
         copy.reset(new char[bytes.size() ? bytes.size() : 1]);
         memcpy(copy.get(), bytes.data(), bytes.size());
         tb[0] = tb[1] = reinterpret_cast<blob_attr *>(this);
-        return blobmsg_parse(policy, 2, tb, copy.get(), static_cast<unsigned>(bytes.size()));
+        return blobmsg_parse(POLICY, 2, tb, copy.get(), static_cast<unsigned>(bytes.size()));
     }
     std::unique_ptr<char[]> copy;
     blob_attr *tb[2] = {};
@@ -65,7 +66,7 @@ TEST_F(BlobmsgParse, AttributeThatIsNotExtendedIsPassedOver) {
 
 TEST_F(BlobmsgParse, NullDataIsAnErrorAndZeroesTheTable) {
     tb[0] = tb[1] = reinterpret_cast<blob_attr *>(this);
-    EXPECT_LT(blobmsg_parse(policy, 2, tb, nullptr, 16), 0);
+    EXPECT_LT(blobmsg_parse(POLICY, 2, tb, nullptr, 16), 0);
     EXPECT_EQ(tb[0], nullptr);
     EXPECT_EQ(tb[1], nullptr);
 }

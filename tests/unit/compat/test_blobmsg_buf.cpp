@@ -1,3 +1,4 @@
+// Building named attributes.
 #include "support.h"
 
 #include <cmath>

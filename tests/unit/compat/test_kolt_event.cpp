@@ -1,3 +1,4 @@
+// The event sender as a program: its arguments, its exit status, what reaches the bus.
 #include "support.h"
 
 namespace {

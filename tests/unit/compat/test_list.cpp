@@ -1,3 +1,4 @@
+// The intrusive list.
 #include "c_headers.h"
 
 #include <gtest/gtest.h>

@@ -1,10 +1,11 @@
+// Connecting to a broker, its greeting, and what it may send at any time.
 #include "support.h"
 
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -194,7 +195,7 @@ TEST_F(UbusConnection, OwnerMayDecideWhatALostConnectionMeans) {
     ubus_context *ctx = attach([](int) {});
     ASSERT_TRUE(ctx);
     ctx->connection_lost = [](ubus_context *lost) {
-        ++losses;
+        losses++;
         uloop_fd_delete(&lost->sock);
         uloop_end();
     };

@@ -1,10 +1,11 @@
+// Registering for events, receiving them, sending them.
 #include "support.h"
 
 #include <unistd.h>
 
 namespace {
 
-constexpr uint32_t object_id = 0x00c0ffee;
+constexpr uint32_t OBJECT_ID = 0x00c0ffee;
 
 class UbusEvent : public LoopTest {
 protected:
@@ -16,7 +17,7 @@ protected:
     void run(ScriptedBroker::Script script, const char *pattern = "kolt.*") {
         ScriptedBroker broker(dir.path("sock"), [this, script = std::move(script)](int fd) {
             greet(fd);
-            add_request = reply_object(fd, object_id);
+            add_request = reply_object(fd, OBJECT_ID);
             register_request = reply_status(fd, 0);
             script(fd);
         });
@@ -43,7 +44,7 @@ protected:
     }
     // Whether the client is silent about one message, and answers the next.
     bool is_silent_about(const Bytes &message) {
-        const Bytes next = event_message(0x7777, object_id, "kolt.next", {});
+        const Bytes next = event_message(0x7777, OBJECT_ID, "kolt.next", {});
         return answer_to(message + next).substr(0, 8) == "00017777";
     }
     struct Event {
@@ -63,21 +64,21 @@ TEST_F(UbusEvent, RegistrationAddsAnEmptyObjectAndNamesThePattern) {
     EXPECT_EQ(to_hex(add_request), "000600010000000000000004");
     EXPECT_EQ(to_hex(register_request.substr(12)),
               to_hex(number_attr(UBUS_ATTR_OBJID, 1) + text_attr(UBUS_ATTR_METHOD, "register") +
-                     raw_attr(UBUS_ATTR_DATA, number_member("object", object_id) + text_member("pattern", "kolt.*"))));
+                     raw_attr(UBUS_ATTR_DATA, number_member("object", OBJECT_ID) + text_member("pattern", "kolt.*"))));
 }
 
 TEST_F(UbusEvent, NullPatternIsLeftOut) {
     run([](int) {}, nullptr);
     EXPECT_EQ(to_hex(register_request.substr(12)),
               to_hex(number_attr(UBUS_ATTR_OBJID, 1) + text_attr(UBUS_ATTR_METHOD, "register") +
-                     raw_attr(UBUS_ATTR_DATA, number_member("object", object_id))));
+                     raw_attr(UBUS_ATTR_DATA, number_member("object", OBJECT_ID))));
 }
 
 TEST_F(UbusEvent, SecondPatternOfAHandlerUsesItsObject) {
     Bytes second;
     ScriptedBroker broker(dir.path("sock"), [&](int fd) {
         greet(fd);
-        reply_object(fd, object_id);
+        reply_object(fd, OBJECT_ID);
         reply_status(fd, 0);
         second = reply_status(fd, 0);
     });
@@ -102,7 +103,7 @@ TEST_F(UbusEvent, NamedObjectIsNoListener) {
 }
 
 TEST_F(UbusEvent, IsAnsweredWithStatusZeroAndTheObject) {
-    EXPECT_EQ(answer_to(event_message(0x0102, object_id, "kolt.debug", number_member("dbg_level", 1))),
+    EXPECT_EQ(answer_to(event_message(0x0102, OBJECT_ID, "kolt.debug", number_member("dbg_level", 1))),
               "000101020000000000000014"
               "0100000800000000"
               "0300000800c0ffee");
@@ -111,13 +112,13 @@ TEST_F(UbusEvent, IsAnsweredWithStatusZeroAndTheObject) {
 }
 
 TEST_F(UbusEvent, AnswerGoesToThePeerOfTheMessage) {
-    Bytes event = event_message(1, object_id, "kolt.debug", {});
+    Bytes event = event_message(1, OBJECT_ID, "kolt.debug", {});
     event.replace(4, 4, from_hex("0a0b0c0d"));
     EXPECT_EQ(answer_to(event).substr(0, 16), "000100010a0b0c0d");
 }
 
 TEST_F(UbusEvent, IsNotAnsweredWithNoReply) {
-    const Bytes attributes = number_attr(UBUS_ATTR_OBJID, object_id) + text_attr(UBUS_ATTR_METHOD, "kolt.quiet") +
+    const Bytes attributes = number_attr(UBUS_ATTR_OBJID, OBJECT_ID) + text_attr(UBUS_ATTR_METHOD, "kolt.quiet") +
                              raw_attr(UBUS_ATTR_DATA, "") + raw_attr(UBUS_ATTR_NO_REPLY, Bytes(1, '\1'));
     EXPECT_TRUE(is_silent_about(wire_message(UBUS_MSG_INVOKE, 1, 0, attributes)));
     ASSERT_EQ(events.size(), 2u);
@@ -125,13 +126,13 @@ TEST_F(UbusEvent, IsNotAnsweredWithNoReply) {
 }
 
 TEST_F(UbusEvent, IsAnsweredWithNoReplyOfZero) {
-    const Bytes attributes = number_attr(UBUS_ATTR_OBJID, object_id) + text_attr(UBUS_ATTR_METHOD, "kolt.loud") +
+    const Bytes attributes = number_attr(UBUS_ATTR_OBJID, OBJECT_ID) + text_attr(UBUS_ATTR_METHOD, "kolt.loud") +
                              raw_attr(UBUS_ATTR_DATA, "") + raw_attr(UBUS_ATTR_NO_REPLY, Bytes(1, '\0'));
     EXPECT_FALSE(is_silent_about(wire_message(UBUS_MSG_INVOKE, 1, 0, attributes)));
 }
 
 TEST_F(UbusEvent, WithoutMembersArrivesEmpty) {
-    answer_to(event_message(1, object_id, "kolt.debug", {}));
+    answer_to(event_message(1, OBJECT_ID, "kolt.debug", {}));
     ASSERT_EQ(events.size(), 1u);
     EXPECT_EQ(events[0].len, 0u);
 }
@@ -146,7 +147,7 @@ TEST_F(UbusEvent, OfAnUnknownObjectIsNotFound) {
 TEST_F(UbusEvent, WithoutANameOrDataIsAnInvalidArgument) {
     for (const Bytes &rest : {raw_attr(UBUS_ATTR_DATA, ""), text_attr(UBUS_ATTR_METHOD, "kolt.debug")}) {
         unlink(dir.path("sock").c_str());
-        EXPECT_EQ(answer_to(wire_message(UBUS_MSG_INVOKE, 1, 0, number_attr(UBUS_ATTR_OBJID, object_id) + rest))
+        EXPECT_EQ(answer_to(wire_message(UBUS_MSG_INVOKE, 1, 0, number_attr(UBUS_ATTR_OBJID, OBJECT_ID) + rest))
                       .substr(24, 16),
                   "0100000800000002");
     }
@@ -159,16 +160,16 @@ TEST_F(UbusEvent, WithoutAnObjectIsPassedOver) {
 
 TEST_F(UbusEvent, MalformedOneIsPassedOver) {
     EXPECT_TRUE(is_silent_about(
-        wire_message(UBUS_MSG_INVOKE, 1, 0, number_attr(UBUS_ATTR_OBJID, object_id) + from_hex("07ffffff"))));
+        wire_message(UBUS_MSG_INVOKE, 1, 0, number_attr(UBUS_ATTR_OBJID, OBJECT_ID) + from_hex("07ffffff"))));
 }
 
 TEST_F(UbusEvent, ManyInOneGoAllArriveInOrder) {
     Bytes burst;
-    for (uint16_t i = 0; i < 200; ++i)
-        burst += event_message(i, object_id, "kolt." + std::to_string(i), {});
+    for (uint16_t i = 0; i < 200; i++)
+        burst += event_message(i, OBJECT_ID, "kolt." + std::to_string(i), {});
     run([&](int fd) {
         EXPECT_TRUE(send_bytes(fd, burst));
-        for (uint16_t i = 0; i < 200; ++i)
+        for (uint16_t i = 0; i < 200; i++)
             EXPECT_EQ(receive_message(fd).size(), 28u);
     });
     ASSERT_EQ(events.size(), 200u);
@@ -179,9 +180,9 @@ TEST_F(UbusEvent, ManyInOneGoAllArriveInOrder) {
 TEST_F(UbusEvent, EndOfTheLoopInACallbackLeavesTheNextEventForLater) {
     ScriptedBroker broker(dir.path("sock"), [&](int fd) {
         greet(fd);
-        reply_object(fd, object_id);
+        reply_object(fd, OBJECT_ID);
         reply_status(fd, 0);
-        EXPECT_TRUE(send_bytes(fd, event_message(1, object_id, "a", {}) + event_message(2, object_id, "b", {})));
+        EXPECT_TRUE(send_bytes(fd, event_message(1, OBJECT_ID, "a", {}) + event_message(2, OBJECT_ID, "b", {})));
         EXPECT_TRUE(closes(fd));
     });
     ubus_context *ctx = ubus_connect(dir.path("sock").c_str());
@@ -203,9 +204,9 @@ TEST_F(UbusEvent, EndOfTheLoopInACallbackLeavesTheNextEventForLater) {
 TEST_F(UbusEvent, CallbackMayMakeARequestItself) {
     ScriptedBroker broker(dir.path("sock"), [&](int fd) {
         greet(fd);
-        reply_object(fd, object_id);
+        reply_object(fd, OBJECT_ID);
         reply_status(fd, 0);
-        EXPECT_TRUE(send_bytes(fd, event_message(1, object_id, "a", {})));
+        EXPECT_TRUE(send_bytes(fd, event_message(1, OBJECT_ID, "a", {})));
         reply_status(fd, 0);
         EXPECT_EQ(to_hex(receive_message(fd).substr(0, 4)), "00010001");
     });

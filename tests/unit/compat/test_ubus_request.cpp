@@ -1,15 +1,16 @@
+// Requests that wait for their answer, and what arrives meanwhile.
 #include "support.h"
 
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <poll.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr uint32_t object_id = 0x00c0ffee;
+constexpr uint32_t OBJECT_ID = 0x00c0ffee;
 
 class UbusRequest : public LoopTest {
 protected:
@@ -49,7 +50,7 @@ TEST_F(UbusRequest, SequencesCountFromOne) {
     Bytes first;
     Bytes second;
     EXPECT_EQ(run([&](int fd) {
-                  first = reply_object(fd, object_id);
+                  first = reply_object(fd, OBJECT_ID);
                   second = reply_status(fd, 0);
               }),
               0);
@@ -61,19 +62,19 @@ TEST_F(UbusRequest, SequencesCountFromOne) {
 TEST_F(UbusRequest, AnswerMayArriveInPieces) {
     EXPECT_EQ(run([&](int fd) {
                   receive_message(fd);
-                  const Bytes answer = wire_message(UBUS_MSG_DATA, 1, 0, number_attr(UBUS_ATTR_OBJID, object_id)) +
+                  const Bytes answer = wire_message(UBUS_MSG_DATA, 1, 0, number_attr(UBUS_ATTR_OBJID, OBJECT_ID)) +
                                        wire_message(UBUS_MSG_STATUS, 1, 0, number_attr(UBUS_ATTR_STATUS, 0));
                   for (const char byte : answer)
                       EXPECT_TRUE(send_bytes(fd, Bytes(1, byte)));
                   reply_status(fd, 0);
               }),
               0);
-    EXPECT_EQ(handler.obj.id, object_id);
+    EXPECT_EQ(handler.obj.id, OBJECT_ID);
 }
 
 TEST_F(UbusRequest, StatusOfTheAnswerIsReturned) {
     EXPECT_EQ(run([](int fd) {
-                  reply_object(fd, object_id);
+                  reply_object(fd, OBJECT_ID);
                   reply_status(fd, UBUS_STATUS_PERMISSION_DENIED);
               }),
               UBUS_STATUS_PERMISSION_DENIED);
@@ -188,11 +189,11 @@ TEST_F(UbusRequest, SignalHandlerThatCutsTheConnectionEndsTheWaitAsConnectionFai
 TEST_F(UbusRequest, MessageOfAnotherSequenceIsKeptAndHandledLater) {
     Bytes answer;
     ASSERT_EQ(run([&](int fd) {
-                  reply_object(fd, object_id);
+                  reply_object(fd, OBJECT_ID);
                   receive_message(fd);
                   // The event has the sequence of the request that is waiting: the broker counts its own.
                   EXPECT_TRUE(
-                      send_bytes(fd, event_message(2, object_id, "kolt.early", number_member("n", 1)) +
+                      send_bytes(fd, event_message(2, OBJECT_ID, "kolt.early", number_member("n", 1)) +
                                          wire_message(UBUS_MSG_STATUS, 2, 1, number_attr(UBUS_ATTR_STATUS, 0))));
                   answer = receive_message(fd);
                   EXPECT_TRUE(closes(fd));
@@ -212,10 +213,10 @@ TEST_F(UbusRequest, MessageOfAnotherSequenceIsKeptAndHandledLater) {
 
 TEST_F(UbusRequest, KeptMessagesAreHandledInOrderAlsoWhenTheLoopEndsBetween) {
     ASSERT_EQ(run([&](int fd) {
-                  reply_object(fd, object_id);
+                  reply_object(fd, OBJECT_ID);
                   receive_message(fd);
                   EXPECT_TRUE(send_bytes(
-                      fd, event_message(1, object_id, "kolt.1", {}) + event_message(2, object_id, "kolt.2", {}) +
+                      fd, event_message(1, OBJECT_ID, "kolt.1", {}) + event_message(2, OBJECT_ID, "kolt.2", {}) +
                               wire_message(UBUS_MSG_STATUS, 2, 1, number_attr(UBUS_ATTR_STATUS, 0))));
                   EXPECT_TRUE(closes(fd));
               }),
@@ -241,7 +242,7 @@ TEST_F(UbusRequest, FloodOfMessagesMeanwhileIsNotKeptWithoutLimit) {
     EXPECT_EQ(run([&](int fd) {
                   receive_message(fd);
                   const Bytes flood = event_message(1, 5, "kolt.flood", Bytes(500000, 'x'));
-                  for (int i = 0; i < 20 && send_bytes(fd, flood); ++i) {
+                  for (int i = 0; i < 20 && send_bytes(fd, flood); i++) {
                   }
               }),
               UBUS_STATUS_NO_MEMORY);
@@ -251,7 +252,7 @@ TEST_F(UbusRequest, FloodOfMessagesMeanwhileIsNotKeptWithoutLimit) {
 
 TEST_F(UbusRequest, MessageLongerThanTheLimitIsNotSent) {
     ASSERT_EQ(run([&](int fd) {
-                  reply_object(fd, object_id);
+                  reply_object(fd, OBJECT_ID);
                   reply_status(fd, 0);
                   EXPECT_TRUE(closes(fd));
               }),

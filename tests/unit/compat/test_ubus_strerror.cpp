@@ -1,3 +1,4 @@
+// The texts of status codes.
 #include "c_headers.h"
 
 #include <climits>

@@ -1,3 +1,4 @@
+// Messages on a stream socket, whole, in pieces and malformed.
 #include "support.h"
 #include "wire.h"
 
@@ -37,7 +38,7 @@ TEST_F(UbusWire, ReadsAHeaderWithItsNumbersInHostOrder) {
 
 TEST_F(UbusWire, TakesAMessageThatArrivesByteByByte) {
     const Bytes message = wire_message(UBUS_MSG_STATUS, 1, 0, number_attr(1, 4));
-    for (size_t i = 0; i + 1 < message.size(); ++i) {
+    for (size_t i = 0; i + 1 < message.size(); i++) {
         ASSERT_TRUE(send_bytes(there.get(), message.substr(i, 1)));
         ASSERT_EQ(receive(), wire_result::more) << i;
     }

@@ -1,3 +1,4 @@
+// The broker: objects, patterns, and how events are passed on.
 #include "ubusd_support.h"
 
 #include <set>
@@ -9,7 +10,7 @@ using Ubusd = UbusdTest;
 TEST_F(Ubusd, GreetsEveryClientWithAnIdOfItsOwn) {
     std::set<uint32_t> ids;
     std::vector<Fd> clients;
-    for (int i = 0; i < 8; ++i) {
+    for (int i = 0; i < 8; i++) {
         uint32_t id = 0;
         clients.push_back(broker.client(&id));
         ids.insert(id);

@@ -1,9 +1,9 @@
 // What the broker does about clients that overdo it, and how it starts and ends.
 #include "ubusd_support.h"
 
+#include <csignal>
 #include <filesystem>
 #include <poll.h>
-#include <signal.h>
 
 namespace {
 
@@ -40,7 +40,7 @@ TEST_F(UbusdLimits, ListenerThatNeverReadsIsDisconnectedAndBlocksNobody) {
     ASSERT_EQ(Broker::listen(deaf.get(), object, "*"), 0u);
     const Fd sender = broker.client();
     const Bytes members = text_member("text", std::string(500000, 't'));
-    for (int i = 0; i < 8; ++i)
+    for (int i = 0; i < 8; i++)
         ASSERT_EQ(Broker::send(sender.get(), "long", members), 0u);
     EXPECT_TRUE(closes(deaf.get()));
     EXPECT_TRUE(serves());
@@ -52,9 +52,9 @@ TEST_F(UbusdLimits, ListenerThatReadsLateGetsAllThatFitsTheQueue) {
     ASSERT_EQ(Broker::listen(slow.get(), object, "*"), 0u);
     const Fd sender = broker.client();
     const Bytes members = text_member("text", std::string(500000, 't'));
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < 4; i++)
         ASSERT_EQ(Broker::send(sender.get(), "long", members), 0u);
-    for (uint16_t i = 1; i <= 4; ++i)
+    for (uint16_t i = 1; i <= 4; i++)
         EXPECT_EQ(receive_message(slow.get()), event_message(i, object, "long", members));
 }
 
@@ -62,7 +62,7 @@ TEST_F(UbusdLimits, ClientThatAsksAndNeverReadsIsDisconnected) {
     const Fd client = broker.client();
     const Bytes ping = wire_message(UBUS_MSG_PING, 1, 0, raw_attr(UBUS_ATTR_DATA, Bytes(100000, 'x')));
     bool sent = true;
-    for (int i = 0; i < 100 && sent; ++i)
+    for (int i = 0; i < 100 && sent; i++)
         sent = send_bytes(client.get(), ping);
     EXPECT_FALSE(sent);
     EXPECT_TRUE(serves());
@@ -72,7 +72,7 @@ TEST_F(UbusdLimits, ClientCannotAddObjectsWithoutLimit) {
     const Fd client = broker.client();
     int added = 0;
     uint32_t status = 0;
-    for (int i = 0; i < 100 && status == 0; ++i) {
+    for (int i = 0; i < 100 && status == 0; i++) {
         ASSERT_TRUE(send_bytes(client.get(), wire_message(UBUS_MSG_ADD_OBJECT, 1, 0)));
         const Bytes answer = receive_message(client.get());
         status = answer.at(1) == UBUS_MSG_DATA ? status_in(receive_message(client.get())) : status_in(answer);
@@ -85,14 +85,14 @@ TEST_F(UbusdLimits, ClientCannotAddObjectsWithoutLimit) {
 TEST_F(UbusdLimits, ObjectCannotListenForPatternsWithoutLimit) {
     const Fd client = broker.client();
     const uint32_t object = Broker::add_object(client.get());
-    for (int i = 0; i < 32; ++i)
+    for (int i = 0; i < 32; i++)
         ASSERT_EQ(Broker::listen(client.get(), object, "p" + std::to_string(i)), 0u);
     EXPECT_EQ(Broker::listen(client.get(), object, "more"), static_cast<uint32_t>(UBUS_STATUS_NO_MEMORY));
 }
 
 TEST_F(UbusdLimits, ClientsBeyondTheLimitAreTurnedAway) {
     std::vector<Fd> clients;
-    for (int i = 0; i < 256; ++i)
+    for (int i = 0; i < 256; i++)
         clients.push_back(broker.client());
     const Fd refused = connect_to(broker.socket());
     EXPECT_TRUE(closes(refused.get()));
@@ -113,14 +113,14 @@ TEST(UbusdDescriptors, ClientsThatFindNoDescriptorWaitForOne) {
         pollfd entry = {fd, POLLIN, 0};
         return poll(&entry, 1, timeout) == 1;
     };
-    for (int i = 0; i < 10 && waiting.get() < 0; ++i) {
+    for (int i = 0; i < 10 && waiting.get() < 0; i++) {
         Fd client = connect_to(dir.path("sock"));
         (greeted(client.get(), 500) ? served.emplace_back() : waiting) = std::move(client);
     }
     ASSERT_GE(waiting.get(), 0);
     ASSERT_FALSE(served.empty());
     served.pop_back();
-    EXPECT_TRUE(greeted(waiting.get(), patience_ms));
+    EXPECT_TRUE(greeted(waiting.get(), PATIENCE_MS));
 }
 
 class UbusdEnd : public UbusdTest, public ::testing::WithParamInterface<int> {};
@@ -153,7 +153,7 @@ TEST_F(UbusdLimits, SocketLeftBehindByAKilledBrokerIsReplaced) {
 
 TEST(UbusdCommandLine, SignalRightAfterTheStartStillEndsItInOrder) {
     TempDir dir;
-    for (int i = 0; i < 10; ++i) {
+    for (int i = 0; i < 10; i++) {
         Process process({KOLT_UBUSD, "-s", dir.path("sock")});
         ASSERT_TRUE(eventually([&] { return std::filesystem::exists(dir.path("sock")); }));
         process.signal(SIGTERM);

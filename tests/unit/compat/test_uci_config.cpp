@@ -1,3 +1,4 @@
+// A package's file: what it may hold and what makes it a broken one.
 #include "uci_support.h"
 
 namespace {
@@ -129,7 +130,7 @@ TEST_F(UciConfig, NulInAFileIsAParseError) {
 
 TEST_F(UciConfig, MoreElementsThanAreKeptAreRefused) {
     std::string text = "config a s\n";
-    for (int i = 0; i < 8191; ++i)
+    for (int i = 0; i < 8191; i++)
         text += "option o" + std::to_string(i) + " 1\n";
     config(text, "full");
     config(text + "option more 1\n", "over");

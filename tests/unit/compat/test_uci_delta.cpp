@@ -1,3 +1,4 @@
+// Pending changes on top of a package, well-formed or not.
 #include "uci_support.h"
 
 namespace {

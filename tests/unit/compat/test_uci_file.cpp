@@ -1,3 +1,4 @@
+// Reading files of all kinds and sizes, locked or not.
 #include "uci_internal.h"
 #include "uci_support.h"
 
@@ -47,10 +48,10 @@ TEST_F(UciFile, WhatIsNoRegularFileIsNotFound) {
 }
 
 TEST_F(UciFile, LongerThanTheLimitIsRefused) {
-    config(std::string(uci_max_file, '#'));
+    config(std::string(UCI_MAX_FILE, '#'));
     EXPECT_EQ(read("p"), UCI_OK);
     EXPECT_EQ(look_up("p"), UCI_OK);
-    config(std::string(uci_max_file + 1, '#'), "q");
+    config(std::string(UCI_MAX_FILE + 1, '#'), "q");
     EXPECT_EQ(read("q"), UCI_ERR_MEM);
 }
 

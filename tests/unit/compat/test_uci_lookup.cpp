@@ -1,3 +1,4 @@
+// Looking up packages, sections and options by a tuple.
 #include "uci_support.h"
 
 namespace {

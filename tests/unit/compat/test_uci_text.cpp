@@ -1,3 +1,4 @@
+// Splitting texts into words, and which names are valid.
 #include "uci_internal.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +21,7 @@ std::pair<Commands, bool> read(const std::string &content) {
     uci_command command;
     while (uci_next_command(text, command)) {
         commands.emplace_back();
-        for (size_t i = 0; i < std::min(command.count, command.word.size()); ++i)
+        for (size_t i = 0; i < std::min(command.count, command.word.size()); i++)
             commands.back().push_back(command.word[i]);
     }
     return {commands, text.broken};

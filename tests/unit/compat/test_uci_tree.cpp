@@ -1,3 +1,4 @@
+// Packages in memory: counting, limits, lists.
 #include "uci_internal.h"
 
 #include <gtest/gtest.h>
@@ -64,7 +65,7 @@ TEST_F(UciTree, RemovesAllItemsOfAValue) {
 
 TEST_F(UciTree, FullPackageTakesNoMoreButChangesStillWork) {
     ASSERT_EQ(uci_set_option(section, "o", "1"), UCI_OK);
-    while (package->n_elements < uci_max_elements)
+    while (package->n_elements < UCI_MAX_ELEMENTS)
         ASSERT_EQ(uci_append_item(section, "l", "x"), UCI_OK);
     EXPECT_EQ(uci_append_item(section, "l", "x"), UCI_ERR_MEM);
     EXPECT_EQ(uci_set_option(section, "n", "1"), UCI_ERR_MEM);

@@ -1,3 +1,4 @@
+// The event loop's descriptors.
 #include "support.h"
 
 #include <fcntl.h>
@@ -17,7 +18,7 @@ struct Watcher {
         fd.fd = number;
         fd.cb = [](uloop_fd *self, unsigned ready) {
             auto *watcher = reinterpret_cast<Watcher *>(self);
-            ++watcher->calls;
+            watcher->calls++;
             watcher->events = ready;
             watcher->then();
         };
@@ -176,7 +177,7 @@ TEST_F(Uloop, EdgeTriggerReportsTheSameBytesOnce) {
     watcher.then = [] {};
     ASSERT_EQ(uloop_fd_add(&watcher.fd, ULOOP_READ | ULOOP_EDGE_TRIGGER), 0);
     ASSERT_TRUE(send_bytes(there.get(), "x"));
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; i++)
         EXPECT_EQ(uloop_run_timeout(0), 0);
     EXPECT_EQ(watcher.calls, 1);
 }

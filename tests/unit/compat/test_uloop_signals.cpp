@@ -1,6 +1,7 @@
+// The event loop's signals and children.
 #include "support.h"
 
-#include <signal.h>
+#include <csignal>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -127,7 +128,7 @@ TEST_F(UloopSignals, CommandRunInACallbackKeepsItsStatusAndOutput) {
 
 TEST_F(UloopSignals, ManyChildrenAreAllReaped) {
     std::vector<pid_t> children;
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < 20; i++) {
         const pid_t child = fork();
         if (child == 0)
             _exit(0);

@@ -1,7 +1,8 @@
+// The event loop's timers.
 #include "support.h"
 
 #include <climits>
-#include <time.h>
+#include <ctime>
 
 namespace {
 
@@ -14,7 +15,7 @@ struct Timer {
     Timer() {
         timer.cb = [](uloop_timeout *self) {
             auto &owner = *reinterpret_cast<Timer *>(self);
-            ++owner.calls;
+            owner.calls++;
             owner.pending_in_callback = self->pending;
             owner.then(owner);
         };
@@ -86,7 +87,7 @@ TEST_F(UloopTimeout, SetReArmsAPendingOne) {
     Timer end;
     end.then = end_loop;
     uloop_timeout_set(&timer.timer, 0);
-    uloop_timeout_set(&timer.timer, patience_ms);
+    uloop_timeout_set(&timer.timer, PATIENCE_MS);
     uloop_timeout_set(&end.timer, 10);
     EXPECT_EQ(uloop_run(), 0);
     EXPECT_EQ(timer.calls, 0);
@@ -127,7 +128,7 @@ TEST_F(UloopTimeout, AddOfAPendingOneFails) {
 TEST_F(UloopTimeout, FiresInTheOrderOfDueTimes) {
     std::vector<int> order;
     Timer timers[3];
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; i++)
         timers[i].then = [&order, i](Timer &) { order.push_back(i); };
     timers[0].timer.time = {3, 0};
     timers[1].timer.time = {1, 0};
