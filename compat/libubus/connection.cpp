@@ -34,9 +34,9 @@ void handle_socket(uloop_fd *sock, unsigned) {
     // After a hang-up there is no other turn: the loop has taken the socket out.
     for (int i = 0; i < MESSAGES_PER_TURN || !sock->registered; i++) {
         const wire_result result = wire_receive(sock->fd, *ctx->input);
-        if (result == wire_result::more)
+        if (result == wire_result::MORE)
             return;
-        if (result == wire_result::broken) {
+        if (result == wire_result::BROKEN) {
             ubus_connection_broken(ctx);
             return;
         }
@@ -68,39 +68,33 @@ int open_socket(const char *path) {
     const timeval patience = {UBUS_PATIENCE_MS / 1000, 0};
     (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience,
                      sizeof(patience)); // without it connect() just has no bound
-    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
-        fcntl(fd, F_SETFL, O_NONBLOCK) != 0) {
+    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
         close(fd);
         return -1;
     }
     return fd;
 }
 
-// Waits once, for no longer than until the deadline. False, with the reason in errno, also when a signal interrupts it.
-bool wait_for_greeting(int fd, int64_t deadline) {
-    pollfd entry = {fd, POLLIN, 0};
-    const int64_t left = deadline - now_ms();
-    const int ready = poll(&entry, 1, left > 0 ? static_cast<int>(left) : 0);
-    if (ready == 0)
-        errno = ETIMEDOUT;
-    return ready > 0;
+// Blocks until there is something to receive. A signal ends the wait unless its handler has the call restarted.
+bool wait_for_greeting(int fd) {
+    char first;
+    return recv(fd, &first, sizeof first, MSG_PEEK) >= 0; // the end of the stream is for whoever receives it
 }
 
 bool receive_greeting(ubus_context *ctx) {
-    const int64_t deadline = ubus_deadline();
     wire_result result = wire_receive(ctx->sock.fd, *ctx->input);
-    while (result == wire_result::more) {
-        if (!wait_for_greeting(ctx->sock.fd, deadline))
+    while (result == wire_result::MORE) {
+        if (!wait_for_greeting(ctx->sock.fd))
             return false;
         result = wire_receive(ctx->sock.fd, *ctx->input);
     }
     errno = EPROTO; // the reason of every failure below
-    if (result != wire_result::complete)
+    if (result != wire_result::COMPLETE)
         return false;
     const ubus_msghdr header = wire_header(*ctx->input);
     wire_reset(*ctx->input);
     ctx->local_id = header.peer;
-    return header.type == UBUS_MSG_HELLO && header.peer != 0;
+    return header.type == UBUS_MSG_HELLO && header.peer != 0 && fcntl(ctx->sock.fd, F_SETFL, O_NONBLOCK) == 0;
 }
 
 bool send_all(int fd, const void *bytes, size_t len, int64_t deadline) {

@@ -94,13 +94,13 @@ int ubus_request(ubus_context *ctx, ubus_msg_type type, uint32_t peer, const blo
     const int64_t deadline = ubus_deadline();
     while (!answer.done) {
         const wire_result result = wire_receive(ctx->sock.fd, *ctx->input);
-        if (result == wire_result::broken) {
+        if (result == wire_result::BROKEN) {
             ubus_connection_broken(ctx);
             return UBUS_STATUS_CONNECTION_FAILED;
         }
-        if (result == wire_result::complete && !take_message(ctx, answer))
+        if (result == wire_result::COMPLETE && !take_message(ctx, answer))
             return UBUS_STATUS_NO_MEMORY;
-        const bool patient = result == wire_result::more ? ubus_wait(ctx->sock.fd, POLLIN, deadline)
+        const bool patient = result == wire_result::MORE ? ubus_wait(ctx->sock.fd, POLLIN, deadline)
                                                          : answer.done || !ubus_expired(deadline);
         if (!patient)
             return UBUS_STATUS_TIMEOUT;

@@ -46,9 +46,9 @@ wire_result receive_some(int fd, ubus_wire_input &input, void *target, size_t le
     } while (got < 0 && errno == EINTR);
     if (got > 0) {
         input.have += static_cast<size_t>(got);
-        return wire_result::complete;
+        return wire_result::COMPLETE;
     }
-    return got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) ? wire_result::more : wire_result::broken;
+    return got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) ? wire_result::MORE : wire_result::BROKEN;
 }
 
 // Whether an attribute's payload has the form its id asks for.
@@ -75,22 +75,22 @@ bool has_form(const blob_attr *attr) {
 wire_result wire_receive(int fd, ubus_wire_input &input) {
     while (input.have < UBUS_WIRE_HEAD_LEN) {
         const wire_result result = receive_some(fd, input, &input.head[input.have], UBUS_WIRE_HEAD_LEN - input.have);
-        if (result != wire_result::complete)
+        if (result != wire_result::COMPLETE)
             return result;
     }
     const size_t len = body_len(input);
     if (len == 0 || !make_room(input, len))
-        return wire_result::broken;
+        return wire_result::BROKEN;
     while (input.have < sizeof(ubus_msghdr) + len) {
         if (!make_room(input, len))
-            return wire_result::broken;
+            return wire_result::BROKEN;
         const size_t done = input.have - sizeof(ubus_msghdr);
         auto *target = reinterpret_cast<char *>(input.body) + done;
         const wire_result result = receive_some(fd, input, target, input.capacity - done);
-        if (result != wire_result::complete)
+        if (result != wire_result::COMPLETE)
             return result;
     }
-    return wire_result::complete;
+    return wire_result::COMPLETE;
 }
 
 ubus_msghdr wire_header(const ubus_wire_input &input) {

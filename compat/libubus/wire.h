@@ -9,9 +9,9 @@
 constexpr size_t UBUS_WIRE_HEAD_LEN = sizeof(ubus_msghdr) + sizeof(blob_attr);
 
 enum class wire_result {
-    complete, // a whole message is there
-    more,     // the socket has no more bytes at the moment
-    broken    // the peer has gone, or what it sends is no message
+    COMPLETE, // a whole message is there
+    MORE,     // the socket has no more bytes at the moment
+    BROKEN    // the peer has gone, or what it sends is no message
 };
 
 // A message that is being received, or has been. `body` is the enclosing attribute, owned, from malloc().

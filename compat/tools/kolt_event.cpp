@@ -9,7 +9,7 @@
 
 namespace {
 
-enum exit_status { sent = 0, wrong_usage = 1, no_broker = 2, refused = 3 };
+enum exit_status { SENT = 0, WRONG_USAGE = 1, NO_BROKER = 2, REFUSED = 3 };
 
 struct put_json {
     void operator()(json_object *object) const {
@@ -40,7 +40,7 @@ int usage(const char *program) {
                   "  -s SOCKET  the broker's socket instead of %s\n"
                   "Exit status: 0 sent, 1 wrong usage or JSON, 2 no broker, 3 refused by the broker\n",
                   program, UBUS_UNIX_SOCKET);
-    return wrong_usage;
+    return WRONG_USAGE;
 }
 
 // The object in `text`, or null after a message.
@@ -69,21 +69,21 @@ int send(const char *socket, const char *name, blob_attr *members) {
     const connection_ptr ctx(ubus_connect(socket));
     if (!ctx) {
         (void)fprintf(stderr, "kolt-event: no broker at %s: %s\n", socket ? socket : UBUS_UNIX_SOCKET, strerror(errno));
-        return no_broker;
+        return NO_BROKER;
     }
     const int status = ubus_send_event(ctx.get(), name, members);
     if (status == UBUS_STATUS_OK)
-        return sent;
+        return SENT;
     (void)fprintf(stderr, "kolt-event: %s: %s\n", name, ubus_strerror(status));
-    return refused;
+    return REFUSED;
 }
 
 int send_json(const char *socket, const char *name, const char *text) {
     const json_ptr object = parse_object(text);
     if (!object)
-        return wrong_usage;
+        return WRONG_USAGE;
     blob_buf buf = {};
-    int result = wrong_usage;
+    int result = WRONG_USAGE;
     if (blobmsg_buf_init(&buf) == 0 && json_add_members(&buf, object.get()))
         result = send(socket, name, buf.head);
     else

@@ -96,9 +96,9 @@ void handle_socket(uloop_fd *sock, unsigned) {
     flush(client);
     for (int i = 0; i < MESSAGES_PER_TURN && !client.closing; i++) {
         const wire_result result = wire_receive(sock->fd, client.input);
-        if (result == wire_result::more)
+        if (result == wire_result::MORE)
             return;
-        if (result == wire_result::broken) {
+        if (result == wire_result::BROKEN) {
             start_closing(client);
             return;
         }

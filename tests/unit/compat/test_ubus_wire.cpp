@@ -27,7 +27,7 @@ protected:
 
 TEST_F(UbusWire, ReadsAHeaderWithItsNumbersInHostOrder) {
     ASSERT_TRUE(send_bytes(there.get(), wire_message(UBUS_MSG_DATA, 0x0102, 0x03040506, number_attr(3, 7))));
-    ASSERT_EQ(receive(), wire_result::complete);
+    ASSERT_EQ(receive(), wire_result::COMPLETE);
     const ubus_msghdr header = wire_header(input);
     EXPECT_EQ(header.version, 0);
     EXPECT_EQ(header.type, UBUS_MSG_DATA);
@@ -40,33 +40,33 @@ TEST_F(UbusWire, TakesAMessageThatArrivesByteByByte) {
     const Bytes message = wire_message(UBUS_MSG_STATUS, 1, 0, number_attr(1, 4));
     for (size_t i = 0; i + 1 < message.size(); i++) {
         ASSERT_TRUE(send_bytes(there.get(), message.substr(i, 1)));
-        ASSERT_EQ(receive(), wire_result::more) << i;
+        ASSERT_EQ(receive(), wire_result::MORE) << i;
     }
     ASSERT_TRUE(send_bytes(there.get(), message.substr(message.size() - 1)));
-    EXPECT_EQ(receive(), wire_result::complete);
+    EXPECT_EQ(receive(), wire_result::COMPLETE);
 }
 
 TEST_F(UbusWire, TakesMessagesThatArriveInOnePieceOneByOne) {
     ASSERT_TRUE(send_bytes(there.get(),
                            wire_message(UBUS_MSG_DATA, 1, 0, number_attr(3, 7)) + wire_message(UBUS_MSG_STATUS, 1, 0)));
-    ASSERT_EQ(receive(), wire_result::complete);
+    ASSERT_EQ(receive(), wire_result::COMPLETE);
     EXPECT_EQ(wire_header(input).type, UBUS_MSG_DATA);
     wire_reset(input);
-    ASSERT_EQ(receive(), wire_result::complete);
+    ASSERT_EQ(receive(), wire_result::COMPLETE);
     EXPECT_EQ(wire_header(input).type, UBUS_MSG_STATUS);
     wire_reset(input);
-    EXPECT_EQ(receive(), wire_result::more);
+    EXPECT_EQ(receive(), wire_result::MORE);
 }
 
 TEST_F(UbusWire, EndOfTheStreamIsBroken) {
     there = Fd();
-    EXPECT_EQ(receive(), wire_result::broken);
+    EXPECT_EQ(receive(), wire_result::BROKEN);
 }
 
 TEST_F(UbusWire, LongestMessageIsTakenAndSentOnBy) {
     const Bytes message = wire_message(UBUS_MSG_DATA, 1, 0, Bytes(UBUS_MAX_MSGLEN - 12, 'x'));
     std::thread sender([&] { EXPECT_TRUE(send_bytes(there.get(), message)); });
-    EXPECT_TRUE(eventually([&] { return receive() == wire_result::complete; }));
+    EXPECT_TRUE(eventually([&] { return receive() == wire_result::COMPLETE; }));
     sender.join();
     ASSERT_TRUE(input.body);
     EXPECT_EQ(Bytes(reinterpret_cast<char *>(input.body), blob_raw_len(input.body)), message.substr(8));
@@ -76,7 +76,7 @@ TEST_F(UbusWire, LongestMessageIsTakenAndSentOnBy) {
 TEST_F(UbusWire, AnnouncedLengthIsNotAllocatedBeforeItArrives) {
     ASSERT_TRUE(send_bytes(there.get(), from_hex("0001000000000000"
                                                  "000ffff8")));
-    EXPECT_EQ(receive(), wire_result::more);
+    EXPECT_EQ(receive(), wire_result::MORE);
     EXPECT_LE(input.capacity, 4096u);
 }
 
@@ -92,8 +92,8 @@ class UbusWireHead : public UbusWire, public ::testing::WithParamInterface<HeadR
 
 TEST_P(UbusWireHead, IsRefusedAndStaysRefused) {
     ASSERT_TRUE(send_bytes(there.get(), from_hex(GetParam().hex) + Bytes(64, '\0')));
-    EXPECT_EQ(receive(), wire_result::broken);
-    EXPECT_EQ(receive(), wire_result::broken);
+    EXPECT_EQ(receive(), wire_result::BROKEN);
+    EXPECT_EQ(receive(), wire_result::BROKEN);
 }
 
 INSTANTIATE_TEST_SUITE_P(, UbusWireHead,
