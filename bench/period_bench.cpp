@@ -5,11 +5,15 @@
 #include "period_tables.h"
 #include "plain_ranking.h"
 
+#include "core/config_load.h"
+#include "core/hub/netlink_sockets.h"
 #include "core/log.h"
 #include "core/ubus.h"
-#include "path_selection/path_selection.h"
+#include "path_selection/module.h"
+#include "path_selection/period.h"
+#include "probes/clients.h"
 #include "probes/ports.h"
-#include "probes/streams.h"
+#include "probes/streams/ranking.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
@@ -18,6 +22,7 @@
 #include <cstring>
 #include <net/if.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 
 namespace {
 
@@ -50,8 +55,16 @@ findings_of_size &findings_of(const benchmark::State &state) {
     return found[{state.range(0), state.range(1)}];
 }
 
-void run_period(void *timer) {
-    path_selection_timer_cb(static_cast<uloop_timeout *>(timer));
+// What the daemon's loop does between two periods: a period that finds link notifications waiting trusts no interface's
+// name beyond a wait.
+void read_link_notifications() {
+    char message[KOLT_NETLINK_BUFFER_SIZE];
+    while (recv(configuration.ev.wifi_fd.fd, message, sizeof message, MSG_DONTWAIT) > 0) {
+    }
+}
+
+void run_period(void *workspace) {
+    path_selection_run_period(&configuration, static_cast<ps_workspace *>(workspace));
 }
 
 // Each part by its own median.
@@ -72,17 +85,19 @@ period_times medians(const std::vector<period_times> &periods) {
 
 void measure_period(benchmark::State &state) {
     write_tables(BRIDGE, tables_of(state));
-    uloop_timeout timer{};
-    run_period(&timer); // what is kept from period to period takes its size
+    std::vector<kolt_client> clients(KOLT_MAX_CLIENTS);
+    ps_workspace workspace;
+    workspace.clients = clients.data();
+    run_period(&workspace); // what is kept from period to period takes its size
     std::vector<period_times> periods;
     std::vector<double> own;
     const double children = children_seconds();
     for (auto _ : state) {
-        periods.push_back(measure_parts(run_period, &timer));
+        read_link_notifications();
+        periods.push_back(measure_parts(run_period, &workspace));
         own.push_back(periods.back().own());
         state.SetIterationTime(own.back());
     }
-    (void)uloop_timeout_cancel(&timer);
     findings_of_size &here = findings_of(state);
     here.parts = medians(periods);
     here.own = median(own);
@@ -93,33 +108,36 @@ void measure_period(benchmark::State &state) {
     state.counters["whole_wall_us"] = here.parts.whole_wall() * 1e6;
 }
 
-using ranking = decltype(plain_rank_streams);
+using ranking_function = decltype(plain_rank_streams);
+
+void indexed_rank_streams(std::span<ha_table_entry> table, std::span<kolt_client> clients,
+                          const kolt_interface_list &ports) {
+    static kolt_stream_ranking ranking; // its memory is kept, as from period to period
+    kolt_rank_streams(&ranking, table, clients, ports);
+}
 
 // What a ranking starts from, and a copy that it may work in.
 class ranking_scene {
 public:
-    explicit ranking_scene(const period_tables &tables) : tables_(tables) {
-        count_ = static_cast<uint8_t>(kolt_get_active_ports(&configuration, BRIDGE, ports_));
-        const kolt_interface_list active{.count = count_, .interfaces = ports_};
-        pristine_.resize(KOLT_MAX_CLIENTS);
+    explicit ranking_scene(const period_tables &tables) : tables_(tables), pristine_(KOLT_MAX_CLIENTS) {
+        (void)kolt_get_active_ports(&configuration, BRIDGE, &ports_);
+        const kolt_interface_list active = ports_.list();
         write_tables(BRIDGE, tables);
-        list_.count = kolt_get_client_list(BRIDGE, &active, pristine_.data());
+        count_ = kolt_get_client_list(BRIDGE, &active, pristine_.data());
         begin();
     }
 
     void begin() {
         streams_ = tables_.ha;
         clients_ = pristine_;
-        list_.clients = clients_.data();
     }
 
-    void rank(ranking *function) {
-        const kolt_interface_list ports{.count = count_, .interfaces = ports_};
-        function(streams_.data(), static_cast<uint32_t>(streams_.size()), &list_, &ports);
+    void rank(ranking_function *function) {
+        function(streams_, std::span(clients_).first(count_), ports_.list());
     }
 
     [[nodiscard]] bool equals(const ranking_scene &other) const {
-        return list_.count == other.list_.count &&
+        return count_ == other.count_ &&
                memcmp(streams_.data(), other.streams_.data(), streams_.size() * sizeof streams_[0]) == 0 &&
                memcmp(clients_.data(), other.clients_.data(), clients_.size() * sizeof clients_[0]) == 0;
     }
@@ -137,15 +155,14 @@ public:
 
 private:
     const period_tables &tables_;
-    config_interface *ports_[CONFIG_MAX_INTERFACES] = {};
-    uint8_t count_ = 0;
+    kolt_port_list ports_;
     std::vector<kolt_client> pristine_;
+    uint8_t count_ = 0;
     std::vector<kolt_client> clients_;
     std::vector<ha_table_entry> streams_;
-    kolt_client_list list_;
 };
 
-void measure_ranking(benchmark::State &state, ranking *function, double findings_of_size::*where) {
+void measure_ranking(benchmark::State &state, ranking_function *function, double findings_of_size::*where) {
     const period_tables tables = tables_of(state);
     ranking_scene scene(tables);
     std::vector<double> taken;
@@ -161,7 +178,7 @@ void measure_ranking(benchmark::State &state, ranking *function, double findings
 }
 
 void indexed_ranking(benchmark::State &state) {
-    measure_ranking(state, kolt_rank_streams, &findings_of_size::indexed);
+    measure_ranking(state, indexed_rank_streams, &findings_of_size::indexed);
 }
 
 void plain_ranking(benchmark::State &state) {
@@ -176,7 +193,7 @@ void check_equality() {
                                                      if_nametoindex("wlan0.1"), if_nametoindex("wlan2.1"));
             ranking_scene indexed(tables);
             ranking_scene plain(tables);
-            indexed.rank(kolt_rank_streams);
+            indexed.rank(indexed_rank_streams);
             plain.rank(plain_rank_streams);
             if (indexed.ranked() == 0 || !indexed.equals(plain)) {
                 (void)fprintf(stderr, "The two rankings differ with %d clients and %d streams.\n",
@@ -222,7 +239,10 @@ int main(int argc, char **argv) {
     kolt_list_init(&configuration.modules);
     config_load(&configuration, "/etc/kolt.json");
     kolt_list_init(&configuration.ev.subscribers);
-    kolt_module *module = uloop_init() == 0 ? path_selection_init(&configuration) : nullptr;
+    const bool looping = uloop_init() == 0;
+    if (looping)
+        event_wifi_init(&configuration.ev); // by whose messages a period sees that no interface has changed
+    kolt_module *module = looping ? path_selection_init(&configuration) : nullptr;
     if (module == nullptr)
         return 2;
     check_equality();

@@ -1,3 +1,4 @@
+// The clocks around every call that leaves the daemon, and the books that they are entered in.
 #include "period_parts.h"
 
 #include <algorithm>
@@ -42,11 +43,11 @@ void book(period_part part) {
 
 // The processor time that a booking itself takes: the least of many with nothing between them.
 double booking_cost() {
-    constexpr int attempts = 2000;
+    constexpr int ATTEMPTS = 2000;
     double least = 1;
     measuring = true;
     book(OWN_OTHER);
-    for (int i = 0; i < attempts; i++) {
+    for (int i = 0; i < ATTEMPTS; i++) {
         const double before = times.cpu[OWN_OTHER];
         book(OWN_OTHER);
         least = std::min(least, times.cpu[OWN_OTHER] - before);

@@ -1,3 +1,4 @@
+// The figures of all sizes in a table, set against the limits.
 #include "period_report.h"
 
 #include "probes/clients.h"
@@ -46,26 +47,26 @@ template <size_t N> void solve(double (&matrix)[N][N + 1]) {
 // Fits fixed + a * streams + b * clients + c * streams * clients, by relative errors, and prints what each term gives
 // at the largest size.
 void print_fit(const period_findings &found, const char *title, table_value value) {
-    constexpr size_t terms = 4;
-    double matrix[terms][terms + 1] = {};
+    constexpr size_t TERMS = 4;
+    double matrix[TERMS][TERMS + 1] = {};
     for (const auto &[size, here] : found) {
         const double clients = static_cast<double>(std::min<int64_t>(size.first, KOLT_MAX_LISTED_CLIENTS));
         const auto streams = static_cast<double>(size.second);
         const double measured = value(here);
-        const double variables[terms] = {1 / measured, streams / measured, clients / measured,
+        const double variables[TERMS] = {1 / measured, streams / measured, clients / measured,
                                          streams * clients / measured};
-        for (size_t row = 0; row < terms; row++) {
-            for (size_t column = 0; column < terms; column++)
+        for (size_t row = 0; row < TERMS; row++) {
+            for (size_t column = 0; column < TERMS; column++)
                 matrix[row][column] += variables[row] * variables[column];
-            matrix[row][terms] += variables[row];
+            matrix[row][TERMS] += variables[row];
         }
     }
     solve(matrix);
     (void)fprintf(stderr,
                   "%-18s %8.1f us + %7.2f ns a stream + %8.1f ns a client + %8.4f ns a stream and client\n"
                   "%18s at 255 x 20,000: %10.1f + %12.1f + %14.1f + %10.1f us\n",
-                  title, matrix[0][terms], matrix[1][terms] * 1e3, matrix[2][terms] * 1e3, matrix[3][terms] * 1e3, "",
-                  matrix[0][terms], matrix[1][terms] * 20000, matrix[2][terms] * 255, matrix[3][terms] * 20000 * 255);
+                  title, matrix[0][TERMS], matrix[1][TERMS] * 1e3, matrix[2][TERMS] * 1e3, matrix[3][TERMS] * 1e3, "",
+                  matrix[0][TERMS], matrix[1][TERMS] * 20000, matrix[2][TERMS] * 255, matrix[3][TERMS] * 20000 * 255);
 }
 
 void print_parts(const findings_of_size &here) {

@@ -1,3 +1,4 @@
+// Random tables, the same at every run.
 #include "period_tables.h"
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// Dispatch through the driver operation table.
 #include "adaptors/flow_cache.h"
 
 int kolt_flush_all_fcache_flow() {
@@ -54,7 +55,7 @@ int kolt_cal_hash_and_set_ha(const char *bridge, uint32_t protocol, uint32_t src
                : 0;
 }
 
-int kolt_configure_fc_mode(uint32_t mode) {
+int kolt_configure_fc_mode(kolt_work_mode mode) {
     if (wlan_platform_ops == nullptr || wlan_platform_ops->configure_fc_mode == nullptr)
         return 0;
     return wlan_platform_ops->configure_fc_mode(mode) != 0 ? 1 : 0;

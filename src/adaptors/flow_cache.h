@@ -34,4 +34,4 @@ int kolt_cal_hash_and_set_ha(const char *bridge, uint32_t protocol, uint32_t src
                              uint16_t stream_kind, uint32_t carried_value);
 
 // Tells the flow cache the node's work mode; 1, or 0.
-int kolt_configure_fc_mode(uint32_t mode);
+int kolt_configure_fc_mode(kolt_work_mode mode);

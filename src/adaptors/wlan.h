@@ -6,14 +6,14 @@
 #include <cstdint>
 
 // Fills the rates and the RSSI of the uplink on `ifname`; 1, or 0.
-int wlan_get_uplink_rate(const char *ifname, wlan_uplink_rate *rate, uint8_t *rssi, uint32_t type);
+int wlan_get_uplink_rate(const char *ifname, wlan_uplink_rate *rate, uint8_t *rssi, kolt_link_type type);
 
 // Stores how busy the channel is, in percent; 1 when the driver could be read (it may have stored nothing), or 0.
-int wlan_get_channel_utilization(const char *ifname, uint8_t *utilization, uint32_t type);
+int wlan_get_channel_utilization(const char *ifname, uint8_t *utilization, kolt_link_type type);
 
 // Keep the links of a station or of an access point interface measured.
-void wlan_activate_links(const char *ifname, const config_param *param, uint32_t type);
-void wlan_activate_links_for_ap(const char *ifname, const config_param *param, uint32_t type);
+void wlan_activate_links(const char *ifname, const config_param *param, kolt_link_type type);
+void wlan_activate_links_for_ap(const char *ifname, const config_param *param, kolt_link_type type);
 
 // Forgets a station behind a WDS link.
 void wlan_delete_wds_entry(const char *ifname, const uint8_t *mac);

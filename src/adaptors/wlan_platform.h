@@ -3,7 +3,10 @@
 #pragma once
 
 #include "core/config.h"
+#include "core/interface_list.h"
+#include "core/link_type.h"
 #include "core/names.h"
+#include "core/work_mode.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -51,14 +54,14 @@ static_assert(sizeof(kolt_fc_flow_key) == 24);
 
 // The generic operations of wlan.h and flow_cache.h say what each slot does.
 struct wlan_platform {
-    int (*get_uplink_rate)(const char *ifname, wlan_uplink_rate *rate, uint8_t *rssi, uint32_t type);
-    int (*get_channel_utilization)(const char *ifname, uint8_t *utilization, uint32_t type, uint32_t one);
-    void (*activate_links)(const char *ifname, const config_param *param, uint32_t type);
-    void (*activate_links_for_ap)(const char *ifname, const config_param *param, uint32_t type);
+    int (*get_uplink_rate)(const char *ifname, wlan_uplink_rate *rate, uint8_t *rssi, kolt_link_type type);
+    int (*get_channel_utilization)(const char *ifname, uint8_t *utilization, kolt_link_type type, uint32_t one);
+    void (*activate_links)(const char *ifname, const config_param *param, kolt_link_type type);
+    void (*activate_links_for_ap)(const char *ifname, const config_param *param, kolt_link_type type);
     void (*delete_wds_entry)(const char *ifname, const uint8_t *mac);
     int (*get_util_adjustment)(const char *ifname, uint8_t selector, uint8_t *adjustment, uintptr_t word);
     int (*is_5g_low_noise)(uint16_t rate, uint8_t utilization, uintptr_t word);
-    int (*get_links)(const char *ifname, wlan_link *links, uint32_t type);
+    int (*get_links)(const char *ifname, wlan_link *links, kolt_link_type type);
     void (*reserved)();
     int (*flush_all_fcache_flow)();
     int (*flush_fcache_flow_entry)(uint32_t flow_idx);
@@ -72,7 +75,7 @@ struct wlan_platform {
     int (*cal_hash_and_set_ha)(const char *bridge, uint32_t protocol, uint32_t src_ip, uint32_t dst_ip,
                                uint16_t src_port, uint16_t dst_port, const uint8_t *src_mac, const uint8_t *dst_mac,
                                const char *ifname, uint16_t stream_kind, uint32_t carried_value);
-    int (*configure_fc_mode)(uint32_t mode);
+    int (*configure_fc_mode)(kolt_work_mode mode);
 };
 static_assert(sizeof(wlan_platform) == 18 * sizeof(void (*)()));
 

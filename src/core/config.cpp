@@ -1,3 +1,4 @@
+// Look-ups in the configuration record.
 #include "core/config.h"
 
 #include "core/log.h"

@@ -2,55 +2,25 @@
 #pragma once
 
 #include "core/event.h"
+#include "core/interface.h"
 #include "core/list.h"
+#include "core/names.h"
 
-#include <cstddef>
 #include <cstdint>
 
-constexpr size_t CONFIG_NAME_SIZE = 16; // a name of 16 characters fills its field and has no terminator
 constexpr uint32_t CONFIG_MAX_BRIDGES = 8;
-constexpr uint32_t CONFIG_MAX_INTERFACES = 128;
 constexpr uint32_t CONFIG_MAX_COUPLES = 16;
-
-// Link types; the same numbers index every per-link table.
-enum kolt_link_type : uint32_t {
-    KOLT_LINK_ETHERNET = 0,
-    KOLT_LINK_PLC = 1,
-    KOLT_LINK_2G = 2,
-    KOLT_LINK_5G = 3,
-    KOLT_LINK_5G_2 = 4,
-    KOLT_LINK_NONE = 5,
-};
-constexpr uint32_t KOLT_LINK_COUNT = 5;
-
-[[nodiscard]] constexpr bool kolt_is_wifi_link(uint32_t type) {
-    return type == KOLT_LINK_2G || type == KOLT_LINK_5G || type == KOLT_LINK_5G_2;
-}
 
 enum config_bridge_flag : uint32_t { CONFIG_LOOP_AVOIDANCE = 1U << 0, CONFIG_PATH_SELECTION = 1U << 1 };
 
 struct config_bridge {
-    char name[CONFIG_NAME_SIZE] = {};
+    char name[KOLT_NAME_SIZE] = {};
     uint32_t flags = 0;
 };
 
-struct config_interface {
-    char name[CONFIG_NAME_SIZE] = {};
-    uint32_t ifindex = 0; // 0 until the port was first seen on a bridge
-    uint32_t type = 0;
-    uint8_t compat_group = 0;
-    uint8_t priority = 0; // 0..10
-    uint8_t relay = 0;    // loop avoidance rewrites it for power-line and Ethernet ports
-    uint8_t path = 0;
-    uint8_t class_ = 0;
-    uint8_t needha = 0;
-    uint8_t ssdp_allow = 0;
-    uint8_t ctl_iface = 0;
-};
-
 struct config_couple {
-    char lan[CONFIG_NAME_SIZE] = {};
-    char guest[CONFIG_NAME_SIZE] = {};
+    char lan[KOLT_NAME_SIZE] = {};
+    char guest[KOLT_NAME_SIZE] = {};
 };
 
 struct config_param {
@@ -96,16 +66,6 @@ struct config {
     kolt_list modules;
 };
 
-// A set of ports in the order in which the bridge reported them; the records belong to the configuration.
-struct kolt_interface_list {
-    uint8_t count = 0;
-    config_interface **interfaces = nullptr;
-};
-
-// Fills the configuration part of `config` from the JSON file at `path`. Ends the process with status 1 when the file
-// cannot be parsed or an interface has no valid type.
-void config_load(config *config, const char *path);
-
 // Empties the bridges and the interfaces. The loader keeps no memory that would have to be released.
 void config_free(config *config);
 
@@ -120,8 +80,3 @@ config_interface *config_find_interface_by_index(config *config, uint32_t ifinde
 
 // Writes the name of a kernel interface index to `name` (at least 16 bytes); 1, or 0 when the kernel does not know it.
 int config_index_to_name(uint32_t ifindex, char *name);
-
-// The measuring period in whole seconds.
-uint32_t config_get_timer_interval();
-
-uint8_t config_get_util_compensation();

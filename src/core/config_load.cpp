@@ -1,6 +1,7 @@
 // The configuration file: one JSON object, read once. The operation that the log names is config_load, whichever
 // section is being read.
-#include "core/config.h"
+#include "core/config_load.h"
+
 #include "core/json.h"
 #include "core/log.h"
 #include "core/names.h"
@@ -21,8 +22,11 @@ enum exchange : int32_t {
     EXCHANGE_PLC_IPTV = 6,
 };
 
-uint32_t timer_interval; // seconds
-uint8_t util_compensation;
+// The two parameters that have getters of their own instead of a place in the record; written by the one load.
+struct {
+    uint32_t timer_interval = 0; // seconds
+    uint8_t util_compensation = 0;
+} kept;
 
 int32_t integer_or(json_object *section, const char *key, int32_t fallback) {
     json_object *value = json_member(section, key);
@@ -71,7 +75,7 @@ void load_bridges(config *config, json_object *section) {
 // The parameters are read in the order in which the record has them.
 void load_measuring(config_param *param, json_object *section) {
     param->period = static_cast<uint32_t>(integer_or(section, "period", 0)) * 1000U;
-    timer_interval = param->period / 1000U;
+    kept.timer_interval = param->period / 1000U;
     param->high_threshold = percent_or(section, "high_threshold", 70);
     param->delta_threshold = percent_or(section, "delta_threshold", 10);
     param->reserved_ratio = percent_or(section, "reserved_ratio", 0);
@@ -103,7 +107,7 @@ void load_backhaul(config_param *param, json_object *section) {
     param->plc_vlan_backhaul_id = vlan_id(section, "plc_vlan_backhaul_id");
     param->plc_vlan_guest_id = vlan_id(section, "plc_vlan_guest_id");
     param->plc_vlan_iptv_id = vlan_id(section, "plc_vlan_iptv_id");
-    util_compensation = flag_or(section, "util_compensation", false);
+    kept.util_compensation = flag_or(section, "util_compensation", false);
 }
 
 void load_param(config_param *param, json_object *section) {
@@ -116,14 +120,14 @@ void load_param(config_param *param, json_object *section) {
 // `text` without its last character, as far as it fits a name field: the stem of an exchanged name.
 void copy_stem(char *stem, const char *text) {
     size_t length = strlen(text);
-    memset(stem, 0, CONFIG_NAME_SIZE);
+    memset(stem, 0, KOLT_NAME_SIZE);
     if (length > 0)
-        memcpy(stem, text, std::min(length - 1, CONFIG_NAME_SIZE));
+        memcpy(stem, text, std::min(length - 1, KOLT_NAME_SIZE));
 }
 
 // Writes `text` with its last character replaced by `id`; it cannot fail.
 void write_exchanged_name(char *name, const char *text, int32_t id) {
-    char stem[CONFIG_NAME_SIZE];
+    char stem[KOLT_NAME_SIZE];
     copy_stem(stem, text);
     (void)kolt_get_vlan_name(name, stem, static_cast<uint32_t>(id), 0);
 }
@@ -159,10 +163,10 @@ bool load_interface_name(const config_param &param, char *name, const char *key,
     return true;
 }
 
-uint32_t link_type_from_string(const char *text) {
-    constexpr const char *names[KOLT_LINK_COUNT] = {"ethernet", "plc", "2.4g", "5g", "5g_2"};
-    for (uint32_t type = 0; type < KOLT_LINK_COUNT; type++) {
-        if (text != nullptr && strcmp(text, names[type]) == 0)
+kolt_link_type link_type_from_string(const char *text) {
+    constexpr const char *NAMES[KOLT_LINK_COUNT] = {"ethernet", "plc", "2.4g", "5g", "5g_2"};
+    for (const kolt_link_type type : KOLT_LINKS) {
+        if (text != nullptr && strcmp(text, NAMES[type]) == 0)
             return type;
     }
     return KOLT_LINK_NONE;
@@ -269,9 +273,9 @@ void config_load(config *config, const char *path) {
 }
 
 uint32_t config_get_timer_interval() {
-    return timer_interval;
+    return kept.timer_interval;
 }
 
 uint8_t config_get_util_compensation() {
-    return util_compensation;
+    return kept.util_compensation;
 }

@@ -1,9 +1,10 @@
-#include "core/config.h"
+// The daemon's life: options, configuration, hub, modules, loop, and the same way back.
+#include "core/config_load.h"
 #include "core/hub/hub.h"
 #include "core/log.h"
 #include "core/module.h"
-#include "loop_avoidance/loop_avoidance.h"
-#include "path_selection/path_selection.h"
+#include "loop_avoidance/module.h"
+#include "path_selection/module.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// The module registry.
 #include "core/module.h"
 
 kolt_module *kolt_get_mod_contex(kolt_list *modules, uint32_t id) {

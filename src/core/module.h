@@ -1,9 +1,9 @@
 // The feature modules and their registry.
 #pragma once
 
+#include "core/container_of.h"
 #include "core/list.h"
 
-#include <cstddef>
 #include <cstdint>
 
 struct config;
@@ -31,9 +31,9 @@ kolt_module *kolt_get_mod_contex(kolt_list *modules, uint32_t id);
 
 // The module that a subscriber link belongs to.
 inline kolt_module *kolt_module_of_sub(kolt_list *sub) {
-    return reinterpret_cast<kolt_module *>(reinterpret_cast<char *>(sub) - offsetof(kolt_module, sub));
+    return KOLT_CONTAINER_OF(sub, kolt_module, sub);
 }
 
 inline kolt_module *kolt_module_of_list(kolt_list *link) {
-    return reinterpret_cast<kolt_module *>(reinterpret_cast<char *>(link) - offsetof(kolt_module, list));
+    return KOLT_CONTAINER_OF(link, kolt_module, list);
 }

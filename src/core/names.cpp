@@ -1,21 +1,14 @@
+// Name fields have no terminator when they are full; every routine here is bounded by the field.
 #include "core/names.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 
-kolt_name_text::kolt_name_text(const char *name) : text{} {
-    memcpy(text, name, strnlen(name, KOLT_NAME_SIZE));
-}
-
 void kolt_copy_name(char *copy, const char *name) {
     const size_t length = strnlen(name, KOLT_NAME_SIZE);
     memmove(copy, name, length);
     memset(copy + length, 0, KOLT_NAME_SIZE - length);
-}
-
-bool kolt_name_equal(const char *a, const char *b) {
-    return strncmp(a, b, KOLT_NAME_SIZE) == 0;
 }
 
 int kolt_get_vlan_name(char *name, const char *base, uint32_t vlan_id, int dotted) {
@@ -54,10 +47,6 @@ int kolt_str_to_mac(const char *text, uint8_t *mac, int colon) {
         text += length + 1;
     }
     return 1;
-}
-
-int kolt_mac_equal(const uint8_t *a, const uint8_t *b) {
-    return memcmp(a, b, KOLT_MAC_SIZE) == 0 ? 1 : 0;
 }
 
 void kolt_mac_add(uint8_t *mac, uint8_t delta) {

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 constexpr size_t KOLT_NAME_SIZE = 16; // of a name field; a name that fills it has no terminator
 constexpr size_t KOLT_MAC_SIZE = 6;
@@ -14,14 +15,18 @@ constexpr size_t KOLT_MAC_SIZE = 6;
 struct kolt_name_text {
     char text[KOLT_NAME_SIZE + 1];
     // Reads at most 16 characters at `name`.
-    explicit kolt_name_text(const char *name);
+    explicit kolt_name_text(const char *name) : text{} {
+        memcpy(text, name, strnlen(name, KOLT_NAME_SIZE));
+    }
 };
 
 // Copies at most 16 characters of `name` into the field `copy` and zeroes what is left of it.
 void kolt_copy_name(char *copy, const char *name);
 
 // Compares two names over at most 16 characters.
-[[nodiscard]] bool kolt_name_equal(const char *a, const char *b);
+[[nodiscard]] inline bool kolt_name_equal(const char *a, const char *b) {
+    return strncmp(a, b, KOLT_NAME_SIZE) == 0;
+}
 
 // Writes `base` with the VLAN id behind it, with a dot between them when `dotted` is not 0, into the field `name`: at
 // most 15 characters, always terminated. Returns 1.
@@ -36,7 +41,9 @@ void kolt_get_base_name(char *base, const char *name);
 int kolt_str_to_mac(const char *text, uint8_t *mac, int colon);
 
 // 1 when the two MACs are equal, else 0.
-[[nodiscard]] int kolt_mac_equal(const uint8_t *a, const uint8_t *b);
+[[nodiscard]] inline int kolt_mac_equal(const uint8_t *a, const uint8_t *b) {
+    return memcmp(a, b, KOLT_MAC_SIZE) == 0 ? 1 : 0;
+}
 
 // Adds `delta` to the MAC as a 48-bit big-endian number; a carry out of the first octet is lost.
 void kolt_mac_add(uint8_t *mac, uint8_t delta);

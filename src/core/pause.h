@@ -1,3 +1,4 @@
+// Pauses that block the daemon on purpose.
 #pragma once
 
 #include <cerrno>

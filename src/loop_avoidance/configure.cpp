@@ -1,9 +1,11 @@
 // The full programming of a bridge. The operation that the log names is loop_avoidance_configure_bridge_with_mode,
 // whichever step is at work.
+#include "loop_avoidance/configure.h"
+
 #include "adaptors/flow_cache.h"
 #include "core/log.h"
+#include "core/names.h"
 #include "loop_avoidance/broadcast.h"
-#include "loop_avoidance/loop_avoidance.h"
 #include "probes/node_state.h"
 #include "probes/ports.h"
 #include "probes/uci_options.h"
@@ -18,8 +20,6 @@ namespace {
 constexpr char OPERATION[] = "loop_avoidance_configure_bridge_with_mode";
 constexpr char NO_PORT[] = "(null)"; // how the C library prints a missing string
 
-using port_list = config_interface *[CONFIG_MAX_INTERFACES];
-
 // Makes a library call; a refusal is logged by the call's name, and the programming goes on.
 #define PROGRAM(call, ...)                                                                                             \
     do {                                                                                                               \
@@ -27,21 +27,20 @@ using port_list = config_interface *[CONFIG_MAX_INTERFACES];
             KOLT_ERROR_AS(OPERATION, #call);                                                                           \
     } while (0)
 
-void program_bridge(const char *bridge, uint32_t flags, uint32_t mode) {
+void program_bridge(const char *bridge, uint32_t flags, kolt_work_mode mode) {
     PROGRAM(bridgeSetTcpSP, bridge, 0);
     PROGRAM(bridgeSetBridgeMode, bridge, mode != KOLT_MODE_RE ? 1 : 0);
     if ((flags & CONFIG_PATH_SELECTION) != 0)
         PROGRAM(bridgeSetFollowRE, bridge, 1);
 }
 
-uint8_t plc_relay(uint32_t mode) {
+uint8_t plc_relay(kolt_work_mode mode) {
     return (mode == KOLT_MODE_HAP && plc_is_root() == 1) || mode == KOLT_MODE_FAP ? 1 : 0;
 }
 
 // Sets the relay flags that depend on the work mode; Wi-Fi ports keep their configured ones.
-void rewrite_relay_flags(port_list &ports, uint32_t count, uint32_t mode) {
-    for (uint32_t i = 0; i < count; i++) {
-        config_interface *port = ports[i];
+void rewrite_relay_flags(port_span ports, kolt_work_mode mode) {
+    for (config_interface *port : ports) {
         if (port->type == KOLT_LINK_PLC)
             port->relay = plc_relay(mode);
         if (port->type != KOLT_LINK_ETHERNET)
@@ -51,8 +50,8 @@ void rewrite_relay_flags(port_list &ports, uint32_t count, uint32_t mode) {
     }
 }
 
-bcast_ports choose_bcast_ports(config *config, port_list &ports, uint32_t count) {
-    const bcast_ports chosen = pick_bcast_ports(ports, count);
+bcast_ports choose_bcast_ports(config *config, port_span ports) {
+    const bcast_ports chosen = pick_bcast_ports(ports);
     KOLT_DEBUG_AS(OPERATION, "bcast_port_0 is %.16s", chosen.class_0 ? chosen.class_0->name : NO_PORT);
     KOLT_DEBUG_AS(OPERATION, "bcast_port_1 is %.16s", chosen.class_1 ? chosen.class_1->name : NO_PORT);
     if (chosen.class_0 != nullptr)
@@ -92,27 +91,27 @@ void program_couples(const char *bridge, const config &config) {
     }
 }
 
-void configure_bridge(config *config, const char *bridge, uint32_t flags, uint32_t mode) {
+void configure_bridge(config *config, const char *bridge, uint32_t flags, kolt_work_mode mode) {
     program_bridge(bridge, flags, mode);
-    port_list ports;
-    const uint32_t count = kolt_get_active_ports(config, bridge, ports);
-    rewrite_relay_flags(ports, count, mode);
+    kolt_port_list ports;
+    (void)kolt_get_active_ports(config, bridge, &ports); // none after a failure, which it logs
+    rewrite_relay_flags(ports.span(), mode);
     if (mode == KOLT_MODE_RE && eth_traffic_is_active() == 1)
-        (void)update_eth_traffic_ports(config, count, ports); // unread, the option leaves the flags as they are
-    const bcast_ports chosen = choose_bcast_ports(config, ports, count);
-    for (uint32_t i = 0; i < count; i++)
-        program_port(bridge, ports[i], bcast_allowed(ports[i], chosen));
+        (void)update_eth_traffic_ports(ports.span()); // unread, the option leaves the flags as they are
+    const bcast_ports chosen = choose_bcast_ports(config, ports.span());
+    for (const config_interface *port : ports.span())
+        program_port(bridge, port, chosen.allow(port) ? 1 : 0);
     program_couples(bridge, *config);
 }
 
 } // namespace
 
-const char *kolt_work_mode_name(uint32_t mode) {
-    constexpr const char *names[] = {"RE", "FAP", "HAP"};
-    return mode < std::size(names) ? names[mode] : "Invalid";
+const char *kolt_work_mode_name(kolt_work_mode mode) {
+    constexpr const char *NAMES[] = {"RE", "FAP", "HAP"};
+    return mode < std::size(NAMES) ? NAMES[mode] : "Invalid";
 }
 
-void loop_avoidance_configure_bridge_with_mode(config *config, uint32_t mode) {
+void loop_avoidance_configure_bridge_with_mode(config *config, kolt_work_mode mode) {
     KOLT_DEBUG("configure duon bridge with mode %s", kolt_work_mode_name(mode));
     (void)kolt_configure_fc_mode(mode); // without a flow cache there is nothing to configure
     for (uint32_t i = 0; i < config->bridge_num; i++) {
@@ -120,4 +119,8 @@ void loop_avoidance_configure_bridge_with_mode(config *config, uint32_t mode) {
         if (kolt_is_loop_avoiding(bridge))
             configure_bridge(config, kolt_name_text(bridge.name).text, bridge.flags, mode);
     }
+}
+
+void loop_avoidance_reconfigure(config *config) {
+    loop_avoidance_configure_bridge_with_mode(config, kolt_get_work_mode());
 }

@@ -1,4 +1,5 @@
-#include "loop_avoidance/loop_avoidance.h"
+// A station that was learnt on another way is no longer behind this node's own WDS links.
+#include "loop_avoidance/wds.h"
 
 #include "adaptors/wlan.h"
 #include "core/log.h"
@@ -15,14 +16,13 @@ constexpr size_t IFINDEX_LOW = 6;
 constexpr size_t IFINDEX_HIGH = 12;
 
 // Whether a station that was learnt on `ifname` no longer is behind one of this node's own WDS links.
-bool needs_clean_up(const char *bridge, const char *ifname, config_interface **ports, uint32_t count) {
+bool needs_clean_up(const char *bridge, const char *ifname, port_span ports) {
     if (kolt_name_equal(ifname, bridge))
         return true;
-    for (uint32_t i = 0; i < count; i++) {
-        const config_interface *port = ports[i];
+    for (const config_interface *port : ports) {
         if (!kolt_name_equal(port->name, ifname) || kolt_check_eth_has_neigh(ifname) == 1)
             continue;
-        if (port->type == KOLT_LINK_ETHERNET || port->relay != 1)
+        if (port->type == KOLT_LINK_ETHERNET || !port->is_relay())
             return true;
     }
     return false;
@@ -40,15 +40,15 @@ void loop_avoidance_delete_wds_entry(config *config, const uint8_t *payload) {
     if (config->bridge_num == 0)
         return;
     const kolt_name_text bridge(config->bridges[0].name);
-    config_interface *ports[CONFIG_MAX_INTERFACES];
-    const uint32_t count = kolt_get_active_ports(config, bridge.text, ports);
-    if (!needs_clean_up(bridge.text, ifname, ports, count))
+    kolt_port_list ports;
+    (void)kolt_get_active_ports(config, bridge.text, &ports); // none after a failure, which it logs
+    if (!needs_clean_up(bridge.text, ifname, ports.span()))
         return;
-    for (uint32_t i = 0; i < count; i++) {
-        if (ports[i]->relay != 1 || !kolt_is_wifi_link(ports[i]->type))
+    for (const config_interface *port : ports.span()) {
+        if (!port->is_relay() || !kolt_is_wifi_link(port->type))
             continue;
         char base[KOLT_NAME_SIZE];
-        kolt_get_base_name(base, ports[i]->name);
+        kolt_get_base_name(base, port->name);
         wlan_delete_wds_entry(base, payload);
     }
 }

@@ -1,41 +1,26 @@
+// Each question opens a socket, asks and closes it, which a period with hundreds of clients would do a thousand times.
 #include "path_selection/interface_cache.h"
 
-#include "core/names.h"
-
 #include <algorithm>
-#include <cstddef>
+#include <cerrno>
 #include <cstring>
 #include <net/if.h>
+#include <span>
+#include <sys/socket.h>
 
 namespace {
 
-struct known_interface {
-    uint32_t ifindex;
-    char name[IF_NAMESIZE + 1];
-};
-
-// Room for all ports of a bridge. Where it does not suffice, the last slot serves for the answers of the moment.
-constexpr size_t SLOTS = 160;
-
-// The kernel's answers to one of the two questions; it knows some interfaces by more than one name, so an answer to one
-// is none to the other. What it did not know is asked for again.
-struct known_list {
-    known_interface slots[SLOTS];
-    size_t count;
-};
-
-known_list names;
-known_list indexes;
-
-template <class Match> const known_interface *find_known(const known_list &list, const Match &match) {
-    const known_interface *end = list.slots + list.count;
-    const known_interface *found = std::find_if(list.slots, end, match);
-    return found != end ? found : nullptr;
+template <class Match> const known_interfaces::entry *find_known(const known_interfaces &list, const Match &match) {
+    for (const auto &slot : std::span(list.slots, list.count)) {
+        if (match(slot))
+            return &slot;
+    }
+    return nullptr;
 }
 
-const known_interface *add_known(known_list *list, uint32_t ifindex, const char *name) {
-    list->count = std::min(list->count + 1, SLOTS);
-    known_interface *slot = &list->slots[list->count - 1];
+const known_interfaces::entry *add_known(known_interfaces *list, uint32_t ifindex, const char *name) {
+    list->count = std::min(list->count + 1, known_interfaces::SLOTS);
+    auto *slot = &list->slots[list->count - 1];
     slot->ifindex = ifindex;
     memcpy(slot->name, kolt_name_text(name).text, sizeof slot->name);
     return slot;
@@ -43,21 +28,27 @@ const known_interface *add_known(known_list *list, uint32_t ifindex, const char 
 
 } // namespace
 
-void ps_forget_interfaces() {
-    names.count = 0;
-    indexes.count = 0;
-}
-
-const char *ps_interface_name(uint32_t ifindex) {
-    if (const auto *slot = find_known(names, [ifindex](const auto &one) { return one.ifindex == ifindex; }))
+const char *interface_cache::name_of(uint32_t ifindex) {
+    if (const auto *slot = find_known(names_, [ifindex](const auto &one) { return one.ifindex == ifindex; }))
         return slot->name;
     char name[IF_NAMESIZE] = {};
-    return if_indextoname(ifindex, name) != nullptr ? add_known(&names, ifindex, name)->name : nullptr;
+    return if_indextoname(ifindex, name) != nullptr ? add_known(&names_, ifindex, name)->name : nullptr;
 }
 
-uint32_t ps_interface_index(const char *name) {
-    if (const auto *slot = find_known(indexes, [name](const auto &one) { return kolt_name_equal(one.name, name); }))
+uint32_t interface_cache::index_of(const char *name) {
+    if (const auto *slot = find_known(indexes_, [name](const auto &one) { return kolt_name_equal(one.name, name); }))
         return slot->ifindex;
     const uint32_t ifindex = if_nametoindex(kolt_name_text(name).text);
-    return ifindex != 0 ? add_known(&indexes, ifindex, name)->ifindex : 0;
+    return ifindex != 0 ? add_known(&indexes_, ifindex, name)->ifindex : 0;
+}
+
+void interface_cache::after_wait() {
+    // The kernel tells of every new name, and of every interface that goes, before its call returns to who changed it.
+    // Whatever waits on the socket, or an error, counts as a change.
+    char first;
+    const ssize_t received = recv(link_fd_, &first, sizeof first, MSG_PEEK | MSG_DONTWAIT);
+    if (received < 0 && errno == EAGAIN)
+        return;
+    names_.count = 0;
+    indexes_.count = 0;
 }

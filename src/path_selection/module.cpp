@@ -1,29 +1,37 @@
-#include "path_selection/path_selection.h"
+// What the module does about each event, and when its periods begin.
+#include "path_selection/module.h"
 
 #include "adaptors/flow_cache.h"
+#include "core/container_of.h"
 #include "core/log.h"
-#include "path_selection/module_parts.h"
+#include "core/names.h"
+#include "path_selection/context.h"
+#include "path_selection/period.h"
+#include "path_selection/tables.h"
 #include "probes/ports.h"
 
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
+#include <memory>
 #include <new>
 
 namespace {
 
 constexpr uint32_t NEIGHBOUR_FLOW_REPORT = 4;
 
+// The records of the clients stand behind it in the same allocation, so that they stay untouched, and take no memory,
+// until there are clients.
 struct path_selection_module {
     kolt_module module;
     uloop_timeout timer{};
+    ps_workspace workspace;
 };
-static_assert(offsetof(path_selection_module, module) == 0, "the registry's pointer is the whole record's");
+static_assert(alignof(path_selection_module) >= alignof(kolt_client));
 
 path_selection_module *whole_of(kolt_module *module) {
-    return reinterpret_cast<path_selection_module *>(module);
+    return KOLT_CONTAINER_OF(module, path_selection_module, module);
 }
 
 // What a neighbour message of the flow report type carries, host order, without padding.
@@ -52,9 +60,11 @@ void arm_first_period(config *config) {
     arm_timer(&whole_of(module)->timer, *config);
 }
 
+using link_states = std::array<uint32_t, KOLT_LINK_COUNT>;
+
 // The link that HD entries are to point at: power line before Wi-Fi, and of Wi-Fi the fastest. Ethernet never is.
-uint32_t choose_link(const uint32_t *states) {
-    for (const uint32_t link : {KOLT_LINK_PLC, KOLT_LINK_5G_2, KOLT_LINK_5G, KOLT_LINK_2G}) {
+kolt_link_type choose_link(const link_states &states) {
+    for (const kolt_link_type link : {KOLT_LINK_PLC, KOLT_LINK_5G_2, KOLT_LINK_5G, KOLT_LINK_2G}) {
         if (states[link] == 1)
             return link;
     }
@@ -63,9 +73,8 @@ uint32_t choose_link(const uint32_t *states) {
 
 void follow_link_states(config *config) {
     const kolt_event_ctx &hub = config->ev;
-    const uint32_t states[KOLT_LINK_COUNT] = {0, hub.plc_state, hub.wifi_2g_state, hub.wifi_5g_state,
-                                              hub.wifi_5g_2_state};
-    const uint32_t link = choose_link(states);
+    const link_states states = {0, hub.plc_state, hub.wifi_2g_state, hub.wifi_5g_state, hub.wifi_5g_2_state};
+    const kolt_link_type link = choose_link(states);
     if (link != PATH_NONE)
         path_selection_update_table(config, TABLE_HD, states, link);
     else
@@ -94,22 +103,24 @@ void flush_reported_flow(const kolt_event &event) {
     kolt_flush_fc_flow_by_ha(&key, report.type);
 }
 
+void begin_context(config *config) {
+    path_selection_ctx.hd_sample_index = 0;
+    path_selection_ctx.hd_sample_ring.fill(PATH_NONE);
+    for (ps_path_history &history : path_selection_ctx.histories)
+        history.history_mark = 1;
+    path_selection_ctx.configuration = config;
+}
+
 } // namespace
 
 kolt_module *path_selection_init(config *config) {
-    void *memory = calloc(1, sizeof(path_selection_module));
+    void *memory = calloc(1, sizeof(path_selection_module) + KOLT_MAX_CLIENTS * sizeof(kolt_client));
     if (memory == nullptr) {
         KOLT_ERROR("malloc");
         return nullptr;
     }
-    path_selection_ctx.hd_sample_index = 0;
-    std::fill(std::begin(path_selection_ctx.hd_sample_ring), std::end(path_selection_ctx.hd_sample_ring),
-              static_cast<int32_t>(PATH_NONE));
-    for (ps_path_history &history : path_selection_ctx.histories)
-        history.history_mark = 1;
-    path_selection_ctx.configuration = config;
-
-    auto *whole = new (memory) path_selection_module{};
+    begin_context(config);
+    auto *whole = new (memory) path_selection_module;
     kolt_module *module = &whole->module;
     module->name = "Path Selection";
     module->id = KOLT_MODULE_PATH_SELECTION;
@@ -119,14 +130,17 @@ kolt_module *path_selection_init(config *config) {
     module->event_cb = path_selection_event_cb;
     kolt_list_add(&config->ev.subscribers, &module->sub);
     whole->timer.cb = path_selection_timer_cb;
+    whole->workspace.clients = reinterpret_cast<kolt_client *>(whole + 1);
     path_selection_show_path_ports(config);
     return module;
 }
 
 void path_selection_free(kolt_module *module) {
+    path_selection_module *whole = whole_of(module);
     kolt_list_delete(&module->sub);
-    (void)uloop_timeout_cancel(&whole_of(module)->timer); // an unarmed timer is none to cancel
-    free(module);
+    (void)uloop_timeout_cancel(&whole->timer); // -1 when it is not armed
+    std::destroy_at(whole);
+    free(whole);
 }
 
 void path_selection_show_path_ports(config *config) {
@@ -135,10 +149,10 @@ void path_selection_show_path_ports(config *config) {
         const kolt_name_text name(bridge.name);
         if (kolt_check_active_bridge(name.text) == 0 || (bridge.flags & CONFIG_PATH_SELECTION) == 0)
             continue;
-        config_interface *ports[CONFIG_MAX_INTERFACES];
-        const uint32_t count = kolt_get_path_ports(config, name.text, ports);
-        for (uint32_t k = 0; k < count; k++)
-            KOLT_DEBUG("path_port: %.16s", ports[k]->name);
+        kolt_port_list ports;
+        (void)kolt_get_path_ports(config, name.text, &ports); // none after a failure, which it logs
+        for (const config_interface *port : ports.span())
+            KOLT_DEBUG("path_port: %.16s", port->name);
     }
 }
 
@@ -159,6 +173,6 @@ void path_selection_event_cb(config *config, kolt_list * /*sub*/, kolt_event_kin
 
 void path_selection_timer_cb(uloop_timeout *timer) {
     config *config = path_selection_ctx.configuration;
-    path_selection_run_period(config);
+    path_selection_run_period(config, &KOLT_CONTAINER_OF(timer, path_selection_module, timer)->workspace);
     arm_timer(timer, *config);
 }

@@ -1,12 +1,10 @@
+// Rows are told apart by name: an interface that was made anew keeps its name, not its index.
 #include "path_selection/paths.h"
 
 #include "core/log.h"
-#include "path_selection/interface_cache.h"
 
-constinit path_selection_context path_selection_ctx;
-
-ps_path *path_selection_get_path_by_port(ps_path_table *paths, uint32_t ifindex) {
-    const char *name = ps_interface_name(ifindex);
+ps_path *path_selection_get_path_by_port(interface_cache *interfaces, ps_path_table *paths, uint32_t ifindex) {
+    const char *name = interfaces->name_of(ifindex);
     if (name == nullptr) {
         KOLT_ERROR("get interface name");
         return nullptr;

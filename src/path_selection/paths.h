@@ -1,75 +1,8 @@
-// What path selection knows of the backhaul paths. A path is identified by its link type; every table of paths has one
-// row a type.
+// Finding a row of the path table by the kernel's index of its interface.
 #pragma once
 
-#include "core/config.h"
-#include "probes/counters.h"
-#include "core/names.h"
+#include "path_selection/decide/paths.h"
+#include "path_selection/interface_cache.h"
 
-#include <array>
-#include <cstddef>
-#include <cstdint>
-
-constexpr uint32_t PATH_NONE = KOLT_LINK_NONE;
-constexpr size_t PS_SAMPLES = 15;    // PHY-rate samples a path
-constexpr size_t PS_HD_SAMPLES = 20; // HD path choices
-constexpr size_t PS_DATA_RATES = 5;
-
-struct ps_rate_sample {
-    uint16_t tx_rate = 0;
-    uint16_t rx_rate = 0;
-    uint16_t rate = 0; // of the direction that counts; 0 is an empty slot
-};
-
-// What is kept of a path from period to period.
-struct ps_path_history {
-    uint32_t ifindex = 0;
-    kolt_if_stat prev_stat;
-    kolt_if_stat cur_stat;
-    uint8_t rx_tx_factor = 0; // received packets per sent one, at least 1 once measured
-    uint32_t rx_pkt_size = 0; // mean, bytes
-    uint8_t rx_selected = 0;  // more bytes came than went: the receiving direction's rate counts
-    ps_rate_sample samples[PS_SAMPLES];
-    uint8_t sample_index = 0;               // of the newest sample
-    uint32_t data_rate[PS_DATA_RATES] = {}; // bytes a period
-    uint16_t history_mark = 0;
-};
-
-// One row of the path table of a period.
-struct ps_path {
-    char name[KOLT_NAME_SIZE] = {}; // empty: the path is absent this period
-    uint32_t path = 0;              // its own type, written for present rows
-    uint8_t priority = 0;           // 0..10
-    uint8_t util = 0;               // percent
-    uint8_t util_aux = 0;           // the driver's RSSI figure
-    uint16_t rate = 0;              // processed PHY rate, 0: unusable this period
-    int16_t quota = 0;              // capacity left, hundredths of a percent
-    int8_t util_adjustment = 0;
-};
-
-using ps_path_table = std::array<ps_path, KOLT_LINK_COUNT>;
-using ps_history_table = std::array<ps_path_history, KOLT_LINK_COUNT>;
-
-// What lives as long as the process.
-struct path_selection_context {
-    config *configuration = nullptr;
-    ps_history_table histories;
-    int32_t hd_sample_ring[PS_HD_SAMPLES] = {}; // path types, PATH_NONE is an empty slot
-    uint8_t hd_sample_index = 0;                // the next slot to write
-    uint8_t last_adjust_status = 1;             // whether the period before was an adjusting one
-};
-
-extern path_selection_context path_selection_ctx;
-
-[[nodiscard]] inline bool ps_is_present(const ps_path &row) {
-    return row.name[0] != '\0';
-}
-
-// The row's utilisation with its correction, in percent.
-[[nodiscard]] inline int ps_adjusted_util(const ps_path &row) {
-    return row.util + row.util_adjustment;
-}
-
-// The row whose name is that of the kernel interface `ifindex`, or null; an unknown index is logged. The kernel is
-// asked once in a bridge's period.
-ps_path *path_selection_get_path_by_port(ps_path_table *paths, uint32_t ifindex);
+// The row whose name is that of the kernel interface `ifindex`, or null; an unknown index is logged.
+ps_path *path_selection_get_path_by_port(interface_cache *interfaces, ps_path_table *paths, uint32_t ifindex);

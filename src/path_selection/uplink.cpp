@@ -1,10 +1,18 @@
+// The order of a bridge's period, from measuring to the last client.
+#include "path_selection/uplink.h"
+
 #include "adaptors/wlan.h"
 #include "core/log.h"
+#include "path_selection/context.h"
+#include "path_selection/decide/score.h"
+#include "path_selection/ha_balancing.h"
+#include "path_selection/hd_placement.h"
 #include "path_selection/interface_cache.h"
-#include "path_selection/module_parts.h"
-#include "path_selection/path_selection.h"
+#include "path_selection/measurement.h"
+#include "path_selection/statistics.h"
 #include "probes/addresses.h"
-#include "probes/streams.h"
+#include "probes/ap_clients.h"
+#include "probes/stream_list.h"
 
 namespace {
 
@@ -12,10 +20,13 @@ constexpr char OPERATION[] = "path_selection_update_uplink_paths";
 
 // What a bridge's period has decided before it comes to the clients.
 struct uplink_period {
+    explicit uplink_period(int link_fd) : interfaces(link_fd) {}
+
     uint8_t bridge_mac[KOLT_MAC_SIZE] = {};
     uint8_t reference_mac[KOLT_MAC_SIZE] = {}; // none
     ps_path_table paths;
-    uint32_t backhaul = PATH_NONE;
+    interface_cache interfaces; // filled only once everything is measured
+    kolt_link_type backhaul = PATH_NONE;
     int is_prefered = 0;
     uint8_t adjust = 0;
 };
@@ -35,8 +46,9 @@ void measure_paths(const config *config, const char *bridge, const kolt_interfac
 }
 
 void read_streams(const config *config, const char *bridge, const kolt_interface_list *nonrelay_ports,
-                  const uplink_period &period, kolt_client_list *clients) {
-    (void)kolt_get_client_list_ha_entries(bridge, clients, nonrelay_ports); // it logs its failure; no streams then
+                  const uplink_period &period, kolt_client_list *clients, kolt_stream_ranking *ranking) {
+    (void)kolt_get_client_list_ha_entries(bridge, clients, nonrelay_ports,
+                                          ranking); // it logs its failure; no streams then
     if (config->param.estimate_ack_enable == 0)
         return;
     ps_history_table &histories = path_selection_ctx.histories;
@@ -46,7 +58,7 @@ void read_streams(const config *config, const char *bridge, const kolt_interface
 
 void judge_preferred_backhaul(const config_param &param, uplink_period *period) {
     if (param.backhual_prefered != 0) {
-        period->backhaul = param.backhual_prefered + 1U;
+        period->backhaul = static_cast<kolt_link_type>(param.backhual_prefered + 1U);
         period->is_prefered = path_selection_is_prefered_path(period->paths, period->backhaul, param.rate_threshold);
     }
     KOLT_DEBUG_AS(OPERATION, "backhual: %d, prefered: %d, is_prefered: %d", static_cast<int>(period->backhaul),
@@ -61,10 +73,9 @@ ps_path *choose_hd_path(const config_param &param, uplink_period *period, ps_pat
     return period->is_prefered == 1 ? &period->paths[period->backhaul] : best;
 }
 
-void place_client(const config *config, const char *bridge, uplink_period *period, kolt_client_list *clients,
-                  uint8_t index) {
-    const kolt_client &client = clients->clients[index];
-    const char *ifname = ps_interface_name(client.port);
+void place_client(const config *config, const char *bridge, uplink_period *period, const kolt_client &client,
+                  bool first_client) {
+    const char *ifname = period->interfaces.name_of(client.port);
     if (ifname == nullptr) {
         KOLT_ERROR_AS(OPERATION, "error ifname");
         return;
@@ -72,41 +83,32 @@ void place_client(const config *config, const char *bridge, uplink_period *perio
     if (path_selection_is_norelay_client(client) != 1)
         return;
     KOLT_DEBUG_AS(OPERATION, "client: %02X:%02X:%02X:%02X:%02X:%02X, ifname:%s, relay:%s", KOLT_MAC_OCTETS(client.mac),
-                  ifname, client.relay != 0 ? "relay" : "norelay");
+                  ifname, client.is_nonrelay() ? "norelay" : "relay");
     ps_path *best = path_selection_get_best_path(client, &period->paths);
     if (best == nullptr)
         return;
-    const ps_path *hd = choose_hd_path(config->param, period, best, index == 0);
+    const ps_path *hd = choose_hd_path(config->param, period, best, first_client);
     KOLT_DEBUG_AS(OPERATION, "hd_path %.16s, best path %.16s", hd->name, best->name);
-    const int placed = path_selection_update_uplink_hd_table(bridge, period->bridge_mac, client, hd->name,
-                                                             period->reference_mac, &NO_AP_CLIENTS);
+    const int placed = path_selection_update_uplink_hd_table(&period->interfaces, bridge, period->bridge_mac, client,
+                                                             hd->name, period->reference_mac, &NO_AP_CLIENTS);
     // One overloaded period alone moves no streams.
     if (placed == 1 && period->adjust == 1 && path_selection_ctx.last_adjust_status == 1)
-        path_selection_update_uplink_ha_table(config, bridge, clients, index, best, &period->paths);
+        path_selection_update_uplink_ha_table({.configuration = config,
+                                               .bridge = bridge,
+                                               .interfaces = &period->interfaces,
+                                               .paths = &period->paths,
+                                               .best = best},
+                                              client);
 }
 
 } // namespace
 
 ps_path *path_selection_get_best_path(const kolt_client &client, ps_path_table *paths) {
-    ps_path *best = nullptr;
-    uint64_t best_score = 0;
-    for (ps_path &row : *paths) {
-        if (!ps_is_present(row) || row.rate == 0)
-            continue;
-        if (client.relay == 1)
-            return &row;
-        const int32_t capacity = row.quota * row.rate / 100;
-        const auto score = static_cast<uint64_t>((100 + 20 * int64_t{row.priority}) * capacity);
-        if (best == nullptr || score > best_score) {
-            best = &row;
-            best_score = score;
-        }
-    }
-    return best;
+    return ps_find_best_path(paths, client.is_relay());
 }
 
-int path_selection_is_prefered_path(const ps_path_table &paths, uint32_t backhaul, uint16_t rate_threshold) {
-    if (backhaul >= paths.size() || !ps_is_present(paths[backhaul]) || paths[backhaul].rate == 0)
+int path_selection_is_prefered_path(const ps_path_table &paths, kolt_link_type backhaul, uint16_t rate_threshold) {
+    if (backhaul >= paths.size() || !paths[backhaul].is_usable())
         return 0;
     const ps_path &row = paths[backhaul];
     if (wlan_is_5g_low_noise(row.rate, row.util, reinterpret_cast<uintptr_t>(path_selection_ctx.configuration)) == 0)
@@ -115,22 +117,22 @@ int path_selection_is_prefered_path(const ps_path_table &paths, uint32_t backhau
 }
 
 int path_selection_is_norelay_client(const kolt_client &client) {
-    return client.relay != 1 ? 1 : 0;
+    return client.is_relay() ? 0 : 1;
 }
 
 void path_selection_update_uplink_paths(config *config, const char *bridge, const kolt_interface_list *path_ports,
-                                        const kolt_interface_list *nonrelay_ports, kolt_client_list *clients) {
-    ps_forget_interfaces();
-    uplink_period period;
+                                        const kolt_interface_list *nonrelay_ports, kolt_client_list *clients,
+                                        kolt_stream_ranking *ranking) {
+    uplink_period period(config->ev.wifi_fd.fd);
     if (kolt_get_bridge_mac(bridge, period.bridge_mac) != 1) {
         KOLT_ERROR("get br mac");
         return;
     }
     measure_paths(config, bridge, path_ports, &period);
     if (period.adjust == 1)
-        read_streams(config, bridge, nonrelay_ports, period, clients);
+        read_streams(config, bridge, nonrelay_ports, period, clients, ranking);
     judge_preferred_backhaul(config->param, &period);
-    for (uint8_t i = 0; i < clients->count; i++)
-        place_client(config, bridge, &period, clients, i);
+    for (const kolt_client &client : clients->span())
+        place_client(config, bridge, &period, client, &client == clients->clients);
     path_selection_ctx.last_adjust_status = period.adjust;
 }

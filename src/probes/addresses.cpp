@@ -1,3 +1,4 @@
+// Addresses by ioctl, on a socket that is opened for the question.
 #include "probes/addresses.h"
 
 #include "core/handle.h"

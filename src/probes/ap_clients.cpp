@@ -1,15 +1,13 @@
+// A list that can be long is read in one bounded piece.
 #include "probes/ap_clients.h"
 
+#include "core/file.h"
 #include "core/json.h"
-
-#include <cstdio>
 
 namespace {
 
 constexpr char CLIENT_FILE[] = "/tmp/client_mgmt/ap_client_list";
 constexpr size_t CLIENT_FILE_LIMIT = 32768;
-
-using file_ptr = kolt_handle<FILE, fclose>;
 
 json_ptr parse_client_file() {
     const file_ptr file(fopen(CLIENT_FILE, "re"));

@@ -1,11 +1,10 @@
+// Fetching the tables, with one retry where they do not fit, and writing single entries.
 #include "probes/bridge_tables.h"
 
 #include "core/log.h"
-#include "probes/table_buffer.h"
 
 #include <algorithm>
 #include <limits>
-#include <net/if.h>
 
 namespace {
 
@@ -18,20 +17,20 @@ struct table_format {
 };
 
 // The format of a kind of table; an entry size of 0 for an unknown kind.
-table_format format_of(uint32_t kind) {
+table_format format_of(kolt_table_kind kind) {
     switch (kind) {
-    case KOLT_TABLE_HA:
+    case TABLE_HA:
         return {sizeof(ha_table_entry), 8};
-    case KOLT_TABLE_HD:
+    case TABLE_HD:
         return {sizeof(hd_entry), 1};
-    case KOLT_TABLE_FDB:
+    case TABLE_FDB:
         return {sizeof(fdb_entry), 2};
     default:
         return {0, 0};
     }
 }
 
-struct fetched_table {
+struct attempt {
     table_buffer entries;
     uint32_t count = 0; // reported by the library
     uint32_t capacity = 0;
@@ -39,8 +38,8 @@ struct fetched_table {
 };
 
 // Makes one attempt with room for `capacity` entries; no entries when no buffer could be had.
-fetched_table fetch(const char *bridge, const table_format &format, uint64_t capacity) {
-    fetched_table table;
+attempt fetch(const char *bridge, const table_format &format, uint64_t capacity) {
+    attempt table;
     const uint64_t size = capacity * format.entry_size;
     if (size > std::numeric_limits<uint32_t>::max())
         return table;
@@ -55,11 +54,11 @@ fetched_table fetch(const char *bridge, const table_format &format, uint64_t cap
 
 } // namespace
 
-int kolt_get_duon_bridge_table(const char *bridge, uint32_t kind, void **buffer, uint32_t *count) {
+int kolt_get_duon_bridge_table(const char *bridge, kolt_table_kind kind, void **buffer, uint32_t *count) {
     const table_format format = format_of(kind);
     if (format.entry_size == 0)
         return 0;
-    fetched_table table = fetch(bridge, format, FIRST_CAPACITY);
+    attempt table = fetch(bridge, format, FIRST_CAPACITY);
     if (!table.entries) {
         KOLT_ERROR("alloac buffer error");
         return 0;
@@ -98,36 +97,4 @@ int kolt_set_ha_entry(const char *bridge, uint16_t hash, const uint8_t *src_addr
                                    carried_value) != -1
                ? 1
                : 0;
-}
-
-kolt_link_record *kolt_get_link_stats_by_port(kolt_link_record *records, uint32_t ifindex) {
-    char name[IF_NAMESIZE] = {};
-    if (if_indextoname(ifindex, name) == nullptr) {
-        KOLT_ERROR("get interface name");
-        return nullptr;
-    }
-    auto *end = records + KOLT_LINK_COUNT;
-    auto *found =
-        std::find_if(records, end, [&name](const auto &record) { return kolt_name_equal(record.name, name); });
-    return found != end ? found : nullptr;
-}
-
-int kolt_update_hd_table(const char *bridge, kolt_link_record *records, uint32_t target) {
-    void *buffer = nullptr;
-    uint32_t count = 0;
-    if (kolt_get_duon_bridge_table(bridge, KOLT_TABLE_HD, &buffer, &count) == 0) {
-        KOLT_ERROR("get hd table");
-        return 0;
-    }
-    const table_buffer table(buffer);
-    const auto *entries = static_cast<const hd_entry *>(buffer);
-    const kolt_name_text target_name(target < KOLT_LINK_COUNT ? records[target].name : "");
-    for (uint32_t i = 0; i < count; i++) {
-        const kolt_link_record *record = kolt_get_link_stats_by_port(records, entries[i].port);
-        if (record == nullptr || record->index >= KOLT_LINK_COUNT || records[record->index].flag != 0)
-            continue;
-        // A refused entry stays where it is until the next link change; the library has its own say on why.
-        (void)kolt_add_hd_entry(bridge, entries[i].second_mac, entries[i].client_mac, target_name.text);
-    }
-    return 1;
 }

@@ -4,11 +4,14 @@
 
 #include "core/config.h"
 #include "core/names.h"
+#include "probes/streams/ha_table.h"
+#include "probes/table_buffer.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
-enum kolt_table_kind : uint32_t { KOLT_TABLE_HA = 0, KOLT_TABLE_HD = 1, KOLT_TABLE_FDB = 2 };
+enum kolt_table_kind : uint32_t { TABLE_HA = 0, TABLE_HD = 1, TABLE_FDB = 2 };
 
 // One learnt MAC.
 struct [[gnu::packed]] fdb_entry {
@@ -32,68 +35,41 @@ struct [[gnu::packed]] hd_entry {
 static_assert(sizeof(hd_entry) == 24);
 static_assert(offsetof(hd_entry, port) == 12);
 
-enum ha_flag : uint8_t {
-    HA_MERGEABLE = 0x10, // may be added to its forward stream as the reverse direction
-    HA_UNRANKED = 0x20,  // is never ranked
-};
-
-constexpr uint16_t HA_STREAM_UDP = 1; // any other stream kind is TCP
-
-// One stream. What the counters count is the bridge library's business; this program ranks by counter_b.
-struct [[gnu::packed]] ha_table_entry {
-    uint16_t hash;
-    uint8_t src_addr[KOLT_MAC_SIZE];
-    uint8_t dst_addr[KOLT_MAC_SIZE];
-    uint8_t unused_14[6];
-    uint16_t src_port;
-    uint16_t dst_port;
-    uint16_t stream_kind;
-    uint8_t unused_26[2];
-    uint32_t port; // kernel interface index
-    uint8_t unused_32[28];
-    uint32_t counter_a;
-    uint32_t counter_b;
-    uint32_t counter_c1;
-    uint32_t counter_c2;
-    uint32_t reverse_counter_a; // filled by this program, in its own copy of the table
-    uint32_t reverse_counter_b;
-    uint32_t carried_value;
-    uint8_t flags;
-    uint8_t unused_89[11];
-};
-static_assert(sizeof(ha_table_entry) == 100);
-static_assert(offsetof(ha_table_entry, src_port) == 20);
-static_assert(offsetof(ha_table_entry, stream_kind) == 24);
-static_assert(offsetof(ha_table_entry, port) == 28);
-static_assert(offsetof(ha_table_entry, counter_a) == 60);
-static_assert(offsetof(ha_table_entry, carried_value) == 84);
-static_assert(offsetof(ha_table_entry, flags) == 88);
-
 // Fetches a table of the bridge. On success stores the entries in *buffer, which the caller frees with
 // bridgeFreeTableBuf, and their number in *count, and returns 1; else returns 0 and stores nothing.
-int kolt_get_duon_bridge_table(const char *bridge, uint32_t kind, void **buffer, uint32_t *count);
+int kolt_get_duon_bridge_table(const char *bridge, kolt_table_kind kind, void **buffer, uint32_t *count);
+
+// A fetched table of the bridge and its entries; empty and false when it could not be fetched.
+template <class Entry> struct fetched_table {
+    table_buffer buffer;
+    std::span<Entry> entries;
+
+    explicit operator bool() const {
+        return buffer != nullptr;
+    }
+};
+
+template <class Entry> struct table_kind_of;
+template <> struct table_kind_of<ha_table_entry> { static constexpr kolt_table_kind VALUE = TABLE_HA; };
+template <> struct table_kind_of<hd_entry> { static constexpr kolt_table_kind VALUE = TABLE_HD; };
+template <> struct table_kind_of<fdb_entry> { static constexpr kolt_table_kind VALUE = TABLE_FDB; };
+
+// Fetches the table that has entries of this type.
+template <class Entry> fetched_table<Entry> fetch_table(const char *bridge) {
+    void *buffer = nullptr;
+    uint32_t count = 0;
+    if (kolt_get_duon_bridge_table(bridge, table_kind_of<Entry>::VALUE, &buffer, &count) != 1)
+        return {};
+    return {.buffer = table_buffer(buffer), .entries = {static_cast<Entry *>(buffer), count}};
+}
 
 // Adds, or replaces, a client's HD entry; 1, or 0 when the library refuses.
 int kolt_add_hd_entry(const char *bridge, const uint8_t *second_mac, const uint8_t *client_mac, const char *ifname);
 
-// Deletes a client's HD entries; 1, or 0 when the library refuses.
+// Deletes a client's HD entries, which nothing in the daemon does so far; 1, or 0 when the library refuses.
 int kolt_delete_hd_entry(const char *bridge, const uint8_t *mac, const uint8_t *second_mac, const char *ifname);
 
 // Points a stream's HA bucket at the path `ifname`; 1, or 0 when the library refuses.
 int kolt_set_ha_entry(const char *bridge, uint16_t hash, const uint8_t *src_addr, const uint8_t *dst_addr,
                       uint16_t src_port, uint16_t dst_port, const char *ifname, uint16_t stream_kind,
                       uint32_t carried_value);
-
-// The link that a port belongs to, as path selection tables it: one record a link type.
-struct kolt_link_record {
-    char name[KOLT_NAME_SIZE] = {};
-    uint32_t index = 0;
-    uint8_t flag = 0;
-};
-
-// The first of the five records whose name is that of the kernel interface `ifindex`, or null.
-kolt_link_record *kolt_get_link_stats_by_port(kolt_link_record *records, uint32_t ifindex);
-
-// Adds every HD entry whose port is among the five records again, on the interface of record `target`. 1, or 0 after a
-// message when the table cannot be fetched.
-int kolt_update_hd_table(const char *bridge, kolt_link_record *records, uint32_t target);

@@ -1,8 +1,9 @@
+// The forwarding table and the HD table, each walked once and matched to the ports, or to the clients, by an index.
 #include "probes/clients.h"
 
 #include "core/log.h"
-#include "probes/client_index.h"
-#include "probes/table_buffer.h"
+#include "probes/bridge_tables.h"
+#include "probes/streams/client_index.h"
 
 #include <algorithm>
 #include <cstring>
@@ -10,7 +11,7 @@
 
 namespace {
 
-constexpr uint32_t EXAMINED_FDB_ENTRIES = 256;
+constexpr size_t EXAMINED_FDB_ENTRIES = 256;
 
 struct port_index {
     uint32_t ifindex[UINT8_MAX]; // as many as a list can count
@@ -35,22 +36,19 @@ void fill_client(kolt_client *client, const fdb_entry &entry, uint32_t ifindex, 
 } // namespace
 
 uint8_t kolt_get_fdb_client_list(const char *bridge, kolt_client *clients, const kolt_interface_list *ports) {
-    void *buffer = nullptr;
-    uint32_t entry_count = 0;
-    if (kolt_get_duon_bridge_table(bridge, KOLT_TABLE_FDB, &buffer, &entry_count) == 0) {
+    const auto table = fetch_table<fdb_entry>(bridge);
+    if (!table) {
         KOLT_ERROR("get fdb table");
         return 0;
     }
-    const table_buffer table(buffer);
-    const auto *entries = static_cast<const fdb_entry *>(buffer);
     const port_index index = index_ports(ports);
     uint8_t count = 0;
-    for (uint32_t i = 0; i < std::min(entry_count, EXAMINED_FDB_ENTRIES); i++) {
-        const uint32_t ifindex = entries[i].port_high * 256U + entries[i].port_low;
+    for (const fdb_entry &entry : table.entries.first(std::min(table.entries.size(), EXAMINED_FDB_ENTRIES))) {
+        const uint32_t ifindex = entry.port_high * 256U + entry.port_low;
         for (uint8_t k = 0; k < ports->count; k++) {
-            if (entries[i].is_local == 1 || index.ifindex[k] != ifindex || count == KOLT_MAX_LISTED_CLIENTS)
+            if (entry.is_local == 1 || index.ifindex[k] != ifindex || count == KOLT_MAX_LISTED_CLIENTS)
                 continue;
-            fill_client(&clients[count], entries[i], ifindex, *ports->interfaces[k]);
+            fill_client(&clients[count], entry, ifindex, *ports->interfaces[k]);
             count++;
         }
     }
@@ -58,24 +56,23 @@ uint8_t kolt_get_fdb_client_list(const char *bridge, kolt_client *clients, const
 }
 
 int kolt_get_hd_client_list(const char *bridge, kolt_client *clients, uint8_t count) {
-    void *buffer = nullptr;
-    uint32_t entry_count = 0;
-    if (kolt_get_duon_bridge_table(bridge, KOLT_TABLE_HD, &buffer, &entry_count) == 0) {
+    const auto table = fetch_table<hd_entry>(bridge);
+    if (!table) {
         KOLT_ERROR("get hd table");
         return 0;
     }
-    const table_buffer table(buffer);
-    const auto *entries = static_cast<const hd_entry *>(buffer);
     const hd_entry *first_entries[KOLT_MAX_LISTED_CLIENTS] = {}; // by the client's number
-    kolt_index_clients(clients, count);
-    for (uint32_t i = 0; i < entry_count; i++) {
-        const uint16_t number = kolt_client_number(entries[i].client_mac);
+    const std::span<kolt_client> listed(clients, count);
+    kolt_client_index index;
+    index.assign(listed);
+    for (const hd_entry &entry : table.entries) {
+        const uint16_t number = index.number_of(entry.client_mac);
         if (number != KOLT_NO_CLIENT && first_entries[number] == nullptr)
-            first_entries[number] = &entries[i];
+            first_entries[number] = &entry;
     }
-    for (uint8_t i = 0; i < count; i++) {
-        if (const hd_entry *entry = first_entries[kolt_client_number(clients[i].mac)])
-            clients[i].hd_port = entry->port;
+    for (kolt_client &client : listed) {
+        if (const hd_entry *entry = first_entries[index.number_of(client.mac)])
+            client.hd_port = entry->port;
     }
     return 1;
 }
@@ -90,8 +87,8 @@ uint8_t kolt_get_client_list(const char *bridge, const kolt_interface_list *port
 int kolt_check_relay_stream(const kolt_client_list *list, const uint8_t *mac) {
     if (list == nullptr || mac == nullptr)
         return 0;
-    for (uint8_t i = 0; i < list->count; i++) {
-        if (kolt_mac_equal(list->clients[i].mac, mac) == 1 && list->clients[i].relay != 0)
+    for (const kolt_client &client : list->span()) {
+        if (kolt_mac_equal(client.mac, mac) == 1 && client.relay != 0) // any mark counts here, not 1 alone
             return 1;
     }
     return 0;

@@ -1,3 +1,4 @@
+// The kernel's table of interfaces is read through a child, as the drivers behind it want.
 #include "probes/counters.h"
 
 #include "core/log.h"
@@ -6,7 +7,6 @@
 
 #include <cstring>
 #include <sys/time.h>
-#include <utility>
 
 namespace {
 
@@ -66,19 +66,4 @@ int kolt_get_if_stat(const char *ifname, kolt_if_stat *stat) {
     reading.seconds = static_cast<uint32_t>(now.tv_sec);
     *stat = reading;
     return 1;
-}
-
-uint8_t kolt_sort_array(uint16_t *values, uint32_t length) {
-    if (values == nullptr || length == 0)
-        return 0;
-    for (uint32_t end = length; end > 1; end--) {
-        for (uint32_t i = 1; i < end; i++) {
-            if (values[i - 1] < values[i])
-                std::swap(values[i - 1], values[i]);
-        }
-    }
-    uint8_t count = 0;
-    for (uint32_t i = 0; i < length && values[i] != 0; i++)
-        count++;
-    return count;
 }

@@ -15,6 +15,3 @@ struct kolt_if_stat {
 // Reads the counters of the first interface whose table line contains `ifname` with a colon behind it; 1, or 0 with
 // `stat` untouched when there is none.
 int kolt_get_if_stat(const char *ifname, kolt_if_stat *stat);
-
-// Sorts in descending order and returns the number of values before the first 0; 0 for a null or empty array.
-uint8_t kolt_sort_array(uint16_t *values, uint32_t length);

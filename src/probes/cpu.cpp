@@ -1,18 +1,17 @@
+// The meter sets the kernel's counters against those of the reading before, whoever took that one.
 #include "probes/cpu.h"
 
 #include "core/config.h"
-#include "core/handle.h"
+#include "core/file.h"
 #include "core/log.h"
-
-#include <cstdio>
-#include <cstring>
 
 namespace {
 
-using file_ptr = kolt_handle<FILE, fclose>;
-
-kolt_cpu_sample samples[2];
-bool read_first = true; // which of the two samples the next reading replaces
+// Lives as long as the process: a reading by one caller is the beginning of the next caller's interval.
+struct {
+    kolt_cpu_sample samples[2];
+    bool read_first = true; // which of the two samples the next reading replaces
+} meter;
 
 uint32_t busy_time(const kolt_cpu_sample &sample) {
     return sample.user + sample.nice + sample.system + sample.irq + sample.softirq;
@@ -44,12 +43,12 @@ uint32_t kolt_cpu_occupancy(const kolt_cpu_sample &previous, const kolt_cpu_samp
 }
 
 uint32_t kolt_calculate_cpu_occupy() {
-    kolt_cpu_sample &current = samples[read_first ? 0 : 1];
-    const kolt_cpu_sample &previous = samples[read_first ? 1 : 0];
+    kolt_cpu_sample &current = meter.samples[meter.read_first ? 0 : 1];
+    const kolt_cpu_sample &previous = meter.samples[meter.read_first ? 1 : 0];
     current = kolt_cpu_sample{};
     kolt_read_cpu_sample(&current);
     const uint32_t occupancy = kolt_cpu_occupancy(previous, current);
-    read_first = !read_first;
+    meter.read_first = !meter.read_first;
     KOLT_INFO("cpu =================> %u", occupancy);
     return occupancy;
 }

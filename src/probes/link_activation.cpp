@@ -1,9 +1,10 @@
+// One frame of an EtherType that nobody answers.
 #include "probes/link_activation.h"
 
 #include "core/handle.h"
 #include "core/log.h"
-#include "probes/addresses.h"
 #include "core/names.h"
+#include "probes/addresses.h"
 
 #include <arpa/inet.h>
 #include <cstring>

@@ -1,3 +1,4 @@
+// Keeping an idle link awake.
 #pragma once
 
 #include <cstdint>

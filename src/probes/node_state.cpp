@@ -1,6 +1,6 @@
+// Every answer is read afresh: the files belong to the node's other daemons.
 #include "probes/node_state.h"
 
-#include "core/config.h"
 #include "core/json.h"
 #include "core/log.h"
 #include "core/names.h"
@@ -44,7 +44,7 @@ int get_field(json_object *file, const char *key, char *field) {
 
 } // namespace
 
-uint32_t kolt_work_mode_from_string(const char *text) {
+kolt_work_mode kolt_work_mode_from_string(const char *text) {
     if (text == nullptr)
         return KOLT_MODE_UNKNOWN;
     if (strcmp(text, "RE") == 0)
@@ -54,7 +54,7 @@ uint32_t kolt_work_mode_from_string(const char *text) {
     return strcmp(text, "HAP") == 0 ? KOLT_MODE_HAP : KOLT_MODE_UNKNOWN;
 }
 
-uint32_t kolt_get_work_mode() {
+kolt_work_mode kolt_get_work_mode() {
     const json_ptr file(json_object_from_file(WORK_MODE_FILE));
     if (!file) {
         KOLT_ERROR("parse work_mode");
@@ -76,7 +76,7 @@ int kolt_get_parent_mac(uint8_t *mac) {
     return get_mac(WORK_MODE_FILE, "parent_mac", mac);
 }
 
-int kolt_check_link_state(uint32_t link) {
+int kolt_check_link_state(kolt_link_type link) {
     if (link >= KOLT_LINK_COUNT)
         return 0;
     const json_ptr file(json_object_from_file(LINK_FILES[link]));
@@ -96,7 +96,7 @@ int kolt_is_plc_bcast_capable() {
     return 0;
 }
 
-int kolt_check_rootap_is_cap(uint32_t link, const uint8_t *cap_mac) {
+int kolt_check_rootap_is_cap(kolt_link_type link, const uint8_t *cap_mac) {
     if (link >= KOLT_LINK_COUNT || cap_mac == nullptr)
         return 0;
     uint8_t rootap[KOLT_MAC_SIZE] = {};
@@ -114,7 +114,7 @@ int kolt_check_direct_connect_cap() {
     uint8_t cap[KOLT_MAC_SIZE] = {};
     if (kolt_get_cap_mac(cap) == 0)
         return 0;
-    for (const uint32_t link : {KOLT_LINK_2G, KOLT_LINK_5G, KOLT_LINK_5G_2}) {
+    for (const kolt_link_type link : KOLT_WIFI_LINKS) {
         if (kolt_check_rootap_is_cap(link, cap) == 1)
             return 1;
     }

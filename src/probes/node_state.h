@@ -2,23 +2,16 @@
 // file or a missing key is unknown, and a value of another type reads as the JSON library converts it.
 #pragma once
 
-#include <cstddef>
+#include "core/link_type.h"
+#include "core/work_mode.h"
+
 #include <cstdint>
 
-struct json_object;
-
-enum kolt_work_mode : uint32_t {
-    KOLT_MODE_RE = 0,
-    KOLT_MODE_FAP = 1, // "FAP" and "AP"
-    KOLT_MODE_HAP = 2,
-    KOLT_MODE_UNKNOWN = 3,
-};
-
 // The node's work mode; KOLT_MODE_UNKNOWN when it is not told.
-uint32_t kolt_get_work_mode();
+kolt_work_mode kolt_get_work_mode();
 
 // The code of one mode text; null is unknown.
-uint32_t kolt_work_mode_from_string(const char *text);
+kolt_work_mode kolt_work_mode_from_string(const char *text);
 
 // Copies the name of the interface that got the node's DHCP answer into a 16-byte field; 1, or 0 when it is not told.
 int kolt_get_dhcp_ifname(char *name);
@@ -28,7 +21,7 @@ int kolt_get_cap_mac(uint8_t *mac);
 int kolt_get_parent_mac(uint8_t *mac);
 
 // 1 when the link of type `link` (0..4) is up, else 0.
-int kolt_check_link_state(uint32_t link);
+int kolt_check_link_state(kolt_link_type link);
 
 // 1 when the central access point has a power-line link, else 0.
 int kolt_check_cap_has_plc();
@@ -37,7 +30,7 @@ int kolt_check_cap_has_plc();
 int kolt_is_plc_bcast_capable();
 
 // 1 when the access point that the Wi-Fi link `link` is associated with is the central one, else 0.
-int kolt_check_rootap_is_cap(uint32_t link, const uint8_t *cap_mac);
+int kolt_check_rootap_is_cap(kolt_link_type link, const uint8_t *cap_mac);
 
 // 1 when any Wi-Fi link is associated with the central access point, else 0.
 int kolt_check_direct_connect_cap();

@@ -1,3 +1,4 @@
+// Questions to the kernel bridge, through the message buffers of its library.
 #include "probes/ports.h"
 
 #include "core/log.h"
@@ -49,7 +50,8 @@ bool kolt_is_loop_avoiding(const config_bridge &bridge) {
            (bridge.flags & CONFIG_LOOP_AVOIDANCE) != 0;
 }
 
-uint32_t kolt_get_active_ports(config *config, const char *bridge, config_interface **ports) {
+uint32_t kolt_get_active_ports(config *config, const char *bridge, kolt_port_list *ports) {
+    ports->count = 0;
     const table_buffer payload(bridgeAllocTableBuf(PORTS_SIZE, bridge));
     if (!payload) {
         KOLT_ERROR("bridgeAllocTableBuf");
@@ -60,8 +62,7 @@ uint32_t kolt_get_active_ports(config *config, const char *bridge, config_interf
         return 0;
     }
     const auto *records = static_cast<const uint8_t *>(payload.get());
-    uint32_t count = 0;
-    for (uint32_t i = 0; i < record_count(records) && count < CONFIG_MAX_INTERFACES; i++) {
+    for (uint32_t i = 0; i < record_count(records) && ports->count < CONFIG_MAX_INTERFACES; i++) {
         uint32_t ifindex;
         memcpy(&ifindex, records + size_t{i} * PORT_RECORD_SIZE, sizeof ifindex);
         config_interface *port = config_find_interface_by_index(config, ifindex);
@@ -70,22 +71,15 @@ uint32_t kolt_get_active_ports(config *config, const char *bridge, config_interf
             continue;
         }
         port->ifindex = ifindex;
-        ports[count++] = port;
+        ports->add(port);
     }
-    return count;
+    return ports->count;
 }
 
-uint32_t kolt_get_path_ports(config *config, const char *bridge, config_interface **ports) {
-    const uint32_t count = kolt_get_active_ports(config, bridge, ports);
-    auto **end = std::remove_if(ports, ports + count, [](const config_interface *port) { return port->path == 0; });
-    return static_cast<uint32_t>(end - ports);
-}
-
-int kolt_check_norelay_port(uint32_t ifindex, const kolt_interface_list *list) {
-    for (uint8_t i = 0; i < list->count; i++) {
-        const config_interface *port = list->interfaces[i];
-        if (port->ifindex == ifindex && port->relay != 1)
-            return 1;
-    }
-    return 0;
+uint32_t kolt_get_path_ports(config *config, const char *bridge, kolt_port_list *ports) {
+    (void)kolt_get_active_ports(config, bridge, ports); // none after a failure, which it logs
+    auto **end = std::remove_if(ports->ports, ports->ports + ports->count,
+                                [](const config_interface *port) { return port->path == 0; });
+    ports->count = static_cast<uint8_t>(end - ports->ports);
+    return ports->count;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/config.h"
+#include "core/interface_list.h"
 
 #include <cstdint>
 
@@ -11,12 +12,9 @@ int kolt_check_active_bridge(const char *bridge);
 // Whether a bridge is active and configured for loop avoidance; asks the kernel first.
 [[nodiscard]] bool kolt_is_loop_avoiding(const config_bridge &bridge);
 
-// Stores the configured interfaces among the bridge's ports, in the bridge's order, into `ports` (room for
-// CONFIG_MAX_INTERFACES) and returns how many; 0 after a message on failure. The records stay the configuration's.
-uint32_t kolt_get_active_ports(config *config, const char *bridge, config_interface **ports);
+// Stores the configured interfaces among the bridge's ports, in the bridge's order, into `ports` and returns how many;
+// none, after a message, on failure. The records stay the configuration's.
+uint32_t kolt_get_active_ports(config *config, const char *bridge, kolt_port_list *ports);
 
 // The same for the active ports that are backhaul paths.
-uint32_t kolt_get_path_ports(config *config, const char *bridge, config_interface **ports);
-
-// 1 when a port of the list has this kernel index and is nonrelay, else 0.
-int kolt_check_norelay_port(uint32_t ifindex, const kolt_interface_list *list);
+uint32_t kolt_get_path_ports(config *config, const char *bridge, kolt_port_list *ports);

@@ -1,3 +1,4 @@
+// Buffers of the bridge library.
 #pragma once
 
 #include "core/handle.h"

@@ -1,6 +1,6 @@
+// Each option is looked up with a context of its own: the management rewrites the files at any time.
 #include "probes/uci_options.h"
 
-#include "core/config.h"
 #include "core/handle.h"
 #include "core/log.h"
 #include "core/names.h"
@@ -35,19 +35,19 @@ int read_option(const char *tuple, char *value) {
 
 // The text of the option that the tuple names, borrowed from the context; null after a message that names `asked`.
 const char *find_option(uci_context *context, char *tuple, const char *asked) {
-    constexpr char operation[] = "uci_get_value";
+    constexpr char OPERATION[] = "uci_get_value";
     uci_ptr found{};
     if (uci_lookup_ptr(context, &found, tuple, true) != UCI_OK || found.last == nullptr) {
-        KOLT_ERROR_AS(operation, "fail to get ptr %s ", asked);
+        KOLT_ERROR_AS(OPERATION, "fail to get ptr %s ", asked);
         return nullptr;
     }
     // A missing option or section is no error of the look-up: what was found last is then the level above.
     if (found.last->type != UCI_TYPE_OPTION) {
-        KOLT_ERROR_AS(operation, "element type is not option:%d", static_cast<int>(found.last->type));
+        KOLT_ERROR_AS(OPERATION, "element type is not option:%d", static_cast<int>(found.last->type));
         return nullptr;
     }
     if (found.o->type != UCI_TYPE_STRING) {
-        KOLT_ERROR_AS(operation, "option type is not string:%d", static_cast<int>(found.o->type));
+        KOLT_ERROR_AS(OPERATION, "option type is not string:%d", static_cast<int>(found.o->type));
         return nullptr;
     }
     return found.o->v.string;
@@ -116,20 +116,20 @@ int kolt_check_eth_has_neigh(const char *name) {
     return port >= 0 && port < MAX_ETH_PORTS && (mask >> port & 1) != 0 ? 1 : 0;
 }
 
-int update_eth_traffic_ports(config * /*config*/, uint32_t count, config_interface **ports) {
+int update_eth_traffic_ports(port_span ports) {
     char value[UCI_VALUE_SIZE] = {};
     if (read_option("tolmux.tolmux.TrafficEthInterface", value) == 0)
         return 0;
     uint8_t group = 0;
-    for (uint32_t i = 0; i < count; i++) {
-        if (strcmp(kolt_name_text(ports[i]->name).text, value) == 0) {
-            group = ports[i]->compat_group;
+    for (const config_interface *port : ports) {
+        if (strcmp(kolt_name_text(port->name).text, value) == 0) {
+            group = port->compat_group;
             break;
         }
     }
-    for (uint32_t i = 0; i < count; i++) {
-        if (ports[i]->compat_group == group && ports[i]->type == KOLT_LINK_ETHERNET)
-            ports[i]->relay = 0;
+    for (config_interface *port : ports) {
+        if (port->compat_group == group && port->type == KOLT_LINK_ETHERNET)
+            port->relay = 0;
     }
     return 1;
 }

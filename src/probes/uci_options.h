@@ -1,11 +1,9 @@
 // UCI options: the roles that the node's management gave to its Ethernet and power-line ports.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
+#include "core/interface_list.h"
 
-struct config;
-struct config_interface;
+#include <cstddef>
 
 constexpr size_t UCI_VALUE_SIZE = 24; // of the buffer that a value is read into
 
@@ -27,4 +25,4 @@ int kolt_check_eth_has_neigh(const char *name);
 
 // Makes the Ethernet ports nonrelay that share a compatibility group with the port that carries backhaul traffic. 1, or
 // 0 when that port is not told.
-int update_eth_traffic_ports(config *config, uint32_t count, config_interface **ports);
+int update_eth_traffic_ports(port_span ports);

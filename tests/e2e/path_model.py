@@ -4,11 +4,14 @@ streams move. It remembers what the daemon remembers, so that several bridges an
 """
 from dataclasses import dataclass, field
 
+import plain_ranking
+from kolt_node import ha_entry
+
 WORD = 0xFFFFFFFF
 NONE = 5  # no path
 WIFI = (2, 3, 4)
 NOT_PINNED = 65535
-STREAMS, STREAMS_OF_A_PORT, CLIENTS, ENTRIES = 20, 10, 255, 256
+CLIENTS, ENTRIES = 255, 256
 SAMPLES, CHOICES = 15, 20
 BUSY = 3000000
 
@@ -118,13 +121,22 @@ class Path:
 
 
 @dataclass
+class RankedStream:
+    hash: int
+    port: int
+    src_port: int
+    packets: int
+    bytes: int
+
+
+@dataclass
 class Client:
     mac: str
     type: int
     relay: bool
     port: int
     pinned: int = NOT_PINNED
-    streams: list[Stream] = field(default_factory=list)
+    streams: list[RankedStream] = field(default_factory=list)
 
 
 class Model:
@@ -228,7 +240,7 @@ class Model:
         self.calls.append(("hd", client.mac, target))
         return True
 
-    def _need(self, stream: Stream, best: Path) -> int:
+    def _need(self, stream: RankedStream, best: Path) -> int:
         return ((stream.bytes // 1000 >> 6) * 10000 & WORD) // best.rate
 
     def _balance(self, client: Client, best: Path, paths: dict[int, Path], world: World) -> None:
@@ -279,35 +291,13 @@ def client_list(bridge: Bridge) -> list[Client]:
 
 def rank_streams(clients: list[Client], bridge: Bridge) -> None:
     """The busiest streams of each pinned client. What flows back counts with a stream, and stays added to it."""
-    usable = {port.index for port in bridge.ports if not port.relay}
-    own = {client.mac for client in clients if not client.relay}
-    table = [Stream(**vars(stream)) for stream in bridge.streams]
-    for client in clients:
-        if client.pinned == NOT_PINNED:
-            continue
-        forward = [stream for stream in table if stream.dst == client.mac and stream.port in usable]
-        for back in table:
-            if back.src != client.mac or back.src not in own or not back.flags & 0x10:
-                continue
-            match = next((stream for stream in forward if (stream.src, stream.src_port, stream.dst_port)
-                          == (back.dst, back.dst_port, back.src_port)), None)
-            if match is not None:
-                match.bytes = (match.bytes + back.bytes) & WORD
-                match.packets = (match.packets + back.packets) & WORD
-        top: list[Stream] = []
-        for stream in forward:
-            if not stream.flags & 0x20 and stream.bytes and stream.packets:
-                insert(top, stream)
-        client.streams = [Stream(**vars(stream)) for stream in top]
-
-
-def insert(top: list[Stream], stream: Stream) -> None:
-    same = [other for other in top if other.port == stream.port]
-    if len(same) >= STREAMS_OF_A_PORT:
-        smaller = [at for at, other in enumerate(top) if other.port == stream.port and other.bytes < stream.bytes]
-        if not smaller:
-            return
-        del top[smaller[-1]]
-    at = next((at for at, other in enumerate(top) if other.bytes < stream.bytes), len(top))
-    top.insert(at, stream)
-    del top[STREAMS:]
+    entries = [ha_entry(stream.src, stream.dst, stream.port, hash=stream.hash, src_port=stream.src_port,
+                        dst_port=stream.dst_port, packets=stream.packets, bytes_=stream.bytes, flags=stream.flags)
+               for stream in bridge.streams]
+    ranked = plain_ranking.rank(entries,
+                                [plain_ranking.RankedClient(client.mac, client.relay, client.pinned)
+                                 for client in clients],
+                                [port.index for port in bridge.ports if not port.relay])
+    for client, streams in zip(clients, ranked):
+        client.streams = [RankedStream(stream.hash, stream.port, stream.src_port, stream.packets, stream.bytes)
+                          for stream in streams]

@@ -1,5 +1,6 @@
 // Any bytes as a configuration file.
 #include "core/config.h"
+#include "core/config_load.h"
 #include "core/log.h"
 #include "core_log.h"
 

@@ -1,4 +1,5 @@
 // Any bytes as the Wi-Fi driver's station table, as its statistics and as the name of an interface.
+#include "adaptors/rtk/rtk_driver_file.h"
 #include "adaptors/rtk/rtk_stations.h"
 #include "adaptors/rtk/rtk_wlan.h"
 #include "core_log.h"
@@ -34,7 +35,7 @@ struct guarded_links {
 constexpr uint16_t UNTOUCHED = 0xA55A;
 constexpr uint8_t OUT_OF_RANGE = 201;
 
-uint8_t read_table(guarded_links *table, uint32_t type) {
+uint8_t read_table(guarded_links *table, kolt_link_type type) {
     for (wlan_link &link : table->links)
         link.activity = UNTOUCHED;
     table->guard.tx_rate = UNTOUCHED;

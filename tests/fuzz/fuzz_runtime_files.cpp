@@ -70,8 +70,8 @@ void check_macs() {
         require(result == 0 || result == 1);
     }
     int direct = 0;
-    for (uint32_t link = 0; link < 7; link++) {
-        const int result = kolt_check_rootap_is_cap(link, cap.get());
+    for (uint32_t link = 0; link < 7; link++) { // two of them no links
+        const int result = kolt_check_rootap_is_cap(static_cast<kolt_link_type>(link), cap.get());
         require(result == 0 || (result == 1 && link < 5));
         direct |= link >= 2 ? result : 0;
     }
@@ -83,9 +83,9 @@ void check_macs() {
 
 void check_states() {
     require(kolt_get_work_mode() <= KOLT_MODE_UNKNOWN);
-    const int state = kolt_check_link_state(0);
+    const int state = kolt_check_link_state(KOLT_LINK_ETHERNET);
     require(state == 0 || state == 1);
-    for (uint32_t link = 1; link < 5; link++)
+    for (const kolt_link_type link : KOLT_LINKS)
         require(kolt_check_link_state(link) == state);
     const int has_plc = kolt_check_cap_has_plc();
     require(has_plc == 0 || has_plc == 1);

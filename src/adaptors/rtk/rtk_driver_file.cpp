@@ -1,6 +1,6 @@
+// Opening the driver's files through a shell, and what a name must look like to get there.
 #include "adaptors/rtk/rtk_driver_file.h"
 
-#include "core/config.h"
 #include "core/names.h"
 
 #include <cstdio>
@@ -17,7 +17,7 @@ bool is_plain(const char *name) {
 
 } // namespace
 
-rtk_driver_file rtk_open_driver_file(const char *ifname, uint32_t type, const char *file) {
+rtk_driver_file rtk_open_driver_file(const char *ifname, kolt_link_type type, const char *file) {
     const kolt_name_text name(ifname);
     // The Wi-Fi 6 radios have a driver, and so a directory, of their own.
     const char *directory = type == KOLT_LINK_2G ? "/proc" : "/proc/net/rtk_wifi6";

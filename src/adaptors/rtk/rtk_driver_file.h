@@ -1,6 +1,7 @@
 // The Realtek driver's text files.
 #pragma once
 
+#include "core/link_type.h"
 #include "probes/pipe.h"
 
 #include <cstddef>
@@ -16,7 +17,7 @@ struct rtk_driver_file {
 
 // Opens `file` ("stats", say) of the interface `ifname`. The pipe is null when it cannot be started, or when the name
 // holds what a shell would take for more than a name.
-rtk_driver_file rtk_open_driver_file(const char *ifname, uint32_t type, const char *file);
+rtk_driver_file rtk_open_driver_file(const char *ifname, kolt_link_type type, const char *file);
 
 // Reads the next line and returns it without its leading blanks and tabs; null at the end. The line lies in `line`.
 const char *rtk_next_line(FILE *lines, char (&line)[RTK_LINE_SIZE]);

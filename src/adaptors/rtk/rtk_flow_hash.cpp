@@ -1,3 +1,4 @@
+// A multiplying hash, folded to the 256 buckets of the HA table.
 #include "adaptors/rtk/rtk_flow_hash.h"
 
 #include "probes/bridge_tables.h"

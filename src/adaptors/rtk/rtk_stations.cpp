@@ -61,8 +61,8 @@ void parse_rate(const char *text, uint16_t *rate, station_block *block, seen whi
 
 // Takes from a line what the first of the known keys in it tells; false when the line is to be passed over entirely.
 bool read_station_line(const char *line, station_block *block) {
-    constexpr char tx_key[] = "current_tx_rate:";
-    constexpr char rx_key[] = "current_rx_rate:";
+    constexpr char TX_KEY[] = "current_tx_rate:";
+    constexpr char RX_KEY[] = "current_rx_rate:";
     const char *at;
     if ((at = strstr(line, "hwaddr:")) != nullptr)
         block->seen |= parse_mac(at, block->link.mac) ? SEEN_MAC : 0U;
@@ -70,10 +70,10 @@ bool read_station_line(const char *line, station_block *block) {
         return false; // it contains the key of the next one, which it is not
     else if ((at = strstr(line, "state:")) != nullptr)
         parse_state(at, block);
-    else if ((at = strstr(line, tx_key)) != nullptr)
-        parse_rate(at + sizeof tx_key - 1, &block->link.tx_rate, block, SEEN_TX);
-    else if ((at = strstr(line, rx_key)) != nullptr)
-        parse_rate(at + sizeof rx_key - 1, &block->link.rx_rate, block, SEEN_RX);
+    else if ((at = strstr(line, TX_KEY)) != nullptr)
+        parse_rate(at + sizeof TX_KEY - 1, &block->link.tx_rate, block, SEEN_TX);
+    else if ((at = strstr(line, RX_KEY)) != nullptr)
+        parse_rate(at + sizeof RX_KEY - 1, &block->link.rx_rate, block, SEEN_RX);
     else if ((at = strstr(line, "rssi:")) != nullptr)
         parse_rssi(at, block);
     else if (strstr(line, "stat_info...") != nullptr)
@@ -111,7 +111,7 @@ uint8_t read_stations(FILE *lines, wlan_link *links, int announced) {
 
 } // namespace
 
-uint8_t wlan_get_links_rtk(const char *ifname, wlan_link *links, uint32_t type) {
+uint8_t wlan_get_links_rtk(const char *ifname, wlan_link *links, kolt_link_type type) {
     const rtk_driver_file table = rtk_open_driver_file(ifname, type, "sta_info");
     if (!table.lines) {
         KOLT_ERROR("popen cmd %s", table.command);

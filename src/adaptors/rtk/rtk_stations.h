@@ -7,4 +7,4 @@
 
 // Stores the associated stations of `ifname`, at most WLAN_MAX_LINKS, and returns how many; 0 after a message when the
 // driver's table cannot be read. `activity` is not filled: the driver has no such figure.
-uint8_t wlan_get_links_rtk(const char *ifname, wlan_link *links, uint32_t type);
+uint8_t wlan_get_links_rtk(const char *ifname, wlan_link *links, kolt_link_type type);

@@ -11,7 +11,7 @@
 
 namespace {
 
-void activate(const char *ifname, const config_param *param, uint32_t type, uint16_t times) {
+void activate(const char *ifname, const config_param *param, kolt_link_type type, uint16_t times) {
     wlan_link links[WLAN_MAX_LINKS];
     const uint8_t count = wlan_get_links_rtk(ifname, links, type);
     rtk_activate_stations(ifname, {links, count}, param->idle_threshold, times);
@@ -29,7 +29,7 @@ void rtk_activate_stations(const char *ifname, std::span<const wlan_link> statio
     }
 }
 
-int wlan_get_uplink_rate_rtk(const char *ifname, wlan_uplink_rate *rate, uint8_t *rssi, uint32_t type) {
+int wlan_get_uplink_rate_rtk(const char *ifname, wlan_uplink_rate *rate, uint8_t *rssi, kolt_link_type type) {
     wlan_link links[WLAN_MAX_LINKS];
     if (wlan_get_links_rtk(ifname, links, type) == 0)
         return 0;
@@ -42,7 +42,7 @@ int wlan_get_uplink_rate_rtk(const char *ifname, wlan_uplink_rate *rate, uint8_t
     return 1;
 }
 
-int wlan_get_channel_utilization_rtk(const char *ifname, uint8_t *utilization, uint32_t type, uint32_t /*one*/) {
+int wlan_get_channel_utilization_rtk(const char *ifname, uint8_t *utilization, kolt_link_type type, uint32_t /*one*/) {
     const rtk_driver_file stats = rtk_open_driver_file(ifname, type, "stats");
     if (!stats.lines) {
         KOLT_ERROR("popen cmd %s", stats.command);
@@ -60,11 +60,11 @@ int wlan_get_channel_utilization_rtk(const char *ifname, uint8_t *utilization, u
     return 1;
 }
 
-void wlan_activate_links_rtk(const char *ifname, const config_param *param, uint32_t type) {
+void wlan_activate_links_rtk(const char *ifname, const config_param *param, kolt_link_type type) {
     activate(ifname, param, type, param->activate_pkts);
 }
 
-void wlan_activate_links_for_ap_rtk(const char *ifname, const config_param *param, uint32_t type) {
+void wlan_activate_links_for_ap_rtk(const char *ifname, const config_param *param, kolt_link_type type) {
     activate(ifname, param, type, 1);
 }
 

@@ -11,9 +11,9 @@ void rtk_activate_stations(const char *ifname, std::span<const wlan_link> statio
                            uint16_t times);
 
 // The driver operations of the same names in wlan.h.
-int wlan_get_uplink_rate_rtk(const char *ifname, wlan_uplink_rate *rate, uint8_t *rssi, uint32_t type);
-int wlan_get_channel_utilization_rtk(const char *ifname, uint8_t *utilization, uint32_t type, uint32_t one);
-void wlan_activate_links_rtk(const char *ifname, const config_param *param, uint32_t type);
-void wlan_activate_links_for_ap_rtk(const char *ifname, const config_param *param, uint32_t type);
+int wlan_get_uplink_rate_rtk(const char *ifname, wlan_uplink_rate *rate, uint8_t *rssi, kolt_link_type type);
+int wlan_get_channel_utilization_rtk(const char *ifname, uint8_t *utilization, kolt_link_type type, uint32_t one);
+void wlan_activate_links_rtk(const char *ifname, const config_param *param, kolt_link_type type);
+void wlan_activate_links_for_ap_rtk(const char *ifname, const config_param *param, kolt_link_type type);
 void wlan_delete_wds_entry_rtk(const char *ifname, const uint8_t *mac);
 int wlan_get_util_adjustment_rtk(const char *ifname, uint8_t selector, uint8_t *adjustment, uintptr_t word);

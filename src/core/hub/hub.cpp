@@ -1,47 +1,29 @@
+// Building the hub, delivering, and taking it down in the order that its parts need.
 #include "core/hub/hub.h"
 
 #include "core/config.h"
+#include "core/container_of.h"
+#include "core/hub/bus_connection.h"
 #include "core/hub/netlink_sockets.h"
-#include "core/hub/ubus_events.h"
+#include "core/hub/stop_signals.h"
 #include "core/log.h"
 #include "core/module.h"
 
 #include <csignal>
-#include <cstddef>
 #include <initializer_list>
 #include <unistd.h>
 
 kolt_event_ctx *l_ev;
 
-namespace {
-
-// The loop forgets, when it starts to run, that a signal ended it before. So the signals that end the daemon are held
-// back until the loop runs: a stop during the start counts, as soon as the start is done.
-uloop_timeout release_signals_timer;
-
-void set_stop_signals(int how) {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    (void)sigprocmask(how, &signals, nullptr); // cannot fail with these arguments
-}
-
-void release_stop_signals(uloop_timeout * /*timer*/) {
-    set_stop_signals(SIG_UNBLOCK);
-}
-
-} // namespace
-
 config *event_config(kolt_event_ctx *ev) {
-    return reinterpret_cast<config *>(reinterpret_cast<char *>(ev) - offsetof(config, ev));
+    return KOLT_CONTAINER_OF(ev, config, ev);
 }
 
 void event_init(kolt_event_ctx *ev) {
     *ev = kolt_event_ctx{};
     kolt_list_init(&ev->subscribers);
     (void)uloop_init(); // without a loop the first watcher cannot be added, and that is fatal
-    set_stop_signals(SIG_BLOCK);
+    event_hold_stop_signals();
     (void)signal(SIGPIPE, SIG_IGN);
     event_ubus_init(ev);
     event_bridge_init(ev);
@@ -51,8 +33,7 @@ void event_init(kolt_event_ctx *ev) {
 
 int event_loop(kolt_event_ctx *ev) {
     event_run_cb(ev, KOLT_EVENT_START, nullptr);
-    release_signals_timer.cb = release_stop_signals;
-    (void)uloop_timeout_set(&release_signals_timer, 0);
+    event_release_stop_signals();
     return uloop_run();
 }
 

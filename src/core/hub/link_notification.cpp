@@ -1,10 +1,12 @@
-// Link notifications: a Wi-Fi station that expired on a backhaul path.
+// A link message and its wireless records are walked with every length checked against what was received.
 #include "core/hub/link_notification.h"
 
 #include "core/config.h"
+#include "core/hub/hub.h"
 #include "core/log.h"
 #include "core/names.h"
 #include "probes/ports.h"
+#include "probes/table_flush.h"
 
 #include <cstring>
 #include <duon_bridge.h>
@@ -20,8 +22,6 @@ constexpr size_t RECORD_HEAD_SIZE = 4; // of a wireless event record: length and
 constexpr uint16_t WIRELESS_STATION_EXPIRED = 0x8C04;
 constexpr size_t HIGHEST_ATTRIBUTE = 39;
 constexpr size_t LONGEST_BASE_NAME = 13; // with ".1" behind it, it still fits an interface name
-
-config *handler_config;
 
 using bytes = std::span<const uint8_t>;
 
@@ -65,28 +65,28 @@ bool attributes_tell_expiry(bytes attributes) {
     return expired;
 }
 
-using vlan_name = char[CONFIG_NAME_SIZE];
+using vlan_name = char[KOLT_NAME_SIZE];
 
 // The configured interface that `name`, or else its first VLAN, names. Fills both VLAN names in the second case.
-config_interface *find_interface(const char *name, vlan_name (&vlans)[2]) {
-    config_interface *port = config_find_interface_by_name(handler_config, name);
+config_interface *find_interface(config *config, const char *name, vlan_name (&vlans)[2]) {
+    config_interface *port = config_find_interface_by_name(config, name);
     if (port != nullptr || strlen(name) > LONGEST_BASE_NAME)
         return port;
     (void)kolt_get_vlan_name(vlans[0], name, 1, 1);
     (void)kolt_get_vlan_name(vlans[1], name, 2, 1);
-    return config_find_interface_by_name(handler_config, vlans[0]);
+    return config_find_interface_by_name(config, vlans[0]);
 }
 
 // Makes every active bridge forget what it learnt behind the ports called `name`.
-void forget_port(const char *name) {
-    for (uint32_t i = 0; i < handler_config->bridge_num; i++) {
-        const kolt_name_text bridge(handler_config->bridges[i].name);
+void forget_port(config *config, const char *name) {
+    for (uint32_t i = 0; i < config->bridge_num; i++) {
+        const kolt_name_text bridge(config->bridges[i].name);
         if (kolt_check_active_bridge(bridge.text) == 0)
             continue;
-        config_interface *ports[CONFIG_MAX_INTERFACES];
-        const uint32_t count = kolt_get_active_ports(handler_config, bridge.text, ports);
-        for (uint32_t k = 0; k < count; k++) {
-            if (kolt_name_equal(ports[k]->name, name))
+        kolt_port_list ports;
+        (void)kolt_get_active_ports(config, bridge.text, &ports); // none after a failure, which it logs
+        for (const config_interface *port : ports.span()) {
+            if (kolt_name_equal(port->name, name))
                 (void)bridgeDelFdbByName(bridge.text, name);
         }
     }
@@ -94,16 +94,8 @@ void forget_port(const char *name) {
 
 } // namespace
 
-void nl_wifi_set_config(config *config) {
-    handler_config = config;
-}
-
 void wifi_flush_ha_table(config *config) {
-    for (uint32_t i = 0; i < config->bridge_num; i++) {
-        const config_bridge &bridge = config->bridges[i];
-        if (kolt_is_loop_avoiding(bridge) && bridgeFlushHATable(kolt_name_text(bridge.name).text) != 0)
-            KOLT_ERROR("bridgeFlushHATable fail");
-    }
+    kolt_flush_tables(*config, bridgeFlushHATable, {__func__, __LINE__, "bridgeFlushHATable fail"});
 }
 
 void nl_wifi_newlink_handle(const nlmsghdr *message) {
@@ -118,14 +110,15 @@ void nl_wifi_newlink_handle(const nlmsghdr *message) {
         KOLT_ERROR("config_index_to_name fail");
         return; // no name, no interface
     }
+    config *config = event_config(l_ev);
     vlan_name vlans[2] = {};
-    const config_interface *port = find_interface(name, vlans);
-    if (port == nullptr || port->path == 0 || port->relay == 0)
+    const config_interface *port = find_interface(config, name, vlans);
+    if (port == nullptr || port->path == 0 || port->is_nonrelay())
         return;
     if (!attributes_tell_expiry(body.subspan(sizeof info)))
         return;
     KOLT_DEBUG("wifi flush table");
-    wifi_flush_ha_table(handler_config);
+    wifi_flush_ha_table(config);
     for (const vlan_name &vlan : vlans)
-        forget_port(vlan);
+        forget_port(config, vlan);
 }

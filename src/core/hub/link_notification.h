@@ -10,6 +10,3 @@ void nl_wifi_newlink_handle(const nlmsghdr *message);
 
 // Flushes the HA table of every active loop-avoiding bridge.
 void wifi_flush_ha_table(config *config);
-
-// Sets the record that link notifications are looked up in; netlink messages carry no pointer to it.
-void nl_wifi_set_config(config *config);

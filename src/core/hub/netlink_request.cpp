@@ -1,3 +1,4 @@
+// Every request has a socket of its own, so that a late reply to one can never be taken for the next one's.
 #include "core/hub/netlink_request.h"
 
 #include "core/handle.h"
@@ -38,24 +39,24 @@ bool wait_for_reply(int fd) {
 int exchange_message(int fd, nlmsghdr *message) {
     const sockaddr_nl kernel{.nl_family = AF_NETLINK, .nl_pad = 0, .nl_pid = 0, .nl_groups = 0};
     const auto size = static_cast<int>(message->nlmsg_len);
-    constexpr char operation[] = "kolt_netlink_msg";
+    constexpr char OPERATION[] = "kolt_netlink_msg";
 
     if (setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &size, sizeof size) != 0) {
-        KOLT_ERROR_AS(operation, "Setsockopt SO_SNDBUF: ");
+        KOLT_ERROR_AS(OPERATION, "Setsockopt SO_SNDBUF: ");
         return 0;
     }
     if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0) {
-        KOLT_ERROR_AS(operation, "Setsockopt SO_RCVBUF: ");
+        KOLT_ERROR_AS(OPERATION, "Setsockopt SO_RCVBUF: ");
         return 0;
     }
     if (sendto(fd, message, message->nlmsg_len, 0, reinterpret_cast<const sockaddr *>(&kernel), sizeof kernel) <= 0) {
-        KOLT_ERROR_AS(operation, "netlink socket send failed\n");
+        KOLT_ERROR_AS(OPERATION, "netlink socket send failed\n");
         return 0;
     }
     if (!wait_for_reply(fd))
         return 0;
     if (recv(fd, message, static_cast<size_t>(size), MSG_WAITALL) <= 0) {
-        KOLT_ERROR_AS(operation, "netlink socket receive failed\n");
+        KOLT_ERROR_AS(OPERATION, "netlink socket receive failed\n");
         return 0;
     }
     return 1;

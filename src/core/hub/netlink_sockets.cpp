@@ -2,6 +2,7 @@
 #include "core/hub/netlink_sockets.h"
 
 #include "core/config.h"
+#include "core/container_of.h"
 #include "core/hub/hub.h"
 #include "core/hub/link_notification.h"
 #include "core/hub/netlink_request.h"
@@ -81,15 +82,11 @@ void deliver_messages(kolt_event_ctx *ev, int fd, kolt_event_kind kind) {
 }
 
 void receive_bridge(uloop_fd *watcher, unsigned int /*events*/) {
-    auto *ev =
-        reinterpret_cast<kolt_event_ctx *>(reinterpret_cast<char *>(watcher) - offsetof(kolt_event_ctx, bridge_fd));
-    deliver_messages(ev, watcher->fd, KOLT_EVENT_BRIDGE);
+    deliver_messages(KOLT_CONTAINER_OF(watcher, kolt_event_ctx, bridge_fd), watcher->fd, KOLT_EVENT_BRIDGE);
 }
 
 void receive_neighbour(uloop_fd *watcher, unsigned int /*events*/) {
-    auto *ev =
-        reinterpret_cast<kolt_event_ctx *>(reinterpret_cast<char *>(watcher) - offsetof(kolt_event_ctx, neigh_fd));
-    deliver_messages(ev, watcher->fd, KOLT_EVENT_NEIGHBOUR);
+    deliver_messages(KOLT_CONTAINER_OF(watcher, kolt_event_ctx, neigh_fd), watcher->fd, KOLT_EVENT_NEIGHBOUR);
 }
 
 void receive_link_notification(uloop_fd *watcher, unsigned int /*events*/) {
@@ -127,7 +124,6 @@ void event_wifi_init(kolt_event_ctx *ev) {
                                 .groups = RTMGRP_LINK,
                                 .handler = receive_link_notification,
                                 .close_on_failure = true});
-    nl_wifi_set_config(event_config(ev));
 }
 
 void event_neighbor_init(kolt_event_ctx *ev) {

@@ -1,6 +1,7 @@
+// Parsing what the bus delivers; the attributes of a wrong type count as missing.
 #include "core/hub/ubus_events.h"
 
-#include "core/config.h"
+#include "core/container_of.h"
 #include "core/hub/hub.h"
 #include "core/hub/netlink_sockets.h"
 #include "core/log.h"
@@ -9,7 +10,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
 #include <cstring>
 
 namespace {
@@ -17,7 +17,6 @@ namespace {
 constexpr char PREFIX[] = "kolt.";
 constexpr size_t PREFIX_LENGTH = sizeof PREFIX - 1;
 
-constexpr uint32_t KEEP_WORK_MODE = 3;
 constexpr uint32_t DEFAULT_LOG_LEVEL = 1;
 constexpr uint32_t HIGHEST_LOG_LEVEL = 3;
 
@@ -33,8 +32,7 @@ constexpr std::array<blobmsg_policy, LINK_STATE_ATTRS> LINK_STATE_POLICY = {{
     {.name = "LINK_ETH", .type = BLOBMSG_TYPE_INT32},
 }};
 
-ubus_context *connection;
-uint32_t last_eth_state;
+uint32_t last_eth_state; // of the last event that told it
 
 template <size_t Count> using attributes = std::array<blob_attr *, Count>;
 
@@ -58,7 +56,7 @@ void receive_configure(kolt_event_ctx *ev, blob_attr *message) {
         return;
     // A bridge that came up since the last registration must be registered too.
     event_bridge_set_event(event_config(ev));
-    uint32_t mode = found[0] ? kolt_work_mode_from_string(blobmsg_get_string(found[0])) : KEEP_WORK_MODE;
+    const kolt_work_mode mode = found[0] ? kolt_work_mode_from_string(blobmsg_get_string(found[0])) : KOLT_MODE_UNKNOWN;
     deliver(ev, KOLT_EVENT_CONFIGURE, mode);
 }
 
@@ -121,8 +119,7 @@ void event_ubus_receive_link_state(kolt_event_ctx *ev, blob_attr *message) {
 
 void event_ubus_receive_cb(ubus_context * /*context*/, ubus_event_handler *handler, const char *type,
                            blob_attr *message) {
-    auto *ev =
-        reinterpret_cast<kolt_event_ctx *>(reinterpret_cast<char *>(handler) - offsetof(kolt_event_ctx, ubus_handler));
+    auto *ev = KOLT_CONTAINER_OF(handler, kolt_event_ctx, ubus_handler);
     if (strncmp(type, PREFIX, PREFIX_LENGTH) != 0) {
         KOLT_ERROR("wrong type");
         return;
@@ -135,21 +132,4 @@ void event_ubus_receive_cb(ubus_context * /*context*/, ubus_event_handler *handl
     if (strcmp(subtype, "debug") == 0)
         return receive_debug(ev, message);
     KOLT_INFO("unknown subtype");
-}
-
-void event_ubus_init(kolt_event_ctx *ev) {
-    connection = ubus_connect(nullptr);
-    if (connection == nullptr)
-        KOLT_FATAL("ubus_connect");
-    ev->ubus_handler = ubus_event_handler{};
-    ev->ubus_handler.cb = event_ubus_receive_cb;
-    int result = ubus_register_event_handler(connection, &ev->ubus_handler, "kolt.*");
-    if (result != 0)
-        KOLT_FATAL("ubus_register_event_handler: %s", ubus_strerror(result));
-    ubus_add_uloop(connection);
-}
-
-void event_ubus_free() {
-    ubus_free(connection);
-    connection = nullptr;
 }

@@ -3,12 +3,6 @@
 
 #include "core/event.h"
 
-// Connects to the bus and subscribes to "kolt.*". Ends the process on any failure.
-void event_ubus_init(kolt_event_ctx *ev);
-
-// Releases the bus connection.
-void event_ubus_free();
-
 // The bus callback for one event named `type`; `message` holds its attributes.
 void event_ubus_receive_cb(ubus_context *context, ubus_event_handler *handler, const char *type, blob_attr *message);
 

@@ -6,8 +6,7 @@
 #include "adaptors/rtk/rtk_stations.h"
 #include "adaptors/rtk/rtk_wlan.h"
 #include "adaptors/wlan_platform.h"
-#include "probes/clients.h"
-#include "probes/streams.h"
+#include "probes/streams/client.h"
 
 #include <arpa/inet.h>
 #include <cinttypes>
@@ -132,8 +131,9 @@ int is_5g_low_noise(uint16_t rate, uint8_t utilization, uintptr_t /*word*/) {
     return journal(result_of("is_5g_low_noise"), "is_5g_low_noise %d %d", rate, utilization);
 }
 
-int get_links(const char *ifname, wlan_link *links, uint32_t type) {
-    return journal(wlan_get_links_rtk(ifname, links, type), "get_links %.16s %" PRIu32, ifname, type);
+int get_links(const char *ifname, wlan_link *links, kolt_link_type type) {
+    return journal(wlan_get_links_rtk(ifname, links, type), "get_links %.16s %" PRIu32, ifname,
+                   static_cast<uint32_t>(type));
 }
 
 int flush_all() {
@@ -162,8 +162,8 @@ int flush_by_mac(const uint8_t *mac, uintptr_t word) {
                    mac[2], mac[3], mac[4], mac[5], word);
 }
 
-int configure_mode(uint32_t mode) {
-    return journal(result_of("configure_fc_mode"), "configure_fc_mode %" PRIu32, mode);
+int configure_mode(kolt_work_mode mode) {
+    return journal(result_of("configure_fc_mode"), "configure_fc_mode %" PRIu32, static_cast<uint32_t>(mode));
 }
 
 constexpr wlan_platform PLATFORM = {

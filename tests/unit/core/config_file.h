@@ -1,7 +1,7 @@
 // Configurations given as text.
 #pragma once
 
-#include "core/config.h"
+#include "core/config_load.h"
 #include "fatal.h"
 #include "support/log_capture.h"
 #include "support/sandbox.h"
@@ -29,8 +29,8 @@ inline std::unique_ptr<config> loaded(std::string_view text) {
 }
 
 // The text of a name field that need not have a terminator.
-inline std::string field(const char (&name)[CONFIG_NAME_SIZE]) {
-    return {name, strnlen(name, CONFIG_NAME_SIZE)};
+inline std::string field(const char (&name)[KOLT_NAME_SIZE]) {
+    return {name, strnlen(name, KOLT_NAME_SIZE)};
 }
 
 // "prefix0": value, "prefix1": value, ... `count` of them.

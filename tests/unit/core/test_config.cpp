@@ -1,3 +1,4 @@
+// The configuration record: looking interfaces up, emptying it, writing it to the log.
 #include "core/config.h"
 
 #include "config_file.h"
@@ -13,7 +14,7 @@ protected:
         clear_log();
     }
     void add(const char *name) {
-        strncpy(record.interfaces[record.interface_num++].name, name, CONFIG_NAME_SIZE);
+        strncpy(record.interfaces[record.interface_num++].name, name, KOLT_NAME_SIZE);
     }
     config record;
 };
@@ -65,7 +66,7 @@ TEST_F(Config, FreeEmptiesBridgesAndInterfacesAndNothingElse) {
     EXPECT_THAT(logged_texts(), testing::IsEmpty());
 }
 
-TEST_F(Config, FindsAnInterfaceByItsWholeName) {
+TEST_F(Config, InterfaceIsFoundByItsWholeName) {
     add("eth0");
     add("eth01");
     EXPECT_EQ(config_find_interface_by_name(&record, "eth0"), &record.interfaces[0]);
@@ -109,7 +110,7 @@ TEST_F(Config, NameOf16CharactersEndsWithItsField) {
     EXPECT_EQ(config_find_interface_by_name(&record, "abcdefghijklmno"), nullptr);
 }
 
-TEST_F(Config, FindsAnInterfaceByItsKernelIndex) {
+TEST_F(Config, InterfaceIsFoundByItsKernelIndex) {
     const test_interface eth("eth7");
     add("eth6");
     add("eth7");

@@ -28,7 +28,7 @@ protected:
 
 } // namespace
 
-TEST_P(Enable, IsTheBooleanOfItsValue) {
+TEST_P(Enable, EnableIsTheBooleanOfItsValue) {
     EXPECT_EQ(loaded(GetParam().text)->enable, GetParam().enable);
 }
 
@@ -42,7 +42,7 @@ INSTANTIATE_TEST_SUITE_P(
                     enable_row{"TopLevelArray", "[1]", 0}),
     [](const auto &row) { return row.param.name; });
 
-TEST_P(BrokenFileDeathTest, IsFatal) {
+TEST_P(BrokenFileDeathTest, BrokenFileIsFatal) {
     EXPECT_FATAL(loaded(GetParam().text), "config_load", "Fatal: parse config");
 }
 
@@ -68,7 +68,7 @@ TEST(ConfigFileDeathTest, BottomlessNestingIsFatal) {
     EXPECT_FATAL(loaded(deep), "config_load", "Fatal: parse config");
 }
 
-TEST_F(ConfigLoad, ReadsEverySection) {
+TEST_F(ConfigLoad, EverySectionIsRead) {
     const auto record = loaded(R"({"enable": true, "bridges": {"br-lan": {}}, "param": {"period": 3},
         "interfaces": {"eth0": {"type": "ethernet"}}, "backhual": {"eth1": {"couple": "eth2"}}})");
     EXPECT_EQ(record->bridge_num, 1U);

@@ -34,7 +34,7 @@ protected:
 
 } // namespace
 
-TEST_P(Couple, IsStoredAndAnnounced) {
+TEST_P(Couple, CoupleIsStoredAndAnnounced) {
     clear_log();
     const auto record = loaded(file_with(VLAN_IDS, GetParam().entry));
     ASSERT_EQ(record->couple_num, 1U);
@@ -69,7 +69,7 @@ INSTANTIATE_TEST_SUITE_P(
         couple_row{"NumberAsCouple", R"("eth0": {"couple": 12})", "eth0", "12", "Info: backhual lan:eth0, guest:12"}),
     [](const auto &row) { return row.param.name; });
 
-TEST_P(SkippedCouple, IsNeitherStoredNorCountedNorAnnounced) {
+TEST_P(SkippedCouple, SkippedCoupleIsNeitherStoredNorCountedNorAnnounced) {
     clear_log();
     const auto record =
         loaded(file_with(GetParam().param, std::string(GetParam().entry) + R"(, "next": {"couple": "one"})"));
@@ -102,7 +102,7 @@ TEST_F(Couples, LinesAreWrittenOnlyAtInfoLevel) {
     EXPECT_THAT(logged_texts(), testing::IsEmpty());
 }
 
-TEST_F(Couples, KeepTheOrderOfTheFile) {
+TEST_F(Couples, CouplesKeepTheOrderOfTheFile) {
     const auto record = loaded(file_with("", R"("z": {"couple": "1"}, "a": {"couple": "2"})"));
     ASSERT_EQ(record->couple_num, 2U);
     EXPECT_EQ(field(record->couples[0].lan), "z");
@@ -125,21 +125,21 @@ TEST_F(Couples, ExchangedNameThatDoesNotFitStaysInsideItsField) {
     EXPECT_EQ(record->couples[1].lan[0], '\0');
 }
 
-TEST_F(Couples, SixteenFitWithoutTheFullLine) {
+TEST_F(Couples, SixteenCouplesFitWithoutTheFullLine) {
     const auto record = loaded(file_with("", members("p", 16, R"({"couple": "g"})")));
     EXPECT_EQ(record->couple_num, 16U);
     EXPECT_EQ(field(record->couples[15].lan), "p15");
     EXPECT_THAT(logged_texts(), testing::Not(testing::Contains("Info: too many couple backhuals")));
 }
 
-TEST_F(Couples, SeventeenthIsDroppedWithOneInfoLine) {
+TEST_F(Couples, SeventeenthCoupleIsDroppedWithOneInfoLine) {
     const auto record = loaded(file_with("", members("p", 18, R"({"couple": "g"})")));
     EXPECT_EQ(record->couple_num, 16U);
     ASSERT_EQ(logged().size(), 17U);
     EXPECT_EQ(logged().back(), (log_line{6, "config_load", "Info: too many couple backhuals"}));
 }
 
-TEST_F(Couples, SeventeenthIsDroppedSilentlyAtLevelZero) {
+TEST_F(Couples, SeventeenthCoupleIsDroppedSilentlyAtLevelZero) {
     const at_log_level scope(0);
     EXPECT_EQ(loaded(file_with("", members("p", 17, R"({"couple": "g"})")))->couple_num, 16U);
     EXPECT_THAT(logged_texts(), testing::IsEmpty());

@@ -61,7 +61,7 @@ TEST_F(Interfaces, TypeTextsGiveTheLinkTypes) {
     }
 }
 
-TEST_P(InvalidTypeDeathTest, IsFatal) {
+TEST_P(InvalidTypeDeathTest, InvalidTypeIsFatal) {
     const std::string text = with_param("", R"("eth1": {"type": "plc"}, "eth0": )" + std::string(GetParam().value));
     EXPECT_FATAL(loaded(text), "config_load", "Fatal: invalid interface type");
 }
@@ -76,7 +76,7 @@ INSTANTIATE_TEST_SUITE_P(Values, InvalidTypeDeathTest,
                                          invalid_row{"Code", R"({"type": 0})"}, invalid_row{"NoObject", "5"}),
                          [](const auto &row) { return row.param.name; });
 
-TEST_F(Interfaces, DefaultsOfAnEntryWithATypeAlone) {
+TEST_F(Interfaces, EntryWithATypeAloneHasTheDefaults) {
     const auto record = one_interface("");
     ASSERT_EQ(record->interface_num, 1U);
     const config_interface &port = record->interfaces[0];
@@ -92,7 +92,7 @@ TEST_F(Interfaces, DefaultsOfAnEntryWithATypeAlone) {
     EXPECT_EQ(port.ctl_iface, 0);
 }
 
-TEST_P(InterfaceByte, IsConvertedAndBounded) {
+TEST_P(InterfaceByte, ByteAttributeIsConvertedAndBounded) {
     const auto record = one_interface(std::string(", ") + GetParam().attribute);
     ASSERT_EQ(record->interface_num, 1U);
     EXPECT_EQ(record->interfaces[0].*GetParam().member, GetParam().expected);
@@ -125,7 +125,7 @@ INSTANTIATE_TEST_SUITE_P(
                     byte_row{"CtlIface", R"("ctl_iface": true)", &config_interface::ctl_iface, 1}),
     [](const auto &row) { return row.param.name; });
 
-TEST_P(Exchange, DerivesTheNameFromTheKeyWithoutItsLastCharacter) {
+TEST_P(Exchange, NameIsMadeFromTheKeyWithoutItsLastCharacter) {
     const std::string entry =
         "\"" + std::string(GetParam().key) + R"(": {"type": "plc", "exchange": )" + GetParam().exchange + "}";
     const auto record = loaded(with_param(VLAN_IDS, entry));
@@ -205,7 +205,7 @@ TEST_F(Interfaces, KeysAreBoundAt16Characters) {
     EXPECT_EQ(field(record->interfaces[2].name), "");
 }
 
-TEST_F(Interfaces, KeepTheOrderOfTheFile) {
+TEST_F(Interfaces, InterfacesKeepTheOrderOfTheFile) {
     const auto record = loaded(with_param("", R"("z": {"type": "plc"}, "a": {"type": "5g"}, "m": {"type": "2.4g"})"));
     ASSERT_EQ(record->interface_num, 3U);
     EXPECT_EQ(field(record->interfaces[0].name), "z");
@@ -213,14 +213,14 @@ TEST_F(Interfaces, KeepTheOrderOfTheFile) {
     EXPECT_EQ(field(record->interfaces[2].name), "m");
 }
 
-TEST_F(Interfaces, OneHundredAndTwentyEightFitWithoutAMessage) {
+TEST_F(Interfaces, Exactly128InterfacesFitWithoutAMessage) {
     const auto record = loaded(with_param("", members("p", 128, R"({"type": "plc"})")));
     EXPECT_EQ(record->interface_num, 128U);
     EXPECT_EQ(field(record->interfaces[127].name), "p127");
     EXPECT_THAT(logged_texts(), testing::IsEmpty());
 }
 
-TEST_F(Interfaces, TheNextIsDroppedWithOneInfoLine) {
+TEST_F(Interfaces, Interface129IsDroppedWithOneInfoLine) {
     const auto record = loaded(R"({"interfaces": {)" + members("p", 130, R"({"type": "plc"})") +
                                R"(}, "backhual": {"a": {"couple": "b"}}})");
     EXPECT_EQ(record->interface_num, 128U);
@@ -229,7 +229,7 @@ TEST_F(Interfaces, TheNextIsDroppedWithOneInfoLine) {
                                                log_line{6, "config_load", "Info: backhual lan:a, guest:b"}));
 }
 
-TEST_F(Interfaces, TheNextIsDroppedSilentlyAtLevelZero) {
+TEST_F(Interfaces, Interface129IsDroppedSilentlyAtLevelZero) {
     const at_log_level scope(0);
     EXPECT_EQ(loaded(with_param("", members("p", 129, R"({"type": "plc"})")))->interface_num, 128U);
     EXPECT_THAT(logged_texts(), testing::IsEmpty());

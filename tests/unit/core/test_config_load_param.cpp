@@ -175,7 +175,7 @@ const uint8_t compensation_at_start = config_get_util_compensation();
 
 } // namespace
 
-TEST_P(Param, IsReadWithItsConversionDefaultAndBounds) {
+TEST_P(Param, ParameterIsReadWithItsConversionDefaultAndBounds) {
     const param_row &row = GetParam();
     const std::string pair = row.value.empty() ? "" : "\"" + row.key + "\": " + row.value;
     EXPECT_EQ(row.read(loaded(R"({"param": {)" + pair + "}}")->param), row.expected);
@@ -183,7 +183,7 @@ TEST_P(Param, IsReadWithItsConversionDefaultAndBounds) {
 
 INSTANTIATE_TEST_SUITE_P(Keys, Param, testing::ValuesIn(all_rows()), [](const auto &row) { return row.param.name; });
 
-TEST_F(ParamSection, AbsentLeavesEverythingZeroInSpiteOfTheDefaults) {
+TEST_F(ParamSection, AbsentSectionLeavesEverythingZeroInSpiteOfTheDefaults) {
     const auto record = loaded(R"({"enable": true})");
     EXPECT_EQ(record->param.wifi_rate_check, 0);
     EXPECT_EQ(record->param.high_threshold, 0);
@@ -194,14 +194,14 @@ TEST_F(ParamSection, AbsentLeavesEverythingZeroInSpiteOfTheDefaults) {
     EXPECT_EQ(record->param.adjusted_ratio, 0);
 }
 
-TEST_F(ParamSection, AbsentLeavesTheBlockAsItWas) {
+TEST_F(ParamSection, AbsentSectionLeavesTheBlockAsItWas) {
     config record;
     record.param.idle_threshold = 77;
     load_text(&record, "{}");
     EXPECT_EQ(record.param.idle_threshold, 77);
 }
 
-TEST_F(ParamSection, PresentZeroesTheWholeBlockFirst) {
+TEST_F(ParamSection, PresentSectionZeroesTheWholeBlockFirst) {
     config record;
     record.param.low_threshold = 9;
     record.param.bcast_port_plc = 1;

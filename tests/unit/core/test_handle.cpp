@@ -1,3 +1,4 @@
+// Owners of descriptors and of what C interfaces hand out.
 #include "core/handle.h"
 
 #include "support/sandbox.h"
@@ -24,7 +25,7 @@ int release_int(const int *value) {
 
 } // namespace
 
-TEST(UniqueFd, ClosesWhatItOwns) {
+TEST(UniqueFd, OwnedDescriptorIsClosed) {
     const size_t before = open_descriptors();
     {
         const unique_fd fd(open_null());
@@ -34,7 +35,7 @@ TEST(UniqueFd, ClosesWhatItOwns) {
     EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST(UniqueFd, MinusOneIsNone) {
+TEST(UniqueFd, MinusOneIsNoDescriptor) {
     const unique_fd none;
     EXPECT_FALSE(none);
     EXPECT_EQ(none.get(), -1);
@@ -81,7 +82,7 @@ TEST(UniqueFd, ResetReplacesTheDescriptor) {
     EXPECT_FALSE(is_open(next));
 }
 
-TEST(Handle, ReleasesAtItsEndAndIgnoresTheResult) {
+TEST(Handle, HandleReleasesAtItsEndAndIgnoresTheResult) {
     const int value = 42;
     released = 0;
     {

@@ -1,3 +1,4 @@
+// Members of JSON objects.
 #include "core/json.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +11,7 @@ json_ptr parse(const char *text) {
 
 } // namespace
 
-TEST(JsonMember, FindsAMember) {
+TEST(JsonMember, MemberIsFoundByItsKey) {
     const json_ptr object = parse(R"({"a": 1, "b": "two"})");
     EXPECT_EQ(json_object_get_int(json_member(object.get(), "a")), 1);
     EXPECT_STREQ(json_member_text(object.get(), "b"), "two");

@@ -1,3 +1,4 @@
+// The intrusive list.
 #include "core/list.h"
 
 #include <gtest/gtest.h>
@@ -64,7 +65,7 @@ TEST_F(List, OneLinkIsItsHeadsBothNeighbours) {
     EXPECT_EQ(first.prev, &head);
 }
 
-TEST_F(List, ReadsNewestFirst) {
+TEST_F(List, ListReadsNewestFirst) {
     add_all();
     EXPECT_EQ(forwards(head), (links{&third, &second, &first}));
     EXPECT_EQ(backwards(head), (links{&first, &second, &third}));
@@ -79,7 +80,7 @@ TEST_F(List, DeletedLinkHasBothPointersNull) {
     EXPECT_EQ(backwards(head), (links{&first, &third}));
 }
 
-TEST_F(List, DeletesAtBothEnds) {
+TEST_F(List, LinksAreDeletedAtBothEnds) {
     add_all();
     kolt_list_delete(&third);
     EXPECT_EQ(forwards(head), (links{&second, &first}));

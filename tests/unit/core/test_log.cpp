@@ -1,3 +1,4 @@
+// Which lines are written at which level, and in what form.
 #include "core/log.h"
 
 #include "fatal.h"
@@ -46,7 +47,7 @@ TEST(Log, LevelStartsAtOne) {
     EXPECT_EQ(log_level, 1);
 }
 
-TEST_P(LogGate, WritesWhatTheLevelAllows) {
+TEST_P(LogGate, LevelGatesWhatIsWritten) {
     clear_log();
     const at_log_level scope(GetParam().level);
     log_at_every_level();

@@ -1,3 +1,4 @@
+// Finding modules by their id and by their links.
 #include "core/module.h"
 
 #include <gtest/gtest.h>
@@ -43,7 +44,7 @@ TEST_F(ModuleRegistry, ListReadsPathSelectionThenLoopAvoidance) {
     EXPECT_EQ(modules.next->next->next, &modules);
 }
 
-TEST_F(ModuleRegistry, FindsARecordByItsId) {
+TEST_F(ModuleRegistry, RecordIsFoundByItsId) {
     add_both();
     EXPECT_EQ(kolt_get_mod_contex(&modules, 1), &path_selection);
     EXPECT_EQ(kolt_get_mod_contex(&modules, 0), &loop_avoidance);

@@ -1,4 +1,6 @@
-#include "probes/probe_test.h"
+// Interface names and MAC addresses.
+#include "support/fixture.h"
+#include "support/rows.h"
 
 #include "core/names.h"
 
@@ -15,9 +17,9 @@ struct mac_text_row {
     mac_address expected;
 };
 
-class MacText : public probe_rows<mac_text_row> {};
+class MacText : public table_test<mac_text_row, fixture> {};
 
-TEST_P(MacText, ParsesAndAlwaysSucceeds) {
+TEST_P(MacText, ParsingAMacAlwaysSucceeds) {
     mac_address mac;
     mac.fill(0xEE);
     EXPECT_EQ(kolt_str_to_mac(GetParam().text, mac.data(), GetParam().colon), 1);
@@ -55,7 +57,7 @@ INSTANTIATE_TEST_SUITE_P(
         mac_text_row{"SevenOctets", 0, "11-22-33-44-55-66-77", {0x11, 0x22, 0x33, 0x44, 0x55, 0x66}}),
     row_name<mac_text_row>);
 
-class Names : public probe {};
+class Names : public fixture {};
 
 TEST_F(Names, MacTextOfNullArgumentsIsRefused) {
     mac_address mac{1, 2, 3, 4, 5, 6};
@@ -83,9 +85,9 @@ struct mac_sum_row {
     mac_address expected;
 };
 
-class MacSum : public probe_rows<mac_sum_row> {};
+class MacSum : public table_test<mac_sum_row, fixture> {};
 
-TEST_P(MacSum, CarriesTowardsTheFirstOctet) {
+TEST_P(MacSum, SumCarriesTowardsTheFirstOctet) {
     mac_address mac = GetParam().mac;
     kolt_mac_add(mac.data(), GetParam().delta);
     EXPECT_EQ(mac, GetParam().expected);
@@ -112,9 +114,9 @@ struct vlan_row {
     const char *expected;
 };
 
-class VlanName : public probe_rows<vlan_row> {};
+class VlanName : public table_test<vlan_row, fixture> {};
 
-TEST_P(VlanName, IsTerminatedAndZeroBehindItsText) {
+TEST_P(VlanName, VlanNameIsTerminatedAndZeroBehindItsText) {
     char field[17];
     memset(field, 0x55, sizeof field);
     EXPECT_EQ(kolt_get_vlan_name(field, GetParam().base, GetParam().id, GetParam().dotted), 1);
@@ -156,9 +158,9 @@ struct base_row {
     const char *expected;
 };
 
-class BaseName : public probe_rows<base_row> {};
+class BaseName : public table_test<base_row, fixture> {};
 
-TEST_P(BaseName, EndsBeforeTheFirstDot) {
+TEST_P(BaseName, BaseNameEndsBeforeTheFirstDot) {
     char base[17];
     memset(base, 0x55, sizeof base);
     kolt_get_base_name(base, GetParam().text);

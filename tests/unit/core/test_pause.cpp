@@ -1,3 +1,4 @@
+// The pause of a whole second.
 #include "core/pause.h"
 
 #include "stopwatch.h"
@@ -13,14 +14,14 @@ void count_signal(int /*number*/) {
 
 } // namespace
 
-TEST(Pause, LastsOneFullSecond) {
+TEST(Pause, PauseLastsOneFullSecond) {
     const stopwatch watch;
     kolt_pause_one_second();
     EXPECT_GE(watch.ms(), 1000);
     EXPECT_LT(watch.ms(), 5000);
 }
 
-TEST(Pause, GoesOnForTheRemainderAfterASignal) {
+TEST(Pause, PauseGoesOnForTheRemainderAfterASignal) {
     signals = 0;
     const repeated_signal alarm(70, count_signal);
     const stopwatch watch;

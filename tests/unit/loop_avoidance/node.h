@@ -2,37 +2,19 @@
 // files and UCI options, and the recording driver table, whose calls stand among the bridge's in platform.calls.
 #pragma once
 
-#include "core/config.h"
-#include "core/log.h"
-#include "loop_avoidance/loop_avoidance.h"
+#include "loop_avoidance/configure.h"
+#include "loop_avoidance/module.h"
+#include "loop_avoidance/wds.h"
 #include "probes/node_state.h"
-#include "support/fake_platform.h"
-#include "support/log_capture.h"
+#include "support/node_fixture.h"
 #include "support/recording_wlan.h"
-#include "support/sandbox.h"
 
 #include <algorithm>
-#include <cstring>
-#include <deque>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <map>
 #include <string>
 #include <vector>
 
-constexpr const char *LINK_FILE[] = {"/tmp/eth_runtime_info", "/tmp/plc_runtime_info", "/tmp/wifi_runtime_info.2g",
-                                     "/tmp/wifi_runtime_info.5g", "/tmp/wifi_runtime_info.5g2"};
-
-using call_list = std::vector<std::string>;
-
-inline call_list operator+(call_list first, const call_list &second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
-inline void set_name(char (&field)[CONFIG_NAME_SIZE], const std::string &name) {
-    memcpy(field, name.data(), std::min(name.size(), sizeof field));
-}
+using call_list = lines;
 
 // The calls that program one port, in their order.
 struct port_calls {
@@ -59,52 +41,23 @@ struct port_calls {
     }
 };
 
-class Node : public testing::Test {
+class Node : public node_fixture {
 protected:
-    void SetUp() override {
-        platform = fake_platform{};
-        clear_log();
-        log_level = KOLT_LOG_INFO;
-        for (const char *file : LINK_FILE)
-            remove_file(file);
-        remove_file("/tmp/work_mode");
-        remove_file("/etc/config/tolmux");
-        kolt_list_init(&config_.ev.subscribers);
-    }
-
     // Configures a bridge; the kernel knows it unless told otherwise.
     void add_bridge(const std::string &name, uint32_t flags = CONFIG_LOOP_AVOIDANCE, bool active = true) {
-        config_bridge &bridge = config_.bridges[config_.bridge_num++];
-        set_name(bridge.name, name);
-        bridge.flags = flags;
-        if (active)
-            platform.bridges[name];
+        configure_bridge(name, flags, active);
     }
 
     // Configures an interface and makes it a port of a bridge.
-    config_interface &add_port(const std::string &name, uint32_t type, uint8_t relay = 1,
+    config_interface &add_port(const std::string &name, kolt_link_type type, uint8_t relay = 1,
                                const std::string &bridge = "br-lan") {
-        config_interface &port = config_.interfaces[config_.interface_num++];
-        set_name(port.name, name);
-        port.type = type;
-        port.relay = relay;
-        interfaces_.emplace_back(name);
-        platform.bridges[bridge].push_back(interfaces_.back().index());
-        return port;
+        return configure_port(name, type, relay, bridge);
     }
 
     void add_couple(const std::string &lan, const std::string &guest) {
         config_couple &couple = config_.couples[config_.couple_num++];
         set_name(couple.lan, lan);
         set_name(couple.guest, guest);
-    }
-
-    static void set_work_mode(const std::string &mode) {
-        write_file("/tmp/work_mode", R"({"work_mode": ")" + mode + R"("})");
-    }
-
-    static void set_link(uint32_t type, bool up) {
-        write_file(LINK_FILE[type], up ? R"({"status": 1})" : R"({"status": 0})");
     }
 
     void set_option(const std::string &option, const std::string &value) {
@@ -136,11 +89,9 @@ protected:
         return static_cast<size_t>(std::count(platform.calls.begin(), platform.calls.end(), call));
     }
 
-    config config_;
     const installed_table table_{&recording::table};
 
 private:
-    std::deque<test_interface> interfaces_;
     std::map<std::string, std::string> options_;
 };
 
@@ -151,11 +102,11 @@ protected:
         Node::SetUp();
         set_option("TrafficEthActive", "0");
         set_option("TrafficPlcRoot", "0");
-        for (uint32_t type = 0; type < 5; type++)
+        for (const kolt_link_type type : KOLT_LINKS)
             set_link(type, true);
     }
     // Programs every bridge for a mode; what was called.
-    call_list configure(uint32_t mode) {
+    call_list configure(kolt_work_mode mode) {
         platform.calls.clear();
         loop_avoidance_configure_bridge_with_mode(&config_, mode);
         EXPECT_EQ(platform.live_buffers, 0);

@@ -1,3 +1,4 @@
+// Which ports may carry broadcast.
 #include "loop_avoidance/broadcast.h"
 #include "loop_avoidance/node.h"
 
@@ -15,7 +16,7 @@ const std::vector<std::string> ALL_LINKS_MISSING = {
 // Ports by hand: the choice itself asks neither the bridge nor the kernel.
 class Choice : public Node {
 protected:
-    config_interface *make(uint32_t type, uint8_t bcast_class = 0, uint8_t relay = 0) {
+    config_interface *make(kolt_link_type type, uint8_t bcast_class = 0, uint8_t relay = 0) {
         config_interface &port = config_.interfaces[config_.interface_num++];
         set_name(port.name, "port" + std::to_string(config_.interface_num));
         port.type = type;
@@ -25,26 +26,23 @@ protected:
         return &port;
     }
     config_interface *pick(uint8_t bcast_class = 0) {
-        return loop_avoidance_pick_bcast_nonrelay_port(ports_.data(), static_cast<uint32_t>(ports_.size()),
-                                                       bcast_class);
+        return loop_avoidance_pick_bcast_nonrelay_port(ports_, bcast_class);
     }
     static void set_all_links(bool up) {
-        for (uint32_t type = 0; type < 5; type++)
+        for (const kolt_link_type type : KOLT_LINKS)
             set_link(type, up);
     }
     std::vector<config_interface *> ports_;
 };
 
-TEST_F(Choice, WithoutPortsIsNoneAndReadsNoLink) {
+TEST_F(Choice, NoPortIsChosenAndNoLinkReadWithoutPorts) {
     const at_log_level debug(2);
-    config_interface *none[1] = {};
-    EXPECT_EQ(loop_avoidance_pick_bcast_nonrelay_port(none, 0, 0), nullptr);
-    EXPECT_EQ(loop_avoidance_pick_bcast_nonrelay_port(nullptr, 0, 0), nullptr);
-    EXPECT_EQ(loop_avoidance_pick_bcast_nonrelay_port(nullptr, 1, 0), nullptr);
+    EXPECT_EQ(loop_avoidance_pick_bcast_nonrelay_port({}, 0), nullptr);
+    EXPECT_EQ(loop_avoidance_pick_bcast_nonrelay_port({}, 1), nullptr);
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(Choice, ReadsEveryLinkOnceInOrder) {
+TEST_F(Choice, EveryLinkIsReadOnceInOrder) {
     const at_log_level debug(2);
     make(KOLT_LINK_5G, 0, 1);
     EXPECT_EQ(pick(), nullptr);
@@ -52,7 +50,7 @@ TEST_F(Choice, ReadsEveryLinkOnceInOrder) {
     EXPECT_EQ(logged().size(), 5U) << "and says nothing of a port that was not chosen";
 }
 
-TEST_F(Choice, IsLoggedAtDebugLevel) {
+TEST_F(Choice, ChosenPortIsLoggedAtDebugLevel) {
     set_all_links(true);
     make(KOLT_LINK_5G);
     {
@@ -66,7 +64,7 @@ TEST_F(Choice, IsLoggedAtDebugLevel) {
                                                "Debug: Pick port1 as broadcast nonrelay port!"}));
 }
 
-TEST_F(Choice, OfAPortWhoseNameFillsItsFieldIsLoggedWithoutWhatFollows) {
+TEST_F(Choice, NameThatFillsItsFieldIsLoggedWithoutWhatFollows) {
     const at_log_level debug(2);
     set_all_links(true);
     set_name(make(KOLT_LINK_5G)->name, "name-of-16-chars");
@@ -74,7 +72,7 @@ TEST_F(Choice, OfAPortWhoseNameFillsItsFieldIsLoggedWithoutWhatFollows) {
     EXPECT_THAT(logged_texts(), ElementsAre("Debug: Pick name-of-16-chars as broadcast nonrelay port!"));
 }
 
-TEST_F(Choice, ConsidersNonrelayPortsOfItsClassOnly) {
+TEST_F(Choice, OnlyNonrelayPortsOfTheClassAreConsidered) {
     set_all_links(true);
     make(KOLT_LINK_ETHERNET, 0, 1);
     make(KOLT_LINK_ETHERNET, 1, 0);
@@ -85,15 +83,15 @@ TEST_F(Choice, ConsidersNonrelayPortsOfItsClassOnly) {
     EXPECT_EQ(pick(3), nullptr);
 }
 
-TEST_F(Choice, TakesAnyRelayFlagButOneForNonrelay) {
+TEST_F(Choice, AnyRelayFlagButOneIsNonrelay) {
     set_all_links(true);
     make(KOLT_LINK_ETHERNET, 0, 1);
     config_interface *odd = make(KOLT_LINK_2G, 0, 2);
     EXPECT_EQ(pick(), odd);
 }
 
-TEST_F(Choice, OfPortsOfOneTypeIsTheFirst) {
-    for (uint32_t type = 0; type < 5; type++) {
+TEST_F(Choice, FirstOfThePortsOfOneTypeIsChosen) {
+    for (const kolt_link_type type : KOLT_LINKS) {
         set_link(type, true);
         ports_.clear();
         config_interface *first = make(type);
@@ -105,9 +103,9 @@ TEST_F(Choice, OfPortsOfOneTypeIsTheFirst) {
 }
 
 // Power-line never claims to carry broadcast, so its 4 counts as 0: 2.4 GHz 1, 5 GHz 2, second 5 GHz 3, Ethernet 5.
-TEST_F(Choice, PrefersTheLinksThatAreUpInTheirOrder) {
+TEST_F(Choice, HigherOfTwoLinksThatAreUpIsChosen) {
     set_all_links(true);
-    const uint32_t rising[] = {KOLT_LINK_PLC, KOLT_LINK_2G, KOLT_LINK_5G, KOLT_LINK_5G_2, KOLT_LINK_ETHERNET};
+    const kolt_link_type rising[] = {KOLT_LINK_PLC, KOLT_LINK_2G, KOLT_LINK_5G, KOLT_LINK_5G_2, KOLT_LINK_ETHERNET};
     for (size_t low = 0; low < 5; low++) {
         for (size_t high = low + 1; high < 5; high++) {
             ports_.clear();
@@ -121,9 +119,9 @@ TEST_F(Choice, PrefersTheLinksThatAreUpInTheirOrder) {
     }
 }
 
-TEST_F(Choice, PrefersAnyLinkThatIsUpToOneThatIsDown) {
-    for (uint32_t down = 0; down < 5; down++) {
-        for (uint32_t up = 0; up < 5; up++) {
+TEST_F(Choice, AnyLinkThatIsUpBeatsOneThatIsDown) {
+    for (const kolt_link_type down : KOLT_LINKS) {
+        for (const kolt_link_type up : KOLT_LINKS) {
             if (up == down)
                 continue;
             set_all_links(true);
@@ -137,10 +135,10 @@ TEST_F(Choice, PrefersAnyLinkThatIsUpToOneThatIsDown) {
     }
 }
 
-TEST_F(Choice, OfLinksThatAreDownIsTheFirstInPortOrder) {
+TEST_F(Choice, FirstPortIsChosenWhenAllLinksAreDown) {
     set_all_links(false);
-    for (uint32_t first = 0; first < 5; first++) {
-        for (uint32_t second = 0; second < 5; second++) {
+    for (const kolt_link_type first : KOLT_LINKS) {
+        for (const kolt_link_type second : KOLT_LINKS) {
             ports_.clear();
             config_.interface_num = 0;
             make(first);
@@ -150,7 +148,7 @@ TEST_F(Choice, OfLinksThatAreDownIsTheFirstInPortOrder) {
     }
 }
 
-TEST_F(Choice, TakesALinkWithoutRuntimeFileForDown) {
+TEST_F(Choice, LinkWithoutARuntimeFileIsDown) {
     set_link(KOLT_LINK_2G, true);
     make(KOLT_LINK_ETHERNET);
     config_interface *up = make(KOLT_LINK_2G);
@@ -164,14 +162,14 @@ TEST_F(Choice, OnlyCandidateIsChosenThoughItsLinkIsDown) {
     EXPECT_EQ(pick(), only);
 }
 
-TEST_F(Choice, EthernetAndPowerLineWithBothLinksUpIsEthernet) {
+TEST_F(Choice, EthernetBeatsPowerLineWithBothUp) {
     set_all_links(true);
     make(KOLT_LINK_PLC);
     config_interface *ethernet = make(KOLT_LINK_ETHERNET);
     EXPECT_EQ(pick(), ethernet);
 }
 
-TEST_F(Choice, EthernetDownAndPowerLineUpIsPowerLine) {
+TEST_F(Choice, PowerLineThatIsUpBeatsEthernetThatIsDown) {
     set_link(KOLT_LINK_ETHERNET, false);
     set_link(KOLT_LINK_PLC, true);
     make(KOLT_LINK_ETHERNET);
@@ -186,7 +184,7 @@ TEST_F(Choice, SecondFiveGhzRadioBeatsPowerLineWithBothUp) {
     EXPECT_EQ(pick(), radio);
 }
 
-TEST_F(Choice, LooksAtTheFirst128PortsOnly) {
+TEST_F(Choice, OnlyTheFirst128PortsAreLookedAt) {
     set_all_links(true);
     for (int i = 0; i < 127; i++)
         make(KOLT_LINK_2G, 0, 1);
@@ -199,7 +197,7 @@ TEST_F(Choice, LooksAtTheFirst128PortsOnly) {
     EXPECT_EQ(pick(), nullptr);
 }
 
-TEST_F(Choice, ReadsTheLinksAfreshEachTime) {
+TEST_F(Choice, LinksAreReadAfreshEachTime) {
     make(KOLT_LINK_2G);
     make(KOLT_LINK_5G);
     set_link(KOLT_LINK_5G, true);
@@ -208,18 +206,18 @@ TEST_F(Choice, ReadsTheLinksAfreshEachTime) {
     EXPECT_EQ(pick(), ports_[0]);
 }
 
-TEST(BroadcastPreference, DecidesWithoutAnyFile) {
+TEST(BroadcastPreference, PreferenceDecidesWithoutAnyFile) {
     config_interface low;
     config_interface high;
     low.type = KOLT_LINK_PLC;
     high.type = KOLT_LINK_5G;
     config_interface *ports[] = {&low, &high};
-    EXPECT_EQ(choose_bcast_port(ports, 2, 0, {5, 4, 1, 2, 3}), &low);
-    EXPECT_EQ(choose_bcast_port(ports, 2, 0, {5, 0, 1, 2, 3}), &high);
-    EXPECT_EQ(choose_bcast_port(ports, 2, 0, {-1, -1, -1, -1, -1}), &low);
-    EXPECT_EQ(choose_bcast_port(ports, 2, 0, {-1, -1, -1, 0, -1}), &high);
-    EXPECT_EQ(choose_bcast_port(ports, 2, 1, {5, 4, 1, 2, 3}), nullptr);
-    EXPECT_EQ(choose_bcast_port(ports, 0, 0, {5, 4, 1, 2, 3}), nullptr);
+    EXPECT_EQ(choose_bcast_port(ports, 0, {5, 4, 1, 2, 3}), &low);
+    EXPECT_EQ(choose_bcast_port(ports, 0, {5, 0, 1, 2, 3}), &high);
+    EXPECT_EQ(choose_bcast_port(ports, 0, {-1, -1, -1, -1, -1}), &low);
+    EXPECT_EQ(choose_bcast_port(ports, 0, {-1, -1, -1, 0, -1}), &high);
+    EXPECT_EQ(choose_bcast_port(ports, 1, {5, 4, 1, 2, 3}), nullptr);
+    EXPECT_EQ(choose_bcast_port({}, 0, {5, 4, 1, 2, 3}), nullptr);
 }
 
 // ---- Re-applying the broadcast permission
@@ -230,7 +228,7 @@ std::string permission(const std::string &arguments) {
     return "bridgeSetIFBroadcast(" + arguments + ")";
 }
 
-TEST_F(SetBcastPort, ProgramsThePermissionOfEveryPortAndNothingElse) {
+TEST_F(SetBcastPort, PermissionOfEveryPortAndNothingElseIsProgrammed) {
     add_bridge("br-lan", CONFIG_LOOP_AVOIDANCE | CONFIG_PATH_SELECTION);
     add_port("eth0", KOLT_LINK_ETHERNET, 1);
     add_port("eth1", KOLT_LINK_ETHERNET, 0);
@@ -239,7 +237,7 @@ TEST_F(SetBcastPort, ProgramsThePermissionOfEveryPortAndNothingElse) {
     add_port("wlan1", KOLT_LINK_5G, 0).class_ = 1;
     add_port("wlan2", KOLT_LINK_5G_2, 0).class_ = 2;
     add_couple("wlan0", "guest0");
-    for (uint32_t type = 0; type < 5; type++)
+    for (const kolt_link_type type : KOLT_LINKS)
         set_link(type, true);
     set_work_mode("RE");
     loop_avoidance_set_bcast_port(&config_);
@@ -250,7 +248,7 @@ TEST_F(SetBcastPort, ProgramsThePermissionOfEveryPortAndNothingElse) {
     EXPECT_EQ(config_.interfaces[2].relay, 0);
 }
 
-TEST_F(SetBcastPort, ChoosesForBothClassesFromLinksReadTwice) {
+TEST_F(SetBcastPort, LinksAreReadOnceForEachOfTheTwoClasses) {
     const at_log_level debug(2);
     add_bridge("br-lan");
     add_port("wlan0", KOLT_LINK_2G, 0);
@@ -263,7 +261,7 @@ TEST_F(SetBcastPort, ChoosesForBothClassesFromLinksReadTwice) {
     EXPECT_EQ(logged_texts(), expected);
 }
 
-TEST_F(SetBcastPort, LeavesThePowerLineFlagAlone) {
+TEST_F(SetBcastPort, PowerLineFlagIsLeftAlone) {
     add_bridge("br-lan");
     add_port("plc0", KOLT_LINK_PLC, 0);
     loop_avoidance_set_bcast_port(&config_);
@@ -271,7 +269,7 @@ TEST_F(SetBcastPort, LeavesThePowerLineFlagAlone) {
     EXPECT_THAT(platform.programming(), ElementsAre(permission("br-lan, plc0, 1")));
 }
 
-TEST_F(SetBcastPort, WithoutPortsReadsNoLinkAndCallsNothing) {
+TEST_F(SetBcastPort, NoLinkIsReadAndNothingCalledWithoutPorts) {
     const at_log_level debug(2);
     add_bridge("br-lan");
     loop_avoidance_set_bcast_port(&config_);
@@ -279,7 +277,7 @@ TEST_F(SetBcastPort, WithoutPortsReadsNoLinkAndCallsNothing) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(SetBcastPort, SkipsBridgesThatAreInactiveOrNotFlagged) {
+TEST_F(SetBcastPort, BridgesThatAreInactiveOrNotFlaggedAreSkipped) {
     add_bridge("br-down", CONFIG_LOOP_AVOIDANCE, false);
     add_bridge("br-other", CONFIG_PATH_SELECTION);
     add_bridge("br-lan");
@@ -293,7 +291,7 @@ TEST_F(SetBcastPort, SkipsBridgesThatAreInactiveOrNotFlagged) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(SetBcastPort, LogsARefusalAndGoesOn) {
+TEST_F(SetBcastPort, RefusalIsLoggedAndTheNextPortIsProgrammed) {
     add_bridge("br-lan");
     add_bridge("br-guest");
     add_port("wlan0", KOLT_LINK_2G);
@@ -310,7 +308,7 @@ TEST_F(SetBcastPort, LogsARefusalAndGoesOn) {
     EXPECT_EQ(platform.programming().size(), 6U);
 }
 
-TEST_F(SetBcastPort, FreesEveryBuffer) {
+TEST_F(SetBcastPort, EveryBufferIsFreed) {
     add_bridge("br-lan");
     add_port("wlan0", KOLT_LINK_2G);
     loop_avoidance_set_bcast_port(&config_);

@@ -7,7 +7,8 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr uint32_t INVALID_MODE = 7;
+constexpr auto INVALID_MODE = static_cast<kolt_work_mode>(7);
+constexpr auto HIGHEST_MODE = static_cast<kolt_work_mode>(0xFFFFFFFF);
 
 // ---- Whole sequences
 
@@ -60,41 +61,41 @@ protected:
     }
 };
 
-TEST_F(ConfigureSequence, OfARangeExtender) {
+TEST_F(ConfigureSequence, RangeExtenderHasPowerLineAsNonrelay) {
     EXPECT_EQ(
         configure(KOLT_MODE_RE),
         (call_list{"configure_fc_mode(0)", "bridgeSetTcpSP(br-lan, 0)", "bridgeSetBridgeMode(br-lan, 0)"} + ports(0)));
 }
 
-TEST_F(ConfigureSequence, OfAnAccessPoint) {
+TEST_F(ConfigureSequence, AccessPointHasPowerLineAsRelay) {
     EXPECT_EQ(
         configure(KOLT_MODE_FAP),
         (call_list{"configure_fc_mode(1)", "bridgeSetTcpSP(br-lan, 0)", "bridgeSetBridgeMode(br-lan, 1)"} + ports(1)));
 }
 
-TEST_F(ConfigureSequence, OfAHapThatIsThePowerLineRoot) {
+TEST_F(ConfigureSequence, HapThatIsThePowerLineRootHasPowerLineAsRelay) {
     set_option("TrafficPlcRoot", "1");
     EXPECT_EQ(
         configure(KOLT_MODE_HAP),
         (call_list{"configure_fc_mode(2)", "bridgeSetTcpSP(br-lan, 0)", "bridgeSetBridgeMode(br-lan, 1)"} + ports(1)));
 }
 
-TEST_F(ConfigureSequence, OfAHapThatIsNotThePowerLineRoot) {
+TEST_F(ConfigureSequence, HapThatIsNotThePowerLineRootHasPowerLineAsNonrelay) {
     EXPECT_EQ(
         configure(KOLT_MODE_HAP),
         (call_list{"configure_fc_mode(2)", "bridgeSetTcpSP(br-lan, 0)", "bridgeSetBridgeMode(br-lan, 1)"} + ports(0)));
 }
 
-TEST_F(ConfigureSequence, OfAnUnknownMode) {
+TEST_F(ConfigureSequence, UnknownModeHasPowerLineAsNonrelay) {
     set_option("TrafficPlcRoot", "1");
-    for (const uint32_t mode : {uint32_t{KOLT_MODE_UNKNOWN}, INVALID_MODE, 0xFFFFFFFFU}) {
+    for (const kolt_work_mode mode : {KOLT_MODE_UNKNOWN, INVALID_MODE, HIGHEST_MODE}) {
         EXPECT_EQ(configure(mode), (call_list{"configure_fc_mode(" + std::to_string(mode) + ")",
                                               "bridgeSetTcpSP(br-lan, 0)", "bridgeSetBridgeMode(br-lan, 1)"} +
                                     ports(0)));
     }
 }
 
-TEST_F(ConfigureSequence, FollowsTheRangeExtenderWhereThePathIsSelected) {
+TEST_F(ConfigureSequence, BridgeFollowsTheRangeExtenderWhereThePathIsSelected) {
     config_.bridges[0].flags = CONFIG_LOOP_AVOIDANCE | CONFIG_PATH_SELECTION;
     EXPECT_EQ(configure(KOLT_MODE_RE), (call_list{"configure_fc_mode(0)", "bridgeSetTcpSP(br-lan, 0)",
                                                   "bridgeSetBridgeMode(br-lan, 0)", "bridgeSetFollowRE(br-lan, 1)"} +
@@ -104,14 +105,14 @@ TEST_F(ConfigureSequence, FollowsTheRangeExtenderWhereThePathIsSelected) {
                                          ports(1)));
 }
 
-TEST_F(ConfigureSequence, IsTheSameTwice) {
+TEST_F(ConfigureSequence, SequenceIsTheSameTwice) {
     const call_list first = configure(KOLT_MODE_RE);
     EXPECT_EQ(configure(KOLT_MODE_RE), first);
 }
 
 // ---- Messages
 
-TEST_F(ConfigureSequence, IsToldAtDebugLevel) {
+TEST_F(ConfigureSequence, SequenceIsToldAtDebugLevel) {
     const at_log_level debug(2);
     (void)configure(KOLT_MODE_RE);
     const std::string configure = "loop_avoidance_configure_bridge_with_mode";
@@ -124,12 +125,12 @@ TEST_F(ConfigureSequence, IsToldAtDebugLevel) {
                                       log_line{LOG_DEBUG, configure, "Debug: bcast_port_1 is wlan1.1"}));
 }
 
-TEST_F(ConfigureSequence, IsNotToldBelowDebugLevel) {
+TEST_F(ConfigureSequence, SequenceIsNotToldBelowDebugLevel) {
     (void)configure(KOLT_MODE_RE);
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(Configure, TellsAMissingBroadcastPortAsTheSystemRendersIt) {
+TEST_F(Configure, MissingBroadcastPortIsToldAsTheSystemRendersIt) {
     const at_log_level debug(2);
     add_bridge("br-lan");
     add_port("wlan0", KOLT_LINK_2G, 1);
@@ -138,9 +139,9 @@ TEST_F(Configure, TellsAMissingBroadcastPortAsTheSystemRendersIt) {
                                             "Debug: bcast_port_0 is (null)", "Debug: bcast_port_1 is (null)"));
 }
 
-TEST_F(Configure, TellsTheNameOfEveryMode) {
+TEST_F(Configure, NameOfEveryModeIsTold) {
     const at_log_level debug(2);
-    for (const uint32_t mode : {0U, 1U, 2U, 3U, 0xFFFFFFFFU})
+    for (const kolt_work_mode mode : {KOLT_MODE_RE, KOLT_MODE_FAP, KOLT_MODE_HAP, KOLT_MODE_UNKNOWN, HIGHEST_MODE})
         (void)configure(mode);
     EXPECT_THAT(logged_texts(),
                 ElementsAre("Debug: configure duon bridge with mode RE", "Debug: configure duon bridge with mode FAP",
@@ -149,17 +150,17 @@ TEST_F(Configure, TellsTheNameOfEveryMode) {
                             "Debug: configure duon bridge with mode Invalid"));
 }
 
-TEST(WorkModeName, IsInvalidForEveryOtherMode) {
-    EXPECT_STREQ(kolt_work_mode_name(0), "RE");
-    EXPECT_STREQ(kolt_work_mode_name(1), "FAP");
-    EXPECT_STREQ(kolt_work_mode_name(2), "HAP");
-    EXPECT_STREQ(kolt_work_mode_name(3), "Invalid");
-    EXPECT_STREQ(kolt_work_mode_name(0xFFFFFFFF), "Invalid");
+TEST(WorkModeName, NameOfEveryOtherModeIsInvalid) {
+    EXPECT_STREQ(kolt_work_mode_name(KOLT_MODE_RE), "RE");
+    EXPECT_STREQ(kolt_work_mode_name(KOLT_MODE_FAP), "FAP");
+    EXPECT_STREQ(kolt_work_mode_name(KOLT_MODE_HAP), "HAP");
+    EXPECT_STREQ(kolt_work_mode_name(KOLT_MODE_UNKNOWN), "Invalid");
+    EXPECT_STREQ(kolt_work_mode_name(HIGHEST_MODE), "Invalid");
 }
 
-TEST_F(ConfigureSequence, ReadsTheLinksOnceForEachClass) {
+TEST_F(ConfigureSequence, LinksAreReadOnceForEachClass) {
     const at_log_level debug(2);
-    for (const char *file : LINK_FILE)
+    for (const char *file : LINK_FILES)
         remove_file(file);
     (void)configure(KOLT_MODE_RE);
     EXPECT_EQ(logged_texts("kolt_check_link_state").size(), 10U);
@@ -167,14 +168,14 @@ TEST_F(ConfigureSequence, ReadsTheLinksOnceForEachClass) {
 
 // ---- The flag of a power-line broadcast port
 
-TEST_F(Configure, RemembersThatTheClassZeroBroadcastPortIsPowerLine) {
+TEST_F(Configure, PowerLineAsTheClassZeroBroadcastPortIsRemembered) {
     add_bridge("br-lan");
     add_port("plc0", KOLT_LINK_PLC);
     (void)configure(KOLT_MODE_RE);
     EXPECT_EQ(config_.param.bcast_port_plc, 1);
 }
 
-TEST_F(Configure, ForgetsItWhenTheClassZeroBroadcastPortIsAnother) {
+TEST_F(Configure, PowerLineIsForgottenWhenTheClassZeroBroadcastPortIsAnother) {
     add_bridge("br-lan");
     add_port("plc0", KOLT_LINK_PLC);
     add_port("wlan0", KOLT_LINK_2G, 0);
@@ -183,7 +184,7 @@ TEST_F(Configure, ForgetsItWhenTheClassZeroBroadcastPortIsAnother) {
     EXPECT_EQ(config_.param.bcast_port_plc, 0);
 }
 
-TEST_F(Configure, KeepsItWhenThereIsNoClassZeroBroadcastPort) {
+TEST_F(Configure, PowerLineFlagStaysWhenThereIsNoClassZeroBroadcastPort) {
     add_bridge("br-lan");
     add_port("plc0", KOLT_LINK_PLC).class_ = 1;
     for (const uint8_t before : {uint8_t{0}, uint8_t{1}}) {
@@ -200,7 +201,7 @@ TEST_F(Configure, BridgeWithoutPortsGetsItsModeAndCouplesAll) {
     add_bridge("br-lan", CONFIG_LOOP_AVOIDANCE | CONFIG_PATH_SELECTION);
     add_couple("wlan0", "guest0");
     config_.param.bcast_port_plc = 1;
-    for (const char *file : LINK_FILE)
+    for (const char *file : LINK_FILES)
         remove_file(file);
     EXPECT_THAT(configure(KOLT_MODE_FAP),
                 ElementsAre("configure_fc_mode(1)", "bridgeSetTcpSP(br-lan, 0)", "bridgeSetBridgeMode(br-lan, 1)",

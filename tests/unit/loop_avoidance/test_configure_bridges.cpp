@@ -12,7 +12,7 @@ const std::string OPERATION = "loop_avoidance_configure_bridge_with_mode";
 
 class ConfigureBridges : public Node {
 protected:
-    call_list configure(uint32_t mode = KOLT_MODE_FAP) {
+    call_list configure(kolt_work_mode mode = KOLT_MODE_FAP) {
         platform.calls.clear();
         loop_avoidance_configure_bridge_with_mode(&config_, mode);
         EXPECT_EQ(platform.live_buffers, 0);
@@ -34,7 +34,7 @@ TEST_F(ConfigureBridges, FlowCacheIsConfiguredWithoutAnyBridge) {
     EXPECT_THAT(configure(), ElementsAre("configure_fc_mode(1)"));
 }
 
-TEST_F(ConfigureBridges, WithoutAFlowCacheAreProgrammedAllTheSame) {
+TEST_F(ConfigureBridges, BridgesAreProgrammedAlsoWithoutAFlowCache) {
     const installed_table none(nullptr);
     add_bridge("br-lan");
     EXPECT_EQ(configure(), bridge_calls("br-lan"));
@@ -48,7 +48,7 @@ TEST_F(ConfigureBridges, WhatTheFlowCacheSaysIsNotExamined) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(ConfigureBridges, AreProgrammedInConfigurationOrderWithTheirOwnPorts) {
+TEST_F(ConfigureBridges, BridgesAreProgrammedInConfigurationOrderWithTheirOwnPorts) {
     add_bridge("br-lan");
     add_bridge("br-guest", CONFIG_LOOP_AVOIDANCE | CONFIG_PATH_SELECTION);
     add_port("wlan0", KOLT_LINK_2G, 1, "br-guest");
@@ -59,7 +59,7 @@ TEST_F(ConfigureBridges, AreProgrammedInConfigurationOrderWithTheirOwnPorts) {
                             port_calls{.bridge = "br-guest", .name = "wlan0", .relay = 1, .broadcast = 1, .type = 2}));
 }
 
-TEST_F(ConfigureBridges, AreUpToEight) {
+TEST_F(ConfigureBridges, EightBridgesAreProgrammed) {
     call_list expected = {"configure_fc_mode(1)"};
     for (const char *name : {"br0", "br1", "br2", "br3", "br4", "br5", "br6", "br7"}) {
         add_bridge(name);
@@ -68,7 +68,7 @@ TEST_F(ConfigureBridges, AreUpToEight) {
     EXPECT_EQ(configure(), expected);
 }
 
-TEST_F(ConfigureBridges, ThatAreInactiveOrNotFlaggedAreSkippedSilently) {
+TEST_F(ConfigureBridges, BridgesThatAreInactiveOrNotFlaggedAreSkippedSilently) {
     add_bridge("br-down", CONFIG_LOOP_AVOIDANCE, false);
     add_bridge("br-plain", 0);
     add_bridge("br-path", CONFIG_PATH_SELECTION);
@@ -77,7 +77,7 @@ TEST_F(ConfigureBridges, ThatAreInactiveOrNotFlaggedAreSkippedSilently) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(ConfigureBridges, AreAskedForTheirActivityBeforeTheFlagIsLookedAt) {
+TEST_F(ConfigureBridges, BridgeIsAskedForItsActivityBeforeTheFlagIsLookedAt) {
     add_bridge("br-plain", 0);
     add_bridge("br-down", 0, false);
     (void)configure();
@@ -85,7 +85,7 @@ TEST_F(ConfigureBridges, AreAskedForTheirActivityBeforeTheFlagIsLookedAt) {
     EXPECT_EQ(count_calls("netlink_msg(br-down, 0, 8, 38)"), 1U);
 }
 
-TEST_F(ConfigureBridges, WithoutANameAreSkippedWithoutAQuery) {
+TEST_F(ConfigureBridges, BridgeWithoutANameIsSkippedWithoutAQuery) {
     add_bridge("");
     EXPECT_THAT(configure(), ElementsAre("configure_fc_mode(1)"));
     EXPECT_EQ(platform.calls.size(), 1U);
@@ -98,7 +98,7 @@ TEST_F(ConfigureBridges, NameOfSixteenCharactersEndsWithItsField) {
     EXPECT_EQ(configure(), call_list{"configure_fc_mode(1)"} + bridge_calls("bridge-of16chars"));
 }
 
-TEST_F(ConfigureBridges, WithoutMemoryForTheActivityQueryAreSkippedAfterAMessage) {
+TEST_F(ConfigureBridges, BridgeIsSkippedAfterAMessageWithoutMemoryForTheQuery) {
     add_bridge("br-lan");
     add_bridge("br-guest");
     platform.fail("bridgeAllocTableBuf", 1, 1);
@@ -106,7 +106,7 @@ TEST_F(ConfigureBridges, WithoutMemoryForTheActivityQueryAreSkippedAfterAMessage
     EXPECT_THAT(logged(), ElementsAre(log_line{LOG_ERR, "kolt_check_active_bridge", "Error: bridgeAllocTableBuf"}));
 }
 
-TEST_F(ConfigureBridges, WhosePortsCannotBeToldAreProgrammedWithoutPorts) {
+TEST_F(ConfigureBridges, BridgeWhosePortsCannotBeToldIsProgrammedWithoutPorts) {
     add_bridge("br-lan");
     add_port("wlan0", KOLT_LINK_2G);
     add_couple("wlan0", "guest0");
@@ -161,7 +161,7 @@ INSTANTIATE_TEST_SUITE_P(Calls, RefusedCall,
                                          refused_call{"bridgeSetCouple", 2}),
                          [](const auto &row) { return std::string(row.param.function); });
 
-TEST_P(RefusedCall, IsLoggedByItsNameEachTimeAndEverythingElseIsDone) {
+TEST_P(RefusedCall, RefusedCallIsLoggedByNameEachTimeAndEverythingElseIsDone) {
     const call_list accepted = configure();
     ASSERT_THAT(logged(), IsEmpty());
     ASSERT_THAT(accepted, Contains(StartsWith(GetParam().function)).Times(GetParam().times));
@@ -174,7 +174,7 @@ TEST_P(RefusedCall, IsLoggedByItsNameEachTimeAndEverythingElseIsDone) {
     }
 }
 
-TEST_P(RefusedCall, IsLoggedOnceWhenOnlyTheSecondIsRefused) {
+TEST_P(RefusedCall, RefusalOfTheSecondCallAloneIsLoggedOnce) {
     const call_list accepted = configure();
     platform.fail(GetParam().function, 1, 2);
     EXPECT_EQ(configure(), accepted);

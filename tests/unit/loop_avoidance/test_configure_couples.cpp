@@ -29,7 +29,7 @@ protected:
     }
 };
 
-TEST_F(Couples, AreDeclaredInOrderWithTheFirstOneMarked) {
+TEST_F(Couples, CouplesAreDeclaredInOrderWithTheFirstOneMarked) {
     add_couple("wlan0", "guest0");
     add_couple("plc0", "guest1");
     add_couple("wlan2", "guest2");
@@ -38,7 +38,7 @@ TEST_F(Couples, AreDeclaredInOrderWithTheFirstOneMarked) {
                             "bridgeSetCouple(br-lan, wlan2, guest2, 0)"));
 }
 
-TEST_F(Couples, AreDeclaredBehindTheLastPort) {
+TEST_F(Couples, CouplesAreDeclaredBehindTheLastPort) {
     add_port("wlan0", KOLT_LINK_2G);
     add_couple("wlan0", "guest0");
     (void)declared();
@@ -47,7 +47,7 @@ TEST_F(Couples, AreDeclaredBehindTheLastPort) {
     EXPECT_EQ(calls[calls.size() - 2], "bridgeSetIFType(br-lan, wlan0, 2)");
 }
 
-TEST_F(Couples, AreUpToSixteen) {
+TEST_F(Couples, SixteenCouplesAreDeclared) {
     for (int i = 0; i < 16; i++)
         add_couple("wlan" + std::to_string(i), "guest" + std::to_string(i));
     const call_list couples = declared();
@@ -55,7 +55,7 @@ TEST_F(Couples, AreUpToSixteen) {
     EXPECT_EQ(couples[15], "bridgeSetCouple(br-lan, wlan15, guest15, 0)");
 }
 
-TEST_F(Couples, OfOtherThanWiredPortsQualifyWithoutAskingForNeighbours) {
+TEST_F(Couples, CouplesOfOtherThanWiredPortsQualifyWithoutAskingForNeighbours) {
     const at_log_level dump(3);
     for (const char *name : {"wlan0", "plc0.7", "Eth0", "et", "", "veth0", "xeth"})
         add_couple(name, "guest");
@@ -65,7 +65,7 @@ TEST_F(Couples, OfOtherThanWiredPortsQualifyWithoutAskingForNeighbours) {
     EXPECT_THAT(logged_texts("kolt_check_eth_has_neigh"), IsEmpty());
 }
 
-TEST_F(Couples, OfWiredPortsQualifyWhereThereIsANeighbour) {
+TEST_F(Couples, CouplesOfWiredPortsQualifyWhereThereIsANeighbour) {
     set_neighbours("5", {"eth0", "eth1", "eth2"});
     for (const char *name : {"eth0", "eth1", "eth2"})
         add_couple(name, "guest");
@@ -74,14 +74,14 @@ TEST_F(Couples, OfWiredPortsQualifyWhereThereIsANeighbour) {
     EXPECT_EQ(count_calls("uci_get_profile_eths(10)"), 3U) << "asked afresh for each";
 }
 
-TEST_F(Couples, FirstOneThatQualifiesIsMarkedWhereverItStands) {
+TEST_F(Couples, FirstCoupleThatQualifiesIsMarkedWhereverItStands) {
     set_neighbours("0", {"eth0"});
     add_couple("eth0", "guest0");
     add_couple("wlan0", "guest1");
     EXPECT_THAT(declared(), ElementsAre("bridgeSetCouple(br-lan, wlan0, guest1, 1)"));
 }
 
-TEST_F(Couples, OfWiredPortsQualifyOnThePowerLineBackhaulVlan) {
+TEST_F(Couples, CouplesOfWiredPortsQualifyOnThePowerLineBackhaulVlan) {
     set_neighbours("0", {"eth0", "eth0.33"});
     config_.param.plc_vlan_backhaul_id = 33;
     add_couple("eth0", "guest0");
@@ -107,7 +107,7 @@ TEST_F(Couples, VlanZeroIsNoVlan) {
     EXPECT_THAT(declared(), IsEmpty());
 }
 
-TEST_F(Couples, VlanOfManyDigitsAndASign) {
+TEST_F(Couples, VlanOfManyDigitsAndASignCounts) {
     set_neighbours("0", {"eth0"});
     add_couple("eth-2147483648", "guest0");
     add_couple("eth2147483647", "guest1");
@@ -118,7 +118,7 @@ TEST_F(Couples, VlanOfManyDigitsAndASign) {
 }
 
 // The neighbours are asked for before the VLAN is looked at, with all that this logs.
-TEST_F(Couples, OfWiredPortsAskForNeighboursAlsoOnTheVlan) {
+TEST_F(Couples, NeighboursOfWiredPortsAreAskedForAlsoOnTheVlan) {
     set_neighbours("0", {"eth0"});
     config_.param.plc_vlan_backhaul_id = 33;
     add_couple("eth0.33", "guest");
@@ -128,7 +128,7 @@ TEST_F(Couples, OfWiredPortsAskForNeighboursAlsoOnTheVlan) {
                                                "Error: can't find ifname[eth0.33] in eth_ifname"}));
 }
 
-TEST_F(Couples, OfWiredPortsDoNotQualifyWhereTheNeighboursCannotBeTold) {
+TEST_F(Couples, WiredPortsDoNotQualifyWhereTheNeighboursCannotBeTold) {
     add_couple("eth0", "guest0");
     add_couple("eth", "guest1");
     EXPECT_THAT(declared(), IsEmpty());
@@ -136,7 +136,7 @@ TEST_F(Couples, OfWiredPortsDoNotQualifyWhereTheNeighboursCannotBeTold) {
     EXPECT_THAT(logged(), ElementsAre(unread, unread));
 }
 
-TEST_F(Couples, OnEveryBridgeBeginWithAMarkedOne) {
+TEST_F(Couples, FirstCoupleOfEveryBridgeIsMarked) {
     add_bridge("br-guest");
     add_couple("wlan0", "guest0");
     add_couple("wlan1", "guest1");
@@ -146,7 +146,7 @@ TEST_F(Couples, OnEveryBridgeBeginWithAMarkedOne) {
                             "bridgeSetCouple(br-guest, wlan1, guest1, 0)"));
 }
 
-TEST_F(Couples, MarkStaysWithTheFirstOneThoughItIsRefused) {
+TEST_F(Couples, MarkStaysWithTheFirstCoupleThoughItIsRefused) {
     add_couple("wlan0", "guest0");
     add_couple("wlan1", "guest1");
     platform.fail("bridgeSetCouple", 1, 1);

@@ -1,4 +1,5 @@
 // The relay flags that the programming of a bridge rewrites.
+#include "loop_avoidance/broadcast.h"
 #include "loop_avoidance/node.h"
 
 namespace {
@@ -6,7 +7,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr uint32_t INVALID_MODE = 7;
+constexpr auto INVALID_MODE = static_cast<kolt_work_mode>(7);
 
 TEST_F(Configure, PowerLineRelayFlagOutlivesTheModeUntilTheNextOne) {
     add_bridge("br-lan");
@@ -31,7 +32,7 @@ TEST_F(Configure, PowerLineRelayFlagOutlivesTheModeUntilTheNextOne) {
 TEST_F(Configure, EthernetIsRelayInEveryModeWhateverTheConfigurationSays) {
     add_bridge("br-lan");
     config_interface &ethernet = add_port("eth0", KOLT_LINK_ETHERNET);
-    for (const uint32_t mode : {0U, 1U, 2U, 3U, INVALID_MODE}) {
+    for (const kolt_work_mode mode : {KOLT_MODE_RE, KOLT_MODE_FAP, KOLT_MODE_HAP, KOLT_MODE_UNKNOWN, INVALID_MODE}) {
         ethernet.relay = 0;
         EXPECT_EQ(configure(mode)[4], "bridgeSetIFGroup(br-lan, eth0, 1, 1)");
         EXPECT_EQ(ethernet.relay, 1) << mode;
@@ -40,11 +41,11 @@ TEST_F(Configure, EthernetIsRelayInEveryModeWhateverTheConfigurationSays) {
 
 TEST_F(Configure, WifiKeepsItsFlagInEveryMode) {
     add_bridge("br-lan");
-    for (const uint32_t type : {KOLT_LINK_2G, KOLT_LINK_5G, KOLT_LINK_5G_2}) {
+    for (const kolt_link_type type : {KOLT_LINK_2G, KOLT_LINK_5G, KOLT_LINK_5G_2}) {
         add_port("relay" + std::to_string(type), type, 1);
         add_port("nonrelay" + std::to_string(type), type, 0);
     }
-    for (const uint32_t mode : {0U, 1U, 2U, 3U}) {
+    for (const kolt_work_mode mode : {KOLT_MODE_RE, KOLT_MODE_FAP, KOLT_MODE_HAP, KOLT_MODE_UNKNOWN}) {
         (void)configure(mode);
         for (size_t i = 0; i < 6; i++)
             EXPECT_EQ(config_.interfaces[i].relay, i % 2 == 0 ? 1 : 0) << mode;
@@ -59,7 +60,7 @@ TEST_F(Configure, InterfacesThatAreNoPortKeepTheirFlag) {
     EXPECT_EQ(config_.interfaces[0].relay, 0);
 }
 
-TEST_F(Configure, AsksForThePowerLineRootOnlyForPowerLinePortsOfAHap) {
+TEST_F(Configure, PowerLineRootIsAskedForOnlyForPowerLinePortsOfAHap) {
     const at_log_level dump(3);
     add_bridge("br-lan");
     add_port("wlan0", KOLT_LINK_2G);
@@ -96,7 +97,7 @@ protected:
     }
 };
 
-TEST_F(ConfigureEthTraffic, MakesItsGroupNonrelayBeforeTheBroadcastChoice) {
+TEST_F(ConfigureEthTraffic, TrafficGroupIsMadeNonrelayBeforeTheBroadcastChoice) {
     const call_list calls = configure(KOLT_MODE_RE);
     EXPECT_THAT(relay_flags(), ElementsAre(1, 0, 0, 1, 0));
     const call_list expected =
@@ -109,7 +110,7 @@ TEST_F(ConfigureEthTraffic, MakesItsGroupNonrelayBeforeTheBroadcastChoice) {
     EXPECT_EQ(calls, expected);
 }
 
-TEST_F(ConfigureEthTraffic, IsToldAfterTheRelayRewriteOnly) {
+TEST_F(ConfigureEthTraffic, RelayFlagsAreToldAsTheRelayRewriteLeftThem) {
     const at_log_level debug(2);
     (void)configure(KOLT_MODE_RE);
     EXPECT_THAT(logged_texts("loop_avoidance_configure_bridge_with_mode"),
@@ -118,16 +119,16 @@ TEST_F(ConfigureEthTraffic, IsToldAfterTheRelayRewriteOnly) {
                             "Debug: bcast_port_0 is eth1", "Debug: bcast_port_1 is (null)"));
 }
 
-TEST_F(ConfigureEthTraffic, CountsInTheRangeExtenderOnlyAndIsNotReadElsewhere) {
+TEST_F(ConfigureEthTraffic, EthTrafficCountsInTheRangeExtenderOnlyAndIsNotReadElsewhere) {
     const at_log_level dump(3);
-    for (const uint32_t mode : {1U, 2U, 3U, INVALID_MODE}) {
+    for (const kolt_work_mode mode : {KOLT_MODE_FAP, KOLT_MODE_HAP, KOLT_MODE_UNKNOWN, INVALID_MODE}) {
         (void)configure(mode);
         EXPECT_THAT(relay_flags(), ElementsAre(1, 1, 1, 1, 0)) << mode;
     }
     EXPECT_THAT(logged_texts("uci_get_value"), IsEmpty());
 }
 
-TEST_F(ConfigureEthTraffic, CountsOnlyWhileItIsActive) {
+TEST_F(ConfigureEthTraffic, EthTrafficCountsOnlyWhileItIsActive) {
     for (const char *active : {"0", "2", "yes", "11"}) {
         set_option("TrafficEthActive", active);
         (void)configure(KOLT_MODE_RE);
@@ -138,14 +139,14 @@ TEST_F(ConfigureEthTraffic, CountsOnlyWhileItIsActive) {
     EXPECT_THAT(relay_flags(), ElementsAre(1, 0, 0, 1, 0));
 }
 
-TEST_F(ConfigureEthTraffic, OfAnInterfaceThatIsNoPortMakesGroupZeroNonrelay) {
+TEST_F(ConfigureEthTraffic, InterfaceThatIsNoPortMakesGroupZeroNonrelay) {
     set_option("TrafficEthInterface", "eth9");
     config_.interfaces[2].compat_group = 0;
     (void)configure(KOLT_MODE_RE);
     EXPECT_THAT(relay_flags(), ElementsAre(1, 1, 0, 1, 0));
 }
 
-TEST_F(ConfigureEthTraffic, WithoutItsInterfaceChangesNothingAndTheProgrammingGoesOn) {
+TEST_F(ConfigureEthTraffic, MissingInterfaceChangesNothingAndTheProgrammingGoesOn) {
     write_file("/etc/config/tolmux", "config tolmux 'tolmux'\n\toption TrafficEthActive '1'\n");
     EXPECT_EQ(configure(KOLT_MODE_RE).size(), 3 + 5 * 7U);
     EXPECT_THAT(relay_flags(), ElementsAre(1, 1, 1, 1, 0));

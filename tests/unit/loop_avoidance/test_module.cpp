@@ -1,3 +1,4 @@
+// Building the module, freeing it, and the flush of the HA tables.
 #include "core/module.h"
 #include "loop_avoidance/node.h"
 
@@ -37,7 +38,7 @@ protected:
     }
 };
 
-TEST_F(Module, IsFilledAsARegisteredModule) {
+TEST_F(Module, ModuleIsFilledAsARegisteredModule) {
     const owned_module module = make();
     ASSERT_NE(module, nullptr);
     EXPECT_STREQ(module->name, "Loop avoidance");
@@ -50,7 +51,7 @@ TEST_F(Module, IsFilledAsARegisteredModule) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(Module, SubscribesAtTheFront) {
+TEST_F(Module, ModuleSubscribesAtTheFront) {
     kolt_list earlier;
     kolt_list_add(&config_.ev.subscribers, &earlier);
     const owned_module module = make();
@@ -61,7 +62,7 @@ TEST_F(Module, SubscribesAtTheFront) {
     EXPECT_EQ(config_.ev.subscribers.prev, &earlier);
 }
 
-TEST_F(Module, UnsubscribesWhenItIsFreed) {
+TEST_F(Module, ModuleUnsubscribesWhenItIsFreed) {
     kolt_list earlier;
     kolt_list later;
     kolt_list_add(&config_.ev.subscribers, &earlier);
@@ -74,13 +75,13 @@ TEST_F(Module, UnsubscribesWhenItIsFreed) {
     EXPECT_EQ(config_.ev.subscribers.prev, &earlier);
 }
 
-TEST_F(Module, LeavesAnEmptyListBehind) {
+TEST_F(Module, FreedModuleLeavesAnEmptyListBehind) {
     (void)make();
     EXPECT_EQ(config_.ev.subscribers.next, &config_.ev.subscribers);
     EXPECT_EQ(config_.ev.subscribers.prev, &config_.ev.subscribers);
 }
 
-TEST_F(Module, WithoutMemoryIsNoneAfterAMessage) {
+TEST_F(Module, NoModuleIsMadeWithoutMemory) {
     refuse_module_memory = true;
     kolt_module *module = loop_avoidance_init(&config_);
     refuse_module_memory = false;
@@ -89,7 +90,7 @@ TEST_F(Module, WithoutMemoryIsNoneAfterAMessage) {
     EXPECT_EQ(config_.ev.subscribers.next, &config_.ev.subscribers);
 }
 
-TEST_F(Module, IsFoundThroughItsSubscriberLink) {
+TEST_F(Module, ModuleIsFoundThroughItsSubscriberLink) {
     const owned_module module = make();
     EXPECT_EQ(kolt_module_of_sub(config_.ev.subscribers.next), module.get());
 }
@@ -98,7 +99,7 @@ TEST_F(Module, IsFoundThroughItsSubscriberLink) {
 
 class FlushHaTable : public Node {};
 
-TEST_F(FlushHaTable, OfEveryActiveLoopAvoidingBridgeInOrder) {
+TEST_F(FlushHaTable, EveryActiveLoopAvoidingBridgeIsFlushedInOrder) {
     add_bridge("br-lan");
     add_bridge("br-down", CONFIG_LOOP_AVOIDANCE, false);
     add_bridge("br-path", CONFIG_PATH_SELECTION);
@@ -110,7 +111,7 @@ TEST_F(FlushHaTable, OfEveryActiveLoopAvoidingBridgeInOrder) {
     EXPECT_EQ(platform.live_buffers, 0);
 }
 
-TEST_F(FlushHaTable, LogsARefusalAndGoesOn) {
+TEST_F(FlushHaTable, RefusalIsLoggedAndTheNextBridgeIsFlushed) {
     add_bridge("br-lan");
     add_bridge("br-guest");
     const log_line refused{LOG_ERR, "loop_avoidance_flush_ha_table", "Error: bridgeFlushHATable"};

@@ -261,7 +261,7 @@ TEST_F(Events, NeighbourAndUnknownKindsDoNothing) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(Events, ReachTheModuleThroughTheHub) {
+TEST_F(Events, EventsReachTheModuleThroughTheHub) {
     kolt_module *module = loop_avoidance_init(&config_);
     platform.calls.clear();
     event_run_cb(&config_.ev, KOLT_EVENT_START, nullptr);

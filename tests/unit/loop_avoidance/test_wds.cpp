@@ -1,3 +1,4 @@
+// Stations that were learnt on another way.
 #include "loop_avoidance/node.h"
 
 #include <array>
@@ -54,7 +55,7 @@ protected:
     }
 };
 
-TEST_F(WdsCleanUp, WithoutConfigurationOrPayloadDoesNothing) {
+TEST_F(WdsCleanUp, CleanUpWithoutConfigurationOrPayloadDoesNothing) {
     const at_log_level debug(2);
     const config_interface &port = add_port("wlan0", KOLT_LINK_2G, 0);
     loop_avoidance_delete_wds_entry(nullptr, station_on(index_of(port)).data());
@@ -64,7 +65,7 @@ TEST_F(WdsCleanUp, WithoutConfigurationOrPayloadDoesNothing) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(WdsCleanUp, OfAnIndexThatTheKernelDoesNotKnowEndsSilently) {
+TEST_F(WdsCleanUp, IndexThatTheKernelDoesNotKnowEndsTheCleanUpSilently) {
     const at_log_level debug(2);
     add_port("wlan0", KOLT_LINK_2G);
     EXPECT_THAT(deleted(0), IsEmpty());
@@ -73,7 +74,7 @@ TEST_F(WdsCleanUp, OfAnIndexThatTheKernelDoesNotKnowEndsSilently) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(WdsCleanUp, TellsTheInterfaceAtDebugLevel) {
+TEST_F(WdsCleanUp, InterfaceIsToldAtDebugLevel) {
     const config_interface &port = add_port("wlan0.1", KOLT_LINK_2G, 0);
     (void)deleted(index_of(port));
     EXPECT_THAT(logged_texts("loop_avoidance_delete_wds_entry"), IsEmpty());
@@ -83,7 +84,7 @@ TEST_F(WdsCleanUp, TellsTheInterfaceAtDebugLevel) {
                 (log_line{LOG_DEBUG, "loop_avoidance_delete_wds_entry", "Debug: update fdb from if: wlan0.1"}));
 }
 
-TEST_F(WdsCleanUp, TakesTheIndexFromBytesSixAndTwelve) {
+TEST_F(WdsCleanUp, IndexIsTakenFromBytesSixAndTwelve) {
     const test_interface station_port("br-lan", 0x0102);
     add_port("wlan0", KOLT_LINK_2G);
     ASSERT_EQ(station_port.index(), 258U);
@@ -91,7 +92,7 @@ TEST_F(WdsCleanUp, TakesTheIndexFromBytesSixAndTwelve) {
     EXPECT_THAT(deleted(0x0201), IsEmpty());
 }
 
-TEST_F(WdsCleanUp, OfAStationOnTheBridgeItselfDeletesOnAllRelayWifiPorts) {
+TEST_F(WdsCleanUp, StationOnTheBridgeItselfIsDeletedOnAllRelayWifiPorts) {
     const at_log_level debug(2);
     const test_interface bridge("br-lan");
     add_port("eth0", KOLT_LINK_ETHERNET, 1);
@@ -112,7 +113,7 @@ TEST_F(WdsCleanUp, OfAStationOnTheBridgeItselfDeletesOnAllRelayWifiPorts) {
 
 struct need_row {
     const char *name;
-    uint32_t type;
+    kolt_link_type type;
     uint8_t relay;
     const char *neighbours; // bit 0: the station's port
     bool needed;
@@ -142,7 +143,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, WdsNeed,
                                          need_row{"SecondWifi5NonrelayWithNeighbour", KOLT_LINK_5G_2, 0, "1", false}),
                          [](const auto &row) { return std::string(row.param.name); });
 
-TEST_P(WdsNeed, DependsOnTheStationsPort) {
+TEST_P(WdsNeed, NeedOfACleanUpDependsOnTheStationsPort) {
     set_neighbours(GetParam().neighbours, {"station", "other"});
     const config_interface &port = add_port("station", GetParam().type, GetParam().relay);
     add_port("relay.0", KOLT_LINK_2G, 1);
@@ -151,7 +152,7 @@ TEST_P(WdsNeed, DependsOnTheStationsPort) {
     EXPECT_EQ(names.size(), GetParam().needed ? 1U : 0U);
 }
 
-TEST_F(WdsCleanUp, OfAPortThatTheDeviceDoesNotListIsJudgedByTheBitBehindTheLastPorts) {
+TEST_F(WdsCleanUp, UnlistedPortIsJudgedByTheBitBehindTheLastPorts) {
     set_neighbours("2", {"eth0"});
     const config_interface &port = add_port("wlan0", KOLT_LINK_2G, 0);
     add_port("wlan1", KOLT_LINK_5G, 1);
@@ -161,14 +162,14 @@ TEST_F(WdsCleanUp, OfAPortThatTheDeviceDoesNotListIsJudgedByTheBitBehindTheLastP
     EXPECT_THAT(deleted(index_of(port)), ElementsAre("wlan1"));
 }
 
-TEST_F(WdsCleanUp, WithoutTheNeighbourOptionTakesThePortForOneWithoutNeighbour) {
+TEST_F(WdsCleanUp, PortHasNoNeighbourWithoutTheNeighbourOption) {
     remove_file("/etc/config/tolmux");
     const config_interface &port = add_port("eth0", KOLT_LINK_ETHERNET);
     add_port("wlan1", KOLT_LINK_5G, 1);
     EXPECT_THAT(deleted(index_of(port)), ElementsAre("wlan1"));
 }
 
-TEST_F(WdsCleanUp, AsksForNeighboursOfTheStationsPortOnly) {
+TEST_F(WdsCleanUp, NeighboursOfTheStationsPortOnlyAreAskedFor) {
     const config_interface &station = add_port("wlan0", KOLT_LINK_2G, 1);
     add_port("wlan1", KOLT_LINK_5G, 1);
     add_port("wlan2", KOLT_LINK_5G, 0);
@@ -177,14 +178,14 @@ TEST_F(WdsCleanUp, AsksForNeighboursOfTheStationsPortOnly) {
     EXPECT_THAT(logged_texts(), ElementsAre("Error: can't find ifname[wlan0] in eth_ifname"));
 }
 
-TEST_F(WdsCleanUp, OfAnInterfaceThatIsNoPortIsNotNeeded) {
+TEST_F(WdsCleanUp, InterfaceThatIsNoPortNeedsNoCleanUp) {
     const test_interface stranger("stranger");
     add_port("wlan0", KOLT_LINK_2G, 1);
     EXPECT_THAT(deleted(stranger.index()), IsEmpty());
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(WdsCleanUp, OfANameThatOnlyBeginsLikeAPortsIsNotNeeded) {
+TEST_F(WdsCleanUp, NameThatOnlyBeginsLikeAPortsNeedsNoCleanUp) {
     const test_interface longer("wlan00");
     const test_interface longer_bridge("br-lan0");
     add_port("wlan0", KOLT_LINK_2G, 0);
@@ -195,7 +196,7 @@ TEST_F(WdsCleanUp, OfANameThatOnlyBeginsLikeAPortsIsNotNeeded) {
 
 // ---- Which bridge
 
-TEST_F(WdsCleanUp, LooksAtTheFirstConfiguredBridgeOnly) {
+TEST_F(WdsCleanUp, OnlyTheFirstConfiguredBridgeIsLookedAt) {
     add_bridge("br-guest");
     const test_interface second_bridge("br-guest");
     add_port("wlan0", KOLT_LINK_2G, 0, "br-guest");
@@ -207,7 +208,7 @@ TEST_F(WdsCleanUp, LooksAtTheFirstConfiguredBridgeOnly) {
     EXPECT_EQ(count_calls("netlink_msg(br-lan, 256, 4608, 38)"), 1U);
 }
 
-TEST_F(WdsCleanUp, AsksNeitherForTheBridgesActivityNorForItsFlags) {
+TEST_F(WdsCleanUp, BridgesActivityAndFlagsAreNotAskedFor) {
     config_.bridges[0].flags = 0;
     const config_interface &port = add_port("wlan0", KOLT_LINK_2G, 0);
     add_port("wlan1", KOLT_LINK_5G, 1);
@@ -215,7 +216,7 @@ TEST_F(WdsCleanUp, AsksNeitherForTheBridgesActivityNorForItsFlags) {
     EXPECT_EQ(count_calls("netlink_msg(br-lan, 0, 8, 38)"), 0U);
 }
 
-TEST_F(WdsCleanUp, WithoutAnyBridgeDoesNothing) {
+TEST_F(WdsCleanUp, CleanUpWithoutAnyBridgeDoesNothing) {
     const test_interface port("wlan0");
     config_.bridge_num = 0;
     set_name(config_.bridges[0].name, "wlan0");
@@ -223,7 +224,7 @@ TEST_F(WdsCleanUp, WithoutAnyBridgeDoesNothing) {
     EXPECT_THAT(platform.calls, IsEmpty());
 }
 
-TEST_F(WdsCleanUp, OfABridgeWhosePortsCannotBeToldDoesNothingMore) {
+TEST_F(WdsCleanUp, CleanUpEndsWhenTheBridgesPortsCannotBeTold) {
     const test_interface bridge("br-lan");
     add_port("wlan0", KOLT_LINK_2G, 1);
     platform.fail("netlink_msg", -1);
@@ -233,21 +234,21 @@ TEST_F(WdsCleanUp, OfABridgeWhosePortsCannotBeToldDoesNothingMore) {
 
 // ---- Base names
 
-TEST_F(WdsCleanUp, CutsThePortsNameAtItsFirstDot) {
+TEST_F(WdsCleanUp, NameOfThePortIsCutAtItsFirstDot) {
     const test_interface bridge("br-lan");
     for (const char *name : {"wlan0.1", "wlan1.vap.2", "wlan2.", "wlan3", "fifteen-charact"})
         add_port(name, KOLT_LINK_5G, 1);
     EXPECT_THAT(deleted(bridge.index()), ElementsAre("wlan0", "wlan1", "wlan2", "wlan3", "fifteen-charact"));
 }
 
-TEST_F(WdsCleanUp, TakesANameThatBeginsWithADotForAnEmptyOne) {
+TEST_F(WdsCleanUp, NameThatBeginsWithADotIsAnEmptyOne) {
     const test_interface bridge("br-lan");
     add_port("wlan0", KOLT_LINK_5G, 1);
     add_port(".wl", KOLT_LINK_5G, 1);
     EXPECT_THAT(deleted(bridge.index()), ElementsAre("wlan0", ""));
 }
 
-TEST_F(WdsCleanUp, WithoutADriverTableDoesNothingMore) {
+TEST_F(WdsCleanUp, CleanUpEndsWithoutADriverTable) {
     const installed_table none(nullptr);
     const test_interface bridge("br-lan");
     add_port("wlan0", KOLT_LINK_5G, 1);

@@ -1,7 +1,11 @@
 // Streams on two paths: wlan0.1 is overloaded, wlan1.1 is the best one.
 #pragma once
 
+#include "path_selection/ha_balancing.h"
 #include "path_selection/measured_test.h"
+#include "path_selection/stream_move.h"
+
+#include <optional>
 
 constexpr uint32_t HOT_PORT = 60;
 constexpr uint32_t BEST_PORT = 61;
@@ -42,6 +46,14 @@ protected:
         std::copy(streams.begin(), streams.end(), clients_[client].ha);
     }
 
+    balancing at() {
+        return {.configuration = &config_,
+                .bridge = "br-lan",
+                .interfaces = &interfaces_,
+                .paths = &paths_,
+                .best = &best_};
+    }
+
     // How many streams the library was told to move.
     static size_t moved() {
         return static_cast<size_t>(std::count_if(platform.calls.begin(), platform.calls.end(), [](const auto &call) {
@@ -51,7 +63,8 @@ protected:
 
     ps_path &best_ = add_row(KOLT_LINK_5G, "wlan1.1", 20, 10000);
     std::vector<kolt_client> clients_;
-    test_interface hot_{"wlan0.1", HOT_PORT};
+    interface_cache interfaces_;
+    std::optional<test_interface> hot_{std::in_place, "wlan0.1", HOT_PORT};
     test_interface target_{"wlan1.1", BEST_PORT};
     test_interface cool_{"wlan2.1", COOL_PORT};
 };

@@ -1,19 +1,12 @@
 // The path table, the histories and the radios of a period under test.
 #pragma once
 
-#include "core/config.h"
+#include "path_selection/context.h"
 #include "path_selection/interface_cache.h"
-#include "path_selection/module_parts.h"
-#include "path_selection/path_selection.h"
-#include "support/fake_netlink.h"
-#include "support/fake_platform.h"
-#include "support/log_capture.h"
+#include "support/node_fixture.h"
 #include "support/recording_wlan.h"
-#include "support/sandbox.h"
 
 #include <algorithm>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <map>
 #include <string>
 #include <syslog.h>
@@ -37,7 +30,7 @@ inline std::map<std::string, radio> radios; // by interface name
 // A driver table whose rates and utilisation are those of `radios`; it records every call.
 inline const wlan_platform radio_table = [] {
     wlan_platform table = recording::table;
-    table.get_uplink_rate = [](const char *ifname, wlan_uplink_rate *rate, uint8_t *rssi, uint32_t type) {
+    table.get_uplink_rate = [](const char *ifname, wlan_uplink_rate *rate, uint8_t *rssi, kolt_link_type type) {
         (void)recording::call("get_uplink_rate", ifname, type);
         const radio &told = radios[ifname];
         if (!told.has_rate)
@@ -47,7 +40,7 @@ inline const wlan_platform radio_table = [] {
         *rssi = told.rssi;
         return 1;
     };
-    table.get_channel_utilization = [](const char *ifname, uint8_t *utilization, uint32_t type, uint32_t one) {
+    table.get_channel_utilization = [](const char *ifname, uint8_t *utilization, kolt_link_type type, uint32_t one) {
         (void)recording::call("get_channel_utilization", ifname, type, one);
         const radio &told = radios[ifname];
         if (told.has_util && told.util != STORES_NOTHING)
@@ -57,17 +50,13 @@ inline const wlan_platform radio_table = [] {
     return table;
 }();
 
-class MeasuredPaths : public testing::Test {
+class MeasuredPaths : public node_fixture {
 protected:
     void SetUp() override {
-        platform = fake_platform{};
-        reset_netlink();
-        clear_log();
         radios.clear();
-        ps_forget_interfaces();
         path_selection_ctx = path_selection_context{};
         path_selection_ctx.configuration = &config_;
-        std::fill(std::begin(path_selection_ctx.hd_sample_ring), std::end(path_selection_ctx.hd_sample_ring), 5);
+        path_selection_ctx.hd_sample_ring.fill(PATH_NONE);
         config_.param.period = 1000;
         config_.param.high_threshold = 70;
         config_.param.delta_threshold = 10;
@@ -78,7 +67,7 @@ protected:
     }
 
     // Makes a row present.
-    ps_path &add_row(uint32_t type, const std::string &name, uint8_t util = 0, uint16_t rate = 0) {
+    ps_path &add_row(kolt_link_type type, const std::string &name, uint8_t util = 0, uint16_t rate = 0) {
         ps_path &row = paths_.at(type);
         kolt_copy_name(row.name, name.c_str());
         row.path = type;
@@ -91,6 +80,5 @@ protected:
         return kolt_name_text(row.name).text;
     }
 
-    config config_;
     ps_path_table paths_{};
 };

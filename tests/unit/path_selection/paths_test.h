@@ -3,48 +3,20 @@
 // bridge library's in platform.calls, in readable form: "activate_links(wlan0, param, 2)".
 #pragma once
 
-#include "core/config.h"
-#include "core/log.h"
+#include "path_selection/context.h"
 #include "path_selection/interface_cache.h"
-#include "path_selection/module_parts.h"
-#include "path_selection/path_selection.h"
+#include "path_selection/period.h"
 #include "probes/bridge_tables.h"
-#include "support/fake_netlink.h"
-#include "support/fake_platform.h"
-#include "support/log_capture.h"
+#include "support/node_fixture.h"
 #include "support/recording_wlan.h"
-#include "support/sandbox.h"
+#include "support/rows.h"
 
 #include <algorithm>
 #include <array>
-#include <cstring>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <map>
-#include <net/if.h>
 #include <string>
 #include <utility>
 #include <vector>
-
-using mac_address = std::array<uint8_t, 6>;
-using lines = std::vector<std::string>;
-
-inline lines operator+(lines first, const lines &second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
-// A row of a table of cases: a struct with a `name`, which is how the row is printed and how its test is called.
-template <class Row> struct named_row {
-    Row row;
-    named_row(Row content) : row(std::move(content)) {}
-};
-template <class Row> void PrintTo(const named_row<Row> &row, std::ostream *out) {
-    *out << row.row.name;
-}
-template <class Row> std::string row_name(const testing::TestParamInfo<named_row<Row>> &info) {
-    return info.param.row.name;
-}
 
 // The driver and the flow cache beneath the adaptors.
 struct scripted_driver {
@@ -65,7 +37,7 @@ inline scripted_driver driver;
 
 namespace scripted {
 
-inline int get_uplink_rate(const char *ifname, wlan_uplink_rate *rate, uint8_t *rssi, uint32_t type) {
+inline int get_uplink_rate(const char *ifname, wlan_uplink_rate *rate, uint8_t *rssi, kolt_link_type type) {
     const auto found = driver.radios.find(ifname);
     const bool known = found != driver.radios.end();
     if (known) {
@@ -78,7 +50,7 @@ inline int get_uplink_rate(const char *ifname, wlan_uplink_rate *rate, uint8_t *
     return result;
 }
 
-inline int get_channel_utilization(const char *ifname, uint8_t *utilization, uint32_t type, uint32_t one) {
+inline int get_channel_utilization(const char *ifname, uint8_t *utilization, kolt_link_type type, uint32_t one) {
     platform.calls.push_back(std::string("get_channel_utilization(") + ifname + ", " + std::to_string(type) + ", " +
                              std::to_string(one) + ")");
     const auto found = driver.radios.find(ifname);
@@ -93,10 +65,10 @@ inline std::string param_name(const config_param *param) {
     return path_selection_ctx.configuration != nullptr && param == &path_selection_ctx.configuration->param ? "param"
                                                                                                             : "other";
 }
-inline void activate_links(const char *ifname, const config_param *param, uint32_t type) {
+inline void activate_links(const char *ifname, const config_param *param, kolt_link_type type) {
     (void)recording::call("activate_links", ifname, param_name(param), type);
 }
-inline void activate_links_for_ap(const char *ifname, const config_param *param, uint32_t type) {
+inline void activate_links_for_ap(const char *ifname, const config_param *param, kolt_link_type type) {
     (void)recording::call("activate_links_for_ap", ifname, param_name(param), type);
 }
 inline int is_5g_low_noise(uint16_t rate, uint8_t utilization, uintptr_t word) {
@@ -140,11 +112,6 @@ inline const wlan_platform table = make_table();
 
 } // namespace scripted
 
-inline void set_name(char (&field)[KOLT_NAME_SIZE], const std::string &name) {
-    memset(field, 0, sizeof field);
-    memcpy(field, name.data(), std::min(name.size(), sizeof field));
-}
-
 inline std::string name_of(const char (&field)[KOLT_NAME_SIZE]) {
     return {field, strnlen(field, sizeof field)};
 }
@@ -158,7 +125,8 @@ inline std::string text_of_mac(uint8_t number) {
 }
 
 // A present row of a path table.
-inline ps_path make_path(uint32_t type, const std::string &name, uint16_t rate, int16_t quota, uint8_t priority = 0) {
+inline ps_path make_path(kolt_link_type type, const std::string &name, uint16_t rate, int16_t quota,
+                         uint8_t priority = 0) {
     ps_path row;
     set_name(row.name, name);
     row.path = type;
@@ -168,91 +136,47 @@ inline ps_path make_path(uint32_t type, const std::string &name, uint16_t rate, 
     return row;
 }
 
-constexpr const char *LINK_FILES[KOLT_LINK_COUNT] = {"/tmp/eth_runtime_info", "/tmp/plc_runtime_info",
-                                                     "/tmp/wifi_runtime_info.2g", "/tmp/wifi_runtime_info.5g",
-                                                     "/tmp/wifi_runtime_info.5g2"};
-
-class Paths : public testing::Test {
+class Paths : public node_fixture {
 protected:
     void SetUp() override {
-        platform = fake_platform{};
         driver = scripted_driver{};
-        reset_netlink();
-        log_level = KOLT_LOG_INFO;
         path_selection_ctx = path_selection_context{};
         path_selection_ctx.configuration = &config_;
-        std::fill(std::begin(path_selection_ctx.hd_sample_ring), std::end(path_selection_ctx.hd_sample_ring), 5);
-        ps_forget_interfaces();
-        kolt_list_init(&config_.ev.subscribers);
-        kolt_list_init(&config_.modules);
-        for (const char *file : LINK_FILES)
-            remove_file(file);
+        path_selection_ctx.hd_sample_ring.fill(PATH_NONE);
         set_work_mode("RE");
-        clear_log();
-        descriptors_ = open_descriptors();
-    }
-
-    void TearDown() override {
-        EXPECT_EQ(platform.live_buffers, 0);
-        EXPECT_EQ(open_descriptors(), descriptors_ + interfaces_.size() + kept_descriptors_);
-        log_level = KOLT_LOG_INFO;
     }
 
     // A real interface with a MAC, which no configuration knows yet; its index.
     uint32_t add_interface(const std::string &name, uint8_t mac_number = 0) {
-        const auto &[place, added] = interfaces_.emplace(name, test_interface(name));
+        test_interface &made = make_interface(name);
         if (mac_number != 0)
-            place->second.set_mac(numbered_mac(mac_number).data());
-        EXPECT_TRUE(added) << name;
-        return place->second.index();
-    }
-    void drop_interface(const std::string &name) {
-        interfaces_.erase(name);
+            made.set_mac(numbered_mac(mac_number).data());
+        return made.index();
     }
 
     // Configures a bridge. An active one exists in the kernel, with the numbered MAC 200, 201, ...
     config_bridge &add_bridge(const std::string &name, uint32_t flags = CONFIG_LOOP_AVOIDANCE | CONFIG_PATH_SELECTION,
                               bool active = true) {
-        config_bridge &bridge = config_.bridges[config_.bridge_num++];
-        set_name(bridge.name, name);
-        bridge.flags = flags;
-        if (active) {
-            platform.bridges[name];
+        config_bridge &bridge = configure_bridge(name, flags, active);
+        if (active)
             add_interface(name, static_cast<uint8_t>(199 + config_.bridge_num));
-        }
         return bridge;
     }
 
     // Configures an interface and makes it a port of a bridge: a path port without relay unless told otherwise.
-    config_interface &add_port(const std::string &name, uint32_t type, uint8_t relay = 0, uint8_t path = 1,
+    config_interface &add_port(const std::string &name, kolt_link_type type, uint8_t relay = 0, uint8_t path = 1,
                                const std::string &bridge = "br-lan") {
-        config_interface &port = config_.interfaces[config_.interface_num++];
-        set_name(port.name, name);
-        port.type = type;
-        port.relay = relay;
+        config_interface &port = configure_port(name, type, relay, bridge);
         port.path = path;
-        platform.bridges[bridge].push_back(add_interface(name));
         return port;
     }
 
     // A Wi-Fi path port "<base>.1" with its link up and its radio at these figures.
-    config_interface &add_wifi(const std::string &base, uint32_t type, uint16_t rate, uint8_t util,
+    config_interface &add_wifi(const std::string &base, kolt_link_type type, uint16_t rate, uint8_t util,
                                const std::string &bridge = "br-lan") {
         set_link(type, true);
         driver.radios[base] = {.tx_rate = rate, .rx_rate = rate, .util = util};
         return add_port(base + ".1", type, 0, 1, bridge);
-    }
-
-    static uint32_t index_of(const std::string &name) {
-        return if_nametoindex(name.c_str());
-    }
-
-    static void set_work_mode(const std::string &mode) {
-        write_file("/tmp/work_mode", R"({"work_mode": ")" + mode + R"("})");
-    }
-
-    static void set_link(uint32_t type, bool up) {
-        write_file(LINK_FILES[type], up ? R"({"status": 1})" : R"({"status": 0})");
     }
 
     // The three tables of the bridges, which all of them share.
@@ -296,11 +220,13 @@ protected:
         return calls;
     }
 
-    config config_;
-    size_t kept_descriptors_ = 0; // that the code left open on purpose
+    // One period of every bridge.
+    void run_period() {
+        path_selection_run_period(&config_, &workspace_);
+    }
 
 private:
+    std::vector<kolt_client> clients_ = std::vector<kolt_client>(KOLT_MAX_CLIENTS);
+    ps_workspace workspace_{.clients = clients_.data(), .used_clients = 0, .ranking = {}};
     const installed_table table_{&scripted::table};
-    std::map<std::string, test_interface> interfaces_;
-    size_t descriptors_ = 0;
 };

@@ -18,9 +18,8 @@ protected:
         config_.param.adjusted_ratio = 100;
     }
 
-    void balance(uint8_t client = 0) {
-        kolt_client_list list{.count = static_cast<uint8_t>(clients_.size()), .clients = clients_.data()};
-        path_selection_update_uplink_ha_table(&config_, "br-lan", &list, client, &best_, &paths_);
+    void balance(size_t client = 0) {
+        path_selection_update_uplink_ha_table(at(), clients_[client]);
     }
 
     // The texts of the balancing itself, without the list of the streams.
@@ -34,7 +33,7 @@ protected:
     }
 };
 
-TEST_F(Balancing, MovesAStreamOfAnOverloadedPathToTheBest) {
+TEST_F(Balancing, StreamOfAnOverloadedPathIsMovedToTheBest) {
     set_streams({stream(HOT_PORT, 1500)});
     balance();
     EXPECT_THAT(platform.calls,
@@ -44,7 +43,7 @@ TEST_F(Balancing, MovesAStreamOfAnOverloadedPathToTheBest) {
     EXPECT_EQ(clients_[0].ha[0].port, HOT_PORT);
 }
 
-TEST_F(Balancing, IsToldStepByStep) {
+TEST_F(Balancing, BalancingIsToldStepByStep) {
     const at_log_level debug(2);
     set_streams({stream(HOT_PORT, 1500)});
     balance();
@@ -61,14 +60,14 @@ TEST_F(Balancing, IsToldStepByStep) {
                     log_line{LOG_DEBUG, BALANCING, "Debug: adjust_real_count: 1"}));
 }
 
-TEST_F(Balancing, TellsTheRateInItsOwnUnit) {
+TEST_F(Balancing, RateIsToldInItsOwnUnit) {
     best_.rate = 300;
     set_streams({stream(HOT_PORT, 15)});
     balance();
     EXPECT_THAT(steps(), ElementsAre("Info: ha_rate: 15, req_quota: 500, quota remain: 9500"));
 }
 
-TEST_F(Balancing, IsNotToldAtLevelZero) {
+TEST_F(Balancing, BalancingIsNotToldAtLevelZero) {
     const at_log_level quiet(0);
     set_streams({stream(HOT_PORT, 1500)});
     balance();
@@ -76,7 +75,7 @@ TEST_F(Balancing, IsNotToldAtLevelZero) {
     EXPECT_EQ(best_.quota, 8500);
 }
 
-TEST_F(Balancing, MovesAtMostTheConfiguredNumberOfStreams) {
+TEST_F(Balancing, AtMostTheConfiguredNumberOfStreamsIsMoved) {
     config_.param.adjusted_streams = 1;
     const at_log_level debug(2);
     set_streams({stream(HOT_PORT, 10), stream(HOT_PORT, 10), stream(HOT_PORT, 10)});
@@ -87,14 +86,14 @@ TEST_F(Balancing, MovesAtMostTheConfiguredNumberOfStreams) {
     EXPECT_EQ(steps().back(), "Debug: adjust_real_count: 1");
 }
 
-TEST_F(Balancing, MovesNoneWhenNoneIsConfigured) {
+TEST_F(Balancing, NoStreamIsMovedWhenNoneIsConfigured) {
     config_.param.adjusted_streams = 0;
     set_streams({stream(HOT_PORT, 10)});
     balance();
     EXPECT_EQ(moved(), 0U);
 }
 
-TEST_F(Balancing, MovesAtMostTheStreamsThatTheBestPathCanTake) {
+TEST_F(Balancing, NoMoreStreamsAreMovedThanTheBestPathCanTake) {
     config_.param.adjusted_ratio = 1; // a budget of 100
     set_streams({stream(HOT_PORT, 60), stream(HOT_PORT, 60), stream(HOT_PORT, 60)});
     balance();
@@ -198,7 +197,7 @@ TEST_F(Balancing, WalkStopsAtTheFirstEmptyStream) {
     EXPECT_EQ(moved(), 0U);
 }
 
-TEST_F(Balancing, VisitsAllTwentyStreamsAndNoMore) {
+TEST_F(Balancing, TwentyStreamsAndNoMoreAreVisited) {
     config_.param.adjusted_streams = 255;
     clients_[1].ha[0] = stream(HOT_PORT, 10); // right behind the first client's
     set_streams(std::vector<ha_entry>(20, stream(HOT_PORT, 10)));
@@ -273,7 +272,7 @@ TEST_F(Balancing, BestPathWithoutQuotaTakesNothing) {
 
 // ---- The list of the streams
 
-TEST_F(Balancing, ListsEveryFieldOfAStream) {
+TEST_F(Balancing, EveryFieldOfAStreamIsListed) {
     const at_log_level debug(2);
     clients_[0].relay = 1;
     ha_entry entry = stream(4000000000U, 0);
@@ -296,7 +295,7 @@ TEST_F(Balancing, ListsEveryFieldOfAStream) {
               "flow_idx: -1");
 }
 
-TEST_F(Balancing, ListsStreamsUpToTheFirstEmptyOneAndAtMostTwenty) {
+TEST_F(Balancing, StreamsAreListedUpToTheFirstEmptyOneAndAtMostTwenty) {
     const at_log_level debug(2);
     clients_[0].relay = 1;
     set_streams({stream(HOT_PORT, 1), stream(HOT_PORT, 1), ha_entry{}, stream(HOT_PORT, 1)});
@@ -310,7 +309,7 @@ TEST_F(Balancing, ListsStreamsUpToTheFirstEmptyOneAndAtMostTwenty) {
     EXPECT_THAT(logged().back().text, testing::StartsWith("Debug: ha[19]: "));
 }
 
-TEST_F(Balancing, ListsNothingBelowDebugLevel) {
+TEST_F(Balancing, StreamsAreNotListedBelowDebugLevel) {
     const at_log_level info(1);
     set_streams({stream(COOL_PORT, 1)});
     balance();

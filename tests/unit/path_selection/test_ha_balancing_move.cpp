@@ -26,7 +26,7 @@ protected:
     }
 
     int move() {
-        return path_selection_update_ha_entry(&config_, "br-lan", entry_, best_);
+        return path_selection_update_ha_entry(&interfaces_, "br-lan", entry_, best_);
     }
 
     static void set_parent() {
@@ -38,7 +38,7 @@ protected:
 
 // ---- Streams of the bridge's table
 
-TEST_F(StreamMove, OfABridgeStreamSetsItsBucket) {
+TEST_F(StreamMove, MovingABridgeStreamSetsItsBucket) {
     EXPECT_EQ(move(), 1);
     EXPECT_THAT(platform.calls,
                 ElementsAre("bridgeSetHATableEntries(br-lan, 200, 00:11:22:33:44:55, 66:77:88:99:AA:BB, 4660, 43981, "
@@ -48,7 +48,7 @@ TEST_F(StreamMove, OfABridgeStreamSetsItsBucket) {
                                                "client mac: 66:77:88:99:AA:BB, old path: 60, new path: wlan1.1"}));
 }
 
-TEST_F(StreamMove, ThatTheLibraryRefusesFailsAndIsNotNotified) {
+TEST_F(StreamMove, MoveThatTheLibraryRefusesFailsAndIsNotNotified) {
     set_parent();
     platform.fail("bridgeSetHATableEntries", -1);
     EXPECT_EQ(move(), 0);
@@ -57,12 +57,12 @@ TEST_F(StreamMove, ThatTheLibraryRefusesFailsAndIsNotNotified) {
     EXPECT_THAT(netlink.requests, IsEmpty());
 }
 
-TEST_F(StreamMove, IsRefusedOnlyByMinusOne) {
+TEST_F(StreamMove, MoveIsRefusedOnlyByMinusOne) {
     platform.fail("bridgeSetHATableEntries", 1);
     EXPECT_EQ(move(), 1);
 }
 
-TEST_F(StreamMove, IsNotToldAtLevelZeroButNotified) {
+TEST_F(StreamMove, MoveIsNotToldAtLevelZeroButNotified) {
     const at_log_level quiet(0);
     set_parent();
     EXPECT_EQ(move(), 1);
@@ -70,7 +70,7 @@ TEST_F(StreamMove, IsNotToldAtLevelZeroButNotified) {
     EXPECT_EQ(netlink.requests.size(), 1U);
 }
 
-TEST_F(StreamMove, ToANameThatFillsItsFieldUsesItsSixteenCharacters) {
+TEST_F(StreamMove, NameThatFillsItsFieldIsUsedWithItsSixteenCharacters) {
     kolt_copy_name(best_.name, "wlan1-abcdefghij");
     EXPECT_EQ(move(), 1);
     EXPECT_THAT(platform.calls, ElementsAre(testing::HasSubstr(", wlan1-abcdefghij, 3, 4000000000)")));
@@ -98,7 +98,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, CachedMove,
                                          cache_row{"Neither", false, false}),
                          case_name);
 
-TEST_P(CachedMove, SetsTheHashThenFlushesTheFlowWhoseOutcomeCounts) {
+TEST_P(CachedMove, HashIsSetThenTheFlowFlushedWhoseOutcomeCounts) {
     const cache_row &row = GetParam();
     set_parent();
     const installed_table installed(&recording::table);
@@ -132,7 +132,7 @@ TEST_F(StreamMove, AnyFlagButZeroMeansTheFlowCache) {
     EXPECT_EQ(moved(), 0U);
 }
 
-TEST_F(StreamMove, WithTheRealtekDriverACachedStreamIsSetButNeverFlushed) {
+TEST_F(StreamMove, RealtekDriverSetsACachedStreamButNeverFlushesIt) {
     set_parent();
     entry_.is_fcache = 1;
     entry_.protocol = 1; // its hash does not depend on the ports
@@ -145,7 +145,7 @@ TEST_F(StreamMove, WithTheRealtekDriverACachedStreamIsSetButNeverFlushed) {
     EXPECT_THAT(netlink.requests, IsEmpty());
 }
 
-TEST_F(StreamMove, WithoutADriverTableACachedStreamStays) {
+TEST_F(StreamMove, CachedStreamStaysWithoutADriverTable) {
     const installed_table installed(nullptr);
     entry_.is_fcache = 1;
     EXPECT_EQ(move(), 0);
@@ -161,8 +161,7 @@ TEST_F(StreamMove, BalancingCountsACachedStreamOnlyWhenItsFlowWasFlushed) {
     ha_entry cached = stream(HOT_PORT, 100);
     cached.is_fcache = 1;
     set_streams({cached, cached, stream(HOT_PORT, 7)});
-    kolt_client_list list{.count = 1, .clients = clients_.data()};
-    path_selection_update_uplink_ha_table(&config_, "br-lan", &list, 0, &best_, &paths_);
+    path_selection_update_uplink_ha_table(at(), clients_[0]);
     EXPECT_EQ(best_.quota, 10000 - 100 - 7);
 }
 
@@ -187,7 +186,7 @@ protected:
     }
 };
 
-TEST_F(Notification, HasEveryFieldAtItsOffsetAndZeroElsewhere) {
+TEST_F(Notification, NotificationHasEveryFieldAtItsOffsetAndZeroElsewhere) {
     entry_.protocol = 0x01020304;
     std::vector<uint8_t> expected{0xAA, 0xBB, 0xCC, 0x0D, 0x0E, 0x0F, 0,    0,    0x00, 0x11, 0x22,
                                   0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB, 0,    0,
@@ -201,7 +200,7 @@ TEST_F(Notification, HasEveryFieldAtItsOffsetAndZeroElsewhere) {
     EXPECT_EQ(payload(), expected);
 }
 
-TEST_F(Notification, IsARequestOfType14) {
+TEST_F(Notification, NotificationIsARequestOfType14) {
     (void)payload();
     ASSERT_EQ(netlink.requests.size(), 1U);
     uint32_t length = 0;
@@ -213,8 +212,8 @@ TEST_F(Notification, IsARequestOfType14) {
     EXPECT_EQ(type, 14);
 }
 
-TEST_F(Notification, TellsTheTypeOfTheBestPath) {
-    for (const uint32_t type : {0U, 1U, 2U, 4U}) {
+TEST_F(Notification, NotificationTellsTheTypeOfTheBestPath) {
+    for (const kolt_link_type type : {KOLT_LINK_ETHERNET, KOLT_LINK_PLC, KOLT_LINK_2G, KOLT_LINK_5G_2}) {
         netlink.requests.clear();
         best_.path = type;
         const std::vector<uint8_t> bytes = payload();
@@ -223,20 +222,20 @@ TEST_F(Notification, TellsTheTypeOfTheBestPath) {
     }
 }
 
-TEST_F(Notification, ThatIsAnsweredIsASuccess) {
+TEST_F(Notification, AnsweredNotificationIsASuccess) {
     EXPECT_EQ(move(), 1);
     EXPECT_EQ(logged().size(), 2U);
     EXPECT_EQ(logged().back(), (log_line{LOG_INFO, MOVING, "Info: send notify msg success"}));
 }
 
-TEST_F(Notification, ThatCannotBeSentIsToldAndTheStreamHasMovedAllTheSame) {
+TEST_F(Notification, StreamHasMovedThoughTheNotificationCannotBeSent) {
     netlink.socket_errors[52] = EMFILE;
     EXPECT_EQ(move(), 1);
     EXPECT_EQ(logged().back(), (log_line{LOG_INFO, MOVING, "Info: send notify msg failed"}));
     EXPECT_THAT(netlink.requests, IsEmpty());
 }
 
-TEST_F(Notification, ThatIsNotAnsweredHasFailed) {
+TEST_F(Notification, UnansweredNotificationHasFailed) {
     netlink.silent = true;
     EXPECT_EQ(move(), 1);
     EXPECT_THAT(logged_texts(),
@@ -259,7 +258,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, UnknownParent,
                                          parent_row{"NoKey", R"({"work_mode": "RE"})"}),
                          case_name);
 
-TEST_P(UnknownParent, IsSentNothingAndNothingIsLogged) {
+TEST_P(UnknownParent, UnknownParentIsSentNothingAndNothingIsLogged) {
     const at_log_level dump(3);
     if (GetParam().file != nullptr)
         write_file("/tmp/work_mode", GetParam().file);
@@ -268,23 +267,72 @@ TEST_P(UnknownParent, IsSentNothingAndNothingIsLogged) {
     EXPECT_THAT(logged_texts(), ElementsAre(testing::StartsWith("Info: set ha entry success, ")));
 }
 
-TEST_F(Notification, IsSentForEveryStreamThatMoved) {
+TEST_F(Notification, NotificationIsSentForEveryStreamThatMoved) {
     config_.param.adjusted_ratio = 100;
     config_.param.adjusted_streams = 3;
     platform.fail("bridgeSetHATableEntries", -1, 2);
     set_streams({stream(HOT_PORT, 1), stream(HOT_PORT, 2), stream(HOT_PORT, 3)});
-    kolt_client_list list{.count = 1, .clients = clients_.data()};
-    path_selection_update_uplink_ha_table(&config_, "br-lan", &list, 0, &best_, &paths_);
+    path_selection_update_uplink_ha_table(at(), clients_[0]);
     EXPECT_EQ(netlink.requests.size(), 2U);
 }
 
-TEST_F(Notification, ComesBetweenTheMoveAndTheQuotaInTheLog) {
+TEST_F(Notification, NotificationIsLoggedBetweenTheMoveAndTheQuota) {
     set_streams({stream(HOT_PORT, 10)});
-    kolt_client_list list{.count = 1, .clients = clients_.data()};
-    path_selection_update_uplink_ha_table(&config_, "br-lan", &list, 0, &best_, &paths_);
+    path_selection_update_uplink_ha_table(at(), clients_[0]);
     EXPECT_THAT(logged_texts(),
                 ElementsAre(testing::StartsWith("Info: set ha entry success, "), "Info: send notify msg success",
                             "Info: ha_rate: 10, req_quota: 10, quota remain: 9990"));
 }
+
+// ---- What becomes of interfaces during the wait
+
+// Two streams of the hot path, of which the first is told to the parent; answered or not.
+class WaitForTheParent : public Notification, public testing::WithParamInterface<bool> {
+protected:
+    void SetUp() override {
+        Notification::SetUp();
+        netlink.silent = GetParam();
+        config_.param.adjusted_ratio = 100;
+        config_.param.adjusted_streams = 2;
+        set_streams({stream(HOT_PORT, 1), stream(HOT_PORT, 2)});
+    }
+};
+
+TEST_P(WaitForTheParent, NextStreamIsMovedTooWhereNothingChangedMeanwhile) {
+    path_selection_update_uplink_ha_table(at(), clients_[0]);
+    EXPECT_EQ(moved(), 2U);
+}
+
+TEST_P(WaitForTheParent, NoStreamIsMovedAwayFromAnInterfaceThatIsGoneMeanwhile) {
+    netlink.at_request = [this] { hot_.reset(); };
+    path_selection_update_uplink_ha_table(at(), clients_[0]);
+    EXPECT_EQ(moved(), 1U);
+    EXPECT_THAT(
+        logged(),
+        testing::Contains(log_line{LOG_ERR, "path_selection_get_path_by_port", "Error: get interface name"}).Times(1));
+}
+
+TEST_P(WaitForTheParent, NoStreamIsMovedAwayFromAnInterfaceWithAnotherNameMeanwhile) {
+    netlink.at_request = [this] { hot_->rename("wlan9.1"); };
+    path_selection_update_uplink_ha_table(at(), clients_[0]);
+    EXPECT_EQ(moved(), 1U);
+    EXPECT_THAT(logged_texts("path_selection_get_path_by_port"), IsEmpty());
+}
+
+TEST_P(WaitForTheParent, StreamIsMovedAwayFromAnInterfaceThatTookThePathsName) {
+    test_interface other("wlan9.1", 64);
+    set_streams({stream(64, 1), stream(HOT_PORT, 2), stream(64, 3)});
+    netlink.at_request = [this, &other] {
+        if (other.name() == "wlan0.1")
+            return; // the second request
+        hot_->rename("old");
+        other.rename("wlan0.1");
+    };
+    path_selection_update_uplink_ha_table(at(), clients_[0]);
+    EXPECT_EQ(moved(), 2U) << "the second and the third";
+}
+
+INSTANTIATE_TEST_SUITE_P(Parent, WaitForTheParent, testing::Bool(),
+                         [](const auto &row) { return std::string(row.param ? "Silent" : "Answering"); });
 
 } // namespace

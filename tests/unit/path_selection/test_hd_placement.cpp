@@ -1,6 +1,6 @@
+// Where clients are pinned, and what damps their movement.
+#include "path_selection/hd_placement.h"
 #include "path_selection/measured_test.h"
-
-#include <random>
 
 namespace {
 
@@ -11,59 +11,29 @@ using testing::IsEmpty;
 
 class HighDataRate : public MeasuredPaths {
 protected:
-    static uint32_t &slot(uint32_t type, size_t index) {
+    static uint32_t &slot(kolt_link_type type, size_t index) {
         return path_selection_ctx.histories.at(type).data_rate[index];
     }
 };
 
-TEST_F(HighDataRate, BeginsAbove3000000BytesInAnySlot) {
+TEST_F(HighDataRate, DataRateIsHighAbove3000000BytesInAnySlot) {
     for (size_t index = 0; index < 5; index++) {
-        slot(3, index) = 2999999;
+        slot(KOLT_LINK_5G, index) = 2999999;
         EXPECT_EQ(path_selection_is_high_data_rate(), 0) << index;
-        slot(3, index) = 3000000;
+        slot(KOLT_LINK_5G, index) = 3000000;
         EXPECT_EQ(path_selection_is_high_data_rate(), 0) << index;
-        slot(3, index) = 3000001;
+        slot(KOLT_LINK_5G, index) = 3000001;
         EXPECT_EQ(path_selection_is_high_data_rate(), 1) << index;
-        slot(3, index) = 0;
+        slot(KOLT_LINK_5G, index) = 0;
     }
 }
 
-TEST_F(HighDataRate, IsTheSumOfAllFivePathsInASlot) {
-    for (uint32_t type = 0; type < 5; type++)
-        slot(type, 2) = 600000;
-    EXPECT_EQ(path_selection_is_high_data_rate(), 0);
-    for (uint32_t type = 0; type < 5; type++) {
-        slot(type, 2)++;
-        EXPECT_EQ(path_selection_is_high_data_rate(), 1) << type;
-        slot(type, 2)--;
-    }
-}
-
-TEST_F(HighDataRate, DoesNotAddTheSlots) {
-    for (size_t index = 0; index < 5; index++)
-        slot(0, index) = 3000000;
-    EXPECT_EQ(path_selection_is_high_data_rate(), 0);
-}
-
-TEST_F(HighDataRate, SumWrapsAt32Bits) {
-    slot(0, 0) = 4294967295U;
-    slot(4, 0) = 3000001;
-    EXPECT_EQ(path_selection_is_high_data_rate(), 0) << "2^32 + 3000000";
-    slot(4, 0) = 3000002;
-    EXPECT_EQ(path_selection_is_high_data_rate(), 1);
-}
-
-TEST_F(HighDataRate, OfMoreThanHalfTheRangeIsHigh) {
-    slot(1, 0) = 3000000000U;
-    EXPECT_EQ(path_selection_is_high_data_rate(), 1);
-}
-
-TEST_F(HighDataRate, DumpsTheSumsUpToTheFirstHighOne) {
+TEST_F(HighDataRate, SumsAreDumpedUpToTheFirstHighOne) {
     const at_log_level dump(3);
-    slot(0, 0) = 7;
-    slot(4, 0) = 8;
-    slot(2, 2) = 3000000000U;
-    slot(2, 3) = 9;
+    slot(KOLT_LINK_ETHERNET, 0) = 7;
+    slot(KOLT_LINK_5G_2, 0) = 8;
+    slot(KOLT_LINK_2G, 2) = 3000000000U;
+    slot(KOLT_LINK_2G, 3) = 9;
     EXPECT_EQ(path_selection_is_high_data_rate(), 1);
     const char function[] = "path_selection_is_high_data_rate";
     EXPECT_THAT(logged(), ElementsAre(log_line{LOG_DEBUG, function, "Dump: data rate of sample[0] is: 15"},
@@ -71,14 +41,14 @@ TEST_F(HighDataRate, DumpsTheSumsUpToTheFirstHighOne) {
                                       log_line{LOG_DEBUG, function, "Dump: data rate of sample[2] is: -1294967296"}));
 }
 
-TEST_F(HighDataRate, DumpsAllFiveSumsWhenNoneIsHigh) {
+TEST_F(HighDataRate, AllFiveSumsAreDumpedWhenNoneIsHigh) {
     const at_log_level dump(3);
     EXPECT_EQ(path_selection_is_high_data_rate(), 0);
     EXPECT_EQ(logged().size(), 5U);
     EXPECT_EQ(logged().back().text, "Dump: data rate of sample[4] is: 0");
 }
 
-TEST_F(HighDataRate, IsNotDumpedBelowDumpLevel) {
+TEST_F(HighDataRate, DataRateIsNotDumpedBelowDumpLevel) {
     const at_log_level debug(2);
     EXPECT_EQ(path_selection_is_high_data_rate(), 0);
     EXPECT_THAT(logged(), IsEmpty());
@@ -94,80 +64,47 @@ protected:
     }
 
     void add_all_rows() {
-        for (uint32_t type = 0; type < 5; type++)
+        for (const kolt_link_type type : KOLT_LINKS)
             add_row(type, "path" + std::to_string(type));
     }
 
     static void fill_ring(const std::vector<int> &choices) {
         auto &ring = path_selection_ctx.hd_sample_ring;
-        std::fill(std::begin(ring), std::end(ring), 5);
-        std::copy(choices.begin(), choices.end(), ring);
+        ring.fill(PATH_NONE);
+        std::copy(choices.begin(), choices.end(), ring.begin());
     }
 
     // The type of the row that is found for a candidate.
-    ptrdiff_t find(uint32_t candidate, bool record = false) {
+    ptrdiff_t find(kolt_link_type candidate, bool record = false) {
         const ps_path *row = path_selection_find_hd_port(&paths_, candidate, record);
         return row - paths_.data();
     }
 };
 
-struct ring_row {
-    const char *name;
-    std::vector<int> ring;
-    int expected;
-};
-
-void PrintTo(const ring_row &row, std::ostream *out) {
-    *out << row.name;
-}
-
-class RingMajority : public Majority, public testing::WithParamInterface<ring_row> {};
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, RingMajority,
-    testing::Values(ring_row{"Empty", {}, 4}, ring_row{"One", {1}, 1}, ring_row{"Ethernet", {0, 0}, 0},
-                    ring_row{"TieOfTwoGoesToTheHigher", {3, 3, 4, 4}, 4},
-                    ring_row{"TieDoesNotDependOnTheOrder", {4, 3, 4, 3}, 4}, ring_row{"TieOfTheLower", {2, 0, 0, 2}, 2},
-                    ring_row{"MoreOfTheLower", {0, 0, 4}, 0},
-                    ring_row{"EndsAtTheFirstEmptySlot", {2, 3, 5, 2, 2, 2}, 3},
-                    ring_row{"EmptyFirstSlotHidesAllOthers", {5, 1, 1, 1}, 4},
-                    ring_row{"TieOfAllFive", {0, 1, 2, 3, 4}, 4},
-                    ring_row{"FullRing", {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2, 2, 2, 2, 2}, 1},
-                    ring_row{"FullRingTie", {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 1},
-                    ring_row{"LastSlotCounts", {1, 1, 1, 1, 1, 1, 1, 1, 1, 3, 3, 3, 3, 3, 3, 3, 3, 3, 0, 1}, 1}),
-    case_name);
-
-TEST_P(RingMajority, IsTheMostFrequentChoiceAndTheHigherTypeAmongEquals) {
-    fill_ring(GetParam().ring);
-    EXPECT_EQ(find(0), GetParam().expected);
-    EXPECT_EQ(path_selection_ctx.hd_sample_index, 0) << "nothing was recorded";
-    EXPECT_THAT(logged(), IsEmpty());
-}
-
-TEST_F(Majority, FallsBackToTheCandidateWhereItsRowIsAbsent) {
+TEST_F(Majority, CandidateIsReturnedWhereTheMajoritysRowIsAbsent) {
     fill_ring({3, 3, 4, 4});
     paths_[4] = {};
-    EXPECT_EQ(find(1), 1) << "not the second most frequent one";
-    EXPECT_EQ(find(3), 3);
+    EXPECT_EQ(find(KOLT_LINK_PLC), 1) << "not the second most frequent one";
+    EXPECT_EQ(find(KOLT_LINK_5G), 3);
 }
 
 TEST_F(Majority, CandidateIsReturnedThoughItsOwnRowIsAbsentToo) {
     fill_ring({3});
     paths_[3] = {};
     paths_[2] = {};
-    EXPECT_EQ(find(2), 2);
+    EXPECT_EQ(find(KOLT_LINK_2G), 2);
 }
 
 TEST_F(Majority, RowIsPresentByItsNameWhateverItsRate) {
     fill_ring({2});
     EXPECT_EQ(paths_[2].rate, 0);
-    EXPECT_EQ(find(3), 2);
+    EXPECT_EQ(find(KOLT_LINK_5G), 2);
 }
 
-TEST_F(Majority, RecordsTheCandidateFirst) {
+TEST_F(Majority, CandidateIsRecordedFirst) {
     fill_ring({3, 2});
     path_selection_ctx.hd_sample_index = 2;
-    EXPECT_EQ(find(2, true), 2);
+    EXPECT_EQ(find(KOLT_LINK_2G, true), 2);
     EXPECT_EQ(path_selection_ctx.hd_sample_ring[2], 2);
     EXPECT_EQ(path_selection_ctx.hd_sample_ring[3], 5);
     EXPECT_EQ(path_selection_ctx.hd_sample_index, 3);
@@ -176,63 +113,36 @@ TEST_F(Majority, RecordsTheCandidateFirst) {
 TEST_F(Majority, RingWrapsAfterTwenty) {
     for (int i = 0; i < 20; i++) {
         EXPECT_EQ(path_selection_ctx.hd_sample_index, i);
-        EXPECT_EQ(find(1, true), 1);
+        EXPECT_EQ(find(KOLT_LINK_PLC, true), 1);
     }
     EXPECT_EQ(path_selection_ctx.hd_sample_index, 0);
-    EXPECT_EQ(find(3, true), 1);
+    EXPECT_EQ(find(KOLT_LINK_5G, true), 1);
     EXPECT_EQ(path_selection_ctx.hd_sample_ring[0], 3);
     EXPECT_EQ(path_selection_ctx.hd_sample_index, 1);
     for (int i = 0; i < 9; i++)
-        (void)find(3, true);
-    EXPECT_EQ(find(0), 3) << "ten of each";
+        (void)find(KOLT_LINK_5G, true);
+    EXPECT_EQ(find(KOLT_LINK_ETHERNET), 3) << "ten of each";
 }
 
-TEST_F(Majority, DumpsTheTwentySlotsWhenItRecords) {
+TEST_F(Majority, TwentySlotsAreDumpedWithARecord) {
     const at_log_level dump(3);
     fill_ring({3, 2});
     path_selection_ctx.hd_sample_index = 19;
-    (void)find(4, true);
+    (void)find(KOLT_LINK_5G_2, true);
     EXPECT_THAT(logged(), ElementsAre(log_line{LOG_DEBUG, "path_selection_find_hd_port",
                                                "Dump: hd samples: 3, 2, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, "
                                                "5, 5, 4"}));
     EXPECT_EQ(path_selection_ctx.hd_sample_index, 0);
 }
 
-TEST_F(Majority, IsNotDumpedWithoutARecordNorBelowDumpLevel) {
+TEST_F(Majority, RingIsNotDumpedWithoutARecordNorBelowDumpLevel) {
     {
         const at_log_level dump(3);
-        (void)find(4, false);
+        (void)find(KOLT_LINK_5G_2, false);
     }
     const at_log_level debug(2);
-    (void)find(4, true);
+    (void)find(KOLT_LINK_5G_2, true);
     EXPECT_THAT(logged(), IsEmpty());
-}
-
-TEST_F(Majority, AgreesWithAPlainModelOnRandomRings) {
-    std::mt19937 random(20240503);
-    std::uniform_int_distribution<int> any(0, 5);
-    std::uniform_int_distribution<int> used(0, 4);
-    std::uniform_int_distribution<size_t> length(0, 20);
-    for (int round = 0; round < 3000; round++) {
-        std::vector<int> ring(20, 5);
-        const size_t filled = length(random);
-        for (size_t i = 0; i < filled; i++)
-            ring[i] = round % 3 == 0 ? any(random) : used(random);
-        fill_ring(ring);
-        add_all_rows();
-        const int absent = any(random);
-        if (absent < 5)
-            paths_.at(static_cast<size_t>(absent)) = {};
-        const int candidate = used(random);
-
-        const auto end = std::find(ring.begin(), ring.end(), 5);
-        int winner = 4;
-        for (int type = 3; type >= 0; type--) {
-            if (std::count(ring.begin(), end, type) > std::count(ring.begin(), end, winner))
-                winner = type;
-        }
-        ASSERT_EQ(find(static_cast<uint32_t>(candidate)), winner == absent ? candidate : winner) << "round " << round;
-    }
 }
 
 // ---- The client's entry
@@ -252,7 +162,8 @@ protected:
     }
 
     int update(const char *hd_name = "wlan1.1") {
-        return path_selection_update_uplink_hd_table("br-lan", BRIDGE_MAC, client_, hd_name, reference_, &ap_clients_);
+        return path_selection_update_uplink_hd_table(&interfaces_, "br-lan", BRIDGE_MAC, client_, hd_name, reference_,
+                                                     &ap_clients_);
     }
 
     void make_busy() {
@@ -269,38 +180,39 @@ protected:
         return testing::AssertionFailure() << testing::PrintToString(platform.calls);
     }
 
+    interface_cache interfaces_;
     kolt_client client_;
     const uint8_t *reference_ = NO_MAC;
     kolt_ap_client_list ap_clients_;
     test_interface port_{"wlan1.1", TARGET};
 };
 
-TEST_F(HdEntry, IsWrittenAndToldAtInfoLevel) {
+TEST_F(HdEntry, EntryIsWrittenAndToldAtInfoLevel) {
     EXPECT_EQ(update(), 1);
     EXPECT_TRUE(wrote("wlan1.1"));
     EXPECT_THAT(logged(), ElementsAre(log_line{LOG_INFO, "path_selection_update_uplink_hd_table",
                                                "Info: add hd client: 00:11:22:33:44:AF to wlan1.1 success"}));
 }
 
-TEST_F(HdEntry, ThatTheLibraryRefusesIsToldAndReported) {
+TEST_F(HdEntry, EntryThatTheLibraryRefusesIsToldAndReported) {
     platform.fail("bridgeAddHDTableEntries", -1);
     EXPECT_EQ(update(), 0);
     EXPECT_THAT(logged_texts(), ElementsAre("Info: add hd client: 00:11:22:33:44:AF to wlan1.1 failed"));
 }
 
-TEST_F(HdEntry, IsNotToldAtLevelZero) {
+TEST_F(HdEntry, EntryIsNotToldAtLevelZero) {
     const at_log_level quiet(0);
     EXPECT_EQ(update(), 1);
     EXPECT_TRUE(wrote("wlan1.1"));
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(HdEntry, OnATargetThatIsNoInterfaceIsWrittenAllTheSame) {
+TEST_F(HdEntry, EntryOnATargetThatIsNoInterfaceIsWrittenAllTheSame) {
     EXPECT_EQ(update("wlan9.1"), 1);
     EXPECT_TRUE(wrote("wlan9.1"));
 }
 
-TEST_F(HdEntry, OnANameThatFillsItsFieldHasOnlyItsSixteenCharacters) {
+TEST_F(HdEntry, NameThatFillsItsFieldHasOnlyItsSixteenCharacters) {
     const char field[] = {'w', 'l', 'a', 'n', '1', '-', 'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'X', 0};
     EXPECT_EQ(update(field), 1);
     EXPECT_TRUE(wrote("wlan1-abcdefghij"));
@@ -313,7 +225,7 @@ struct rule_row {
     uint32_t hd_port;
     uint8_t cpu_limit;
     bool busy;
-    uint32_t type;
+    kolt_link_type type;
     bool is_reference;
     bool is_ap_client;
     int expected;
@@ -330,28 +242,29 @@ constexpr uint32_t OTHER = 51;
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, HdRule,
-    testing::Values(rule_row{"AlreadyThere", 0, TARGET, 0, false, 0, false, false, 1, false},
-                    rule_row{"AlreadyThereOnPowerLine", 0, TARGET, 0, false, 1, false, false, 1, false},
-                    rule_row{"Elsewhere", 0, OTHER, 0, false, 0, false, false, 1, true},
-                    rule_row{"BusyWithoutTheLimit", 0, OTHER, 0, true, 0, false, false, 1, true},
-                    rule_row{"LimitedButNotBusy", 0, OTHER, 1, false, 0, false, false, 1, true},
-                    rule_row{"LimitedAndBusyIsHeld", 0, OTHER, 1, true, 0, false, false, 1, false},
-                    rule_row{"LimitedAndBusyIsHeldOnPowerLine", 0, OTHER, 1, true, 1, false, false, 1, false},
-                    rule_row{"PowerLineStranger", 0, OTHER, 0, false, 1, false, false, 0, false},
-                    rule_row{"PowerLineReference", 0, OTHER, 0, false, 1, true, false, 1, true},
-                    rule_row{"PowerLineApClient", 0, OTHER, 0, false, 1, false, true, 1, true},
-                    rule_row{"WifiStranger", 0, OTHER, 0, false, 2, false, false, 1, true},
-                    rule_row{"TypeNoneStranger", 0, OTHER, 0, false, 5, false, false, 1, true},
-                    rule_row{"RelayAlreadyThereIsRefused", 1, TARGET, 0, false, 0, false, false, 0, false},
-                    rule_row{"RelayElsewhere", 1, OTHER, 0, false, 0, false, false, 0, false},
-                    rule_row{"RelayLimitedAndBusyIsRefusedNotHeld", 1, OTHER, 1, true, 0, false, false, 0, false},
-                    rule_row{"RelayPowerLineReference", 1, OTHER, 0, false, 1, true, true, 0, false},
-                    // Only 1 is behind a relay port.
-                    rule_row{"RelayOfAnotherValueAlreadyThere", 2, TARGET, 0, false, 0, false, false, 1, false},
-                    rule_row{"RelayOfAnotherValue", 2, OTHER, 0, false, 0, false, false, 1, true}),
+    testing::Values(
+        rule_row{"AlreadyThere", 0, TARGET, 0, false, KOLT_LINK_ETHERNET, false, false, 1, false},
+        rule_row{"AlreadyThereOnPowerLine", 0, TARGET, 0, false, KOLT_LINK_PLC, false, false, 1, false},
+        rule_row{"Elsewhere", 0, OTHER, 0, false, KOLT_LINK_ETHERNET, false, false, 1, true},
+        rule_row{"BusyWithoutTheLimit", 0, OTHER, 0, true, KOLT_LINK_ETHERNET, false, false, 1, true},
+        rule_row{"LimitedButNotBusy", 0, OTHER, 1, false, KOLT_LINK_ETHERNET, false, false, 1, true},
+        rule_row{"LimitedAndBusyIsHeld", 0, OTHER, 1, true, KOLT_LINK_ETHERNET, false, false, 1, false},
+        rule_row{"LimitedAndBusyIsHeldOnPowerLine", 0, OTHER, 1, true, KOLT_LINK_PLC, false, false, 1, false},
+        rule_row{"PowerLineStranger", 0, OTHER, 0, false, KOLT_LINK_PLC, false, false, 0, false},
+        rule_row{"PowerLineReference", 0, OTHER, 0, false, KOLT_LINK_PLC, true, false, 1, true},
+        rule_row{"PowerLineApClient", 0, OTHER, 0, false, KOLT_LINK_PLC, false, true, 1, true},
+        rule_row{"WifiStranger", 0, OTHER, 0, false, KOLT_LINK_2G, false, false, 1, true},
+        rule_row{"TypeNoneStranger", 0, OTHER, 0, false, KOLT_LINK_NONE, false, false, 1, true},
+        rule_row{"RelayAlreadyThereIsRefused", 1, TARGET, 0, false, KOLT_LINK_ETHERNET, false, false, 0, false},
+        rule_row{"RelayElsewhere", 1, OTHER, 0, false, KOLT_LINK_ETHERNET, false, false, 0, false},
+        rule_row{"RelayLimitedAndBusyIsRefusedNotHeld", 1, OTHER, 1, true, KOLT_LINK_ETHERNET, false, false, 0, false},
+        rule_row{"RelayPowerLineReference", 1, OTHER, 0, false, KOLT_LINK_PLC, true, true, 0, false},
+        // Only 1 is behind a relay port.
+        rule_row{"RelayOfAnotherValueAlreadyThere", 2, TARGET, 0, false, KOLT_LINK_ETHERNET, false, false, 1, false},
+        rule_row{"RelayOfAnotherValue", 2, OTHER, 0, false, KOLT_LINK_ETHERNET, false, false, 1, true}),
     case_name);
 
-TEST_P(HdRule, DecidesInItsOrder) {
+TEST_P(HdRule, RulesDecideInTheirOrder) {
     const rule_row &row = GetParam();
     client_.relay = row.relay;
     client_.hd_port = row.hd_port;

@@ -1,5 +1,6 @@
 // The walk over the path ports; the processed rate and the load tests have test files of their own.
 #include "path_selection/measured_test.h"
+#include "path_selection/measurement.h"
 
 #include <deque>
 
@@ -11,9 +12,6 @@ using testing::ElementsAre;
 using testing::Field;
 using testing::IsEmpty;
 
-constexpr const char *LINK_FILES[] = {"/tmp/eth_runtime_info", "/tmp/plc_runtime_info", "/tmp/wifi_runtime_info.2g",
-                                      "/tmp/wifi_runtime_info.5g", "/tmp/wifi_runtime_info.5g2"};
-
 class WlanPathInfo : public MeasuredPaths {
 protected:
     void SetUp() override {
@@ -22,7 +20,7 @@ protected:
             write_file(file, R"({"status": 1})");
     }
 
-    config_interface &add_port(const std::string &name, uint32_t type) {
+    config_interface &add_port(const std::string &name, kolt_link_type type) {
         config_interface &port = ports_.emplace_back();
         kolt_copy_name(port.name, name.c_str());
         port.type = type;
@@ -41,14 +39,14 @@ protected:
     // The types of the rows that are present now.
     std::vector<uint32_t> present_types() const {
         std::vector<uint32_t> types;
-        for (uint32_t type = 0; type < paths_.size(); type++) {
+        for (const kolt_link_type type : KOLT_LINKS) {
             if (paths_[type].name[0] != '\0')
                 types.push_back(type);
         }
         return types;
     }
 
-    static int samples_of(uint32_t type) {
+    static int samples_of(kolt_link_type type) {
         const auto &samples = path_selection_ctx.histories.at(type).samples;
         return static_cast<int>(
             std::count_if(std::begin(samples), std::end(samples), [](const auto &sample) { return sample.rate != 0; }));
@@ -61,7 +59,7 @@ protected:
 
 struct port_row {
     const char *name;
-    uint32_t type;
+    kolt_link_type type;
     uint8_t relay;
     uint8_t class_;
     const char *link; // text of the link's file, null without one
@@ -77,19 +75,22 @@ class ConsideredPort : public WlanPathInfo, public testing::WithParamInterface<p
 
 constexpr const char UP[] = R"({"status": 1})";
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, ConsideredPort,
-    testing::Values(port_row{"TwoPointFour", 2, 0, 0, UP, true, true}, port_row{"Five", 3, 0, 0, UP, true, true},
-                    port_row{"SecondFive", 4, 0, 0, UP, true, true}, port_row{"Ethernet", 0, 0, 0, UP, false, true},
-                    port_row{"PowerLine", 1, 0, 0, UP, false, true}, port_row{"NoType", 5, 0, 0, UP, false, false},
-                    port_row{"Relay", 2, 1, 0, UP, false, false},
-                    port_row{"RelayOfAnotherValue", 2, 2, 0, UP, false, false},
-                    port_row{"ClassOne", 3, 0, 1, UP, false, false}, port_row{"ClassTwo", 3, 0, 2, UP, true, true},
-                    port_row{"LinkDown", 4, 0, 0, R"({"status": 0})", false, true},
-                    port_row{"LinkUnknown", 4, 0, 0, nullptr, false, true}),
-    case_name);
+INSTANTIATE_TEST_SUITE_P(Rows, ConsideredPort,
+                         testing::Values(port_row{"TwoPointFour", KOLT_LINK_2G, 0, 0, UP, true, true},
+                                         port_row{"Five", KOLT_LINK_5G, 0, 0, UP, true, true},
+                                         port_row{"SecondFive", KOLT_LINK_5G_2, 0, 0, UP, true, true},
+                                         port_row{"Ethernet", KOLT_LINK_ETHERNET, 0, 0, UP, false, true},
+                                         port_row{"PowerLine", KOLT_LINK_PLC, 0, 0, UP, false, true},
+                                         port_row{"NoType", KOLT_LINK_NONE, 0, 0, UP, false, false},
+                                         port_row{"Relay", KOLT_LINK_2G, 1, 0, UP, false, false},
+                                         port_row{"RelayOfAnotherValue", KOLT_LINK_2G, 2, 0, UP, false, false},
+                                         port_row{"ClassOne", KOLT_LINK_5G, 0, 1, UP, false, false},
+                                         port_row{"ClassTwo", KOLT_LINK_5G, 0, 2, UP, true, true},
+                                         port_row{"LinkDown", KOLT_LINK_5G_2, 0, 0, R"({"status": 0})", false, true},
+                                         port_row{"LinkUnknown", KOLT_LINK_5G_2, 0, 0, nullptr, false, true}),
+                         case_name);
 
-TEST_P(ConsideredPort, IsANonrelayWifiPortOfAnotherClassThanOneWhoseLinkIsUp) {
+TEST_P(ConsideredPort, NonrelayWifiPortNotOfClassOneWhoseLinkIsUpIsMeasured) {
     const port_row &row = GetParam();
     config_interface &port = add_port("wlan0", row.type);
     port.relay = row.relay;
@@ -107,7 +108,7 @@ TEST_P(ConsideredPort, IsANonrelayWifiPortOfAnotherClassThanOneWhoseLinkIsUp) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_P(ConsideredPort, HasItsLinkFileReadBeforeTheWifiTypesAreTestedAndAfterAllElse) {
+TEST_P(ConsideredPort, LinkFileIsReadBeforeTheWifiTypesAreTestedAndAfterAllElse) {
     const port_row &row = GetParam();
     const at_log_level debug(2);
     config_interface &port = add_port("wlan0", row.type);
@@ -125,7 +126,7 @@ TEST_P(ConsideredPort, HasItsLinkFileReadBeforeTheWifiTypesAreTestedAndAfterAllE
 
 // ---- What a row gets
 
-TEST_F(WlanPathInfo, FillsTheRowOfThePortsType) {
+TEST_F(WlanPathInfo, RowOfThePortsTypeIsFilled) {
     radios["wlan1"] = {.tx = 400, .rx = 500, .rssi = 61, .util = 77};
     add_port("wlan1.1", KOLT_LINK_5G).priority = 9;
     measure();
@@ -142,7 +143,7 @@ TEST_F(WlanPathInfo, FillsTheRowOfThePortsType) {
     EXPECT_EQ(path_selection_ctx.histories[KOLT_LINK_5G].samples[0].rx_rate, 500);
 }
 
-TEST_F(WlanPathInfo, AsksTheDriverForTheRateThenForTheUtilization) {
+TEST_F(WlanPathInfo, DriverIsAskedForTheRateThenForTheUtilization) {
     add_port("wlan0", KOLT_LINK_2G);
     add_port("wlan2.5", KOLT_LINK_5G_2);
     measure();
@@ -150,7 +151,7 @@ TEST_F(WlanPathInfo, AsksTheDriverForTheRateThenForTheUtilization) {
                                             "get_uplink_rate(wlan2, 4)", "get_channel_utilization(wlan2, 4, 1)"));
 }
 
-TEST_F(WlanPathInfo, GivesTheProcessedRateOfAllSamplesNotTheNewestOne) {
+TEST_F(WlanPathInfo, RateIsTheProcessedOneOfAllSamplesNotTheNewest) {
     ps_path_history &history = path_selection_ctx.histories[KOLT_LINK_5G];
     history.samples[0].rate = 300;
     history.samples[1].rate = 200;
@@ -185,7 +186,7 @@ INSTANTIATE_TEST_SUITE_P(
                     base_row{"FillsItsField", "wlan0-abcdefghij", "wlan0-abcdefghi", "wlan0-abcdefghi"}),
     case_name);
 
-TEST_P(PortName, IsCutForTheDriverAndNamesTheRowByItsFirstVlan) {
+TEST_P(PortName, PortNameIsCutForTheDriverAndNamesTheRowByItsFirstVlan) {
     const base_row &row = GetParam();
     add_port(row.port, KOLT_LINK_2G);
     measure();
@@ -194,7 +195,7 @@ TEST_P(PortName, IsCutForTheDriverAndNamesTheRowByItsFirstVlan) {
     EXPECT_EQ(name_of(paths_[KOLT_LINK_2G]), row.row);
 }
 
-TEST_F(WlanPathInfo, CarriesNothingOverFromThePortBeforeWhenTheDriverStoresNothing) {
+TEST_F(WlanPathInfo, NothingIsCarriedOverFromThePortBefore) {
     radios["wlan0"] = {.rssi = 55, .util = 66};
     radios["wlan1"] = {.rssi = 0, .util = STORES_NOTHING};
     add_port("wlan0", KOLT_LINK_2G);
@@ -213,7 +214,7 @@ protected:
     const log_line line_{LOG_DEBUG, "path_selection_get_wlan_path_info", "Debug: path: wlan1.3 maybe disconnected"};
 };
 
-TEST_F(MaybeDisconnected, WithoutARateThePortIsLoggedAndItsRowStaysAsItWas) {
+TEST_F(MaybeDisconnected, PortWithoutARateIsLoggedAndItsRowStaysAsItWas) {
     radios["wlan1"] = {.has_rate = false};
     add_port("wlan1.3", KOLT_LINK_5G).priority = 4;
     measure();
@@ -224,7 +225,7 @@ TEST_F(MaybeDisconnected, WithoutARateThePortIsLoggedAndItsRowStaysAsItWas) {
     EXPECT_EQ(samples_of(KOLT_LINK_5G), 0);
 }
 
-TEST_F(MaybeDisconnected, WithoutAUtilizationThePortIsLoggedAndItsRowStaysAbsent) {
+TEST_F(MaybeDisconnected, PortWithoutAUtilizationIsLoggedAndItsRowStaysAbsent) {
     radios["wlan1"] = {.has_util = false};
     add_port("wlan1.3", KOLT_LINK_5G).priority = 4;
     measure();
@@ -234,7 +235,7 @@ TEST_F(MaybeDisconnected, WithoutAUtilizationThePortIsLoggedAndItsRowStaysAbsent
     EXPECT_EQ(paths_[KOLT_LINK_5G].rate, 0);
 }
 
-TEST_F(MaybeDisconnected, IsNotLoggedBelowDebugLevel) {
+TEST_F(MaybeDisconnected, DisconnectedPortIsNotLoggedBelowDebugLevel) {
     const at_log_level info(1);
     radios["wlan1"] = {.has_rate = false};
     radios["wlan0"] = {.has_util = false};
@@ -244,7 +245,7 @@ TEST_F(MaybeDisconnected, IsNotLoggedBelowDebugLevel) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(MaybeDisconnected, LetsTheNextPortOfTheSameTypeFillTheRow) {
+TEST_F(MaybeDisconnected, NextPortOfTheSameTypeFillsTheRowOfADisconnectedOne) {
     radios["wlan1"] = {.has_util = false};
     radios["wlan9"] = {.rssi = 8, .util = 9};
     add_port("wlan1.3", KOLT_LINK_5G).priority = 1;
@@ -257,7 +258,7 @@ TEST_F(MaybeDisconnected, LetsTheNextPortOfTheSameTypeFillTheRow) {
     EXPECT_EQ(paths_[KOLT_LINK_5G].util_aux, 8);
 }
 
-TEST_F(MaybeDisconnected, WithoutADriverTableEveryPortIs) {
+TEST_F(MaybeDisconnected, EveryPortIsMaybeDisconnectedWithoutADriverTable) {
     add_port("wlan1.3", KOLT_LINK_5G);
     measure(nullptr);
     EXPECT_THAT(logged(), ElementsAre(line_));
@@ -310,7 +311,7 @@ TEST_F(WlanPathInfo, NextPeriodAsksForTheUtilizationAgain) {
     EXPECT_THAT(platform.calls, ElementsAre("get_uplink_rate(wlan1, 3)", "get_channel_utilization(wlan1, 3, 1)"));
 }
 
-TEST_F(WlanPathInfo, OfNoPortsTouchesNothing) {
+TEST_F(WlanPathInfo, NothingIsTouchedWithoutPorts) {
     measure();
     EXPECT_THAT(present_types(), IsEmpty());
     EXPECT_THAT(platform.calls, IsEmpty());
@@ -318,7 +319,7 @@ TEST_F(WlanPathInfo, OfNoPortsTouchesNothing) {
 
 // ---- The Realtek driver's own files
 
-TEST_F(WlanPathInfo, OfTheRealtekDriverTakesTheTransmitRateForBothDirections) {
+TEST_F(WlanPathInfo, RealtekTransmitRateStandsForBothDirections) {
     write_file("/proc/wlan0/sta_info", "-- STA info table -- (active: 1)\nstat_info...\n  hwaddr: 001122334455\n"
                                        "  state: 1\n  current_tx_rate: HT 144\n  current_rx_rate: HT 6\n  rssi: 40\n");
     write_file("/proc/wlan0/stats", "ch_utilization: 57\n");
@@ -333,7 +334,7 @@ TEST_F(WlanPathInfo, OfTheRealtekDriverTakesTheTransmitRateForBothDirections) {
     EXPECT_THAT(logged_texts(), ElementsAre("Info: ifname: wlan0, txrate: 144, rxrate: 144, rssi: 40"));
 }
 
-TEST_F(MaybeDisconnected, RealtekRadioWithoutAStationIs) {
+TEST_F(MaybeDisconnected, RealtekRadioWithoutAStationIsMaybeDisconnected) {
     write_file("/proc/net/rtk_wifi6/wlan1/sta_info", "-- STA info table -- (active: 0)\n");
     add_port("wlan1.3", KOLT_LINK_5G);
     measure(wlan_platform_ops);

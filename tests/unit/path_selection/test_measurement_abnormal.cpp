@@ -1,5 +1,6 @@
 // 5 GHz paths that look broken beside a healthy 2.4 GHz one.
 #include "path_selection/measured_test.h"
+#include "path_selection/measurement.h"
 
 #include <deque>
 
@@ -12,7 +13,7 @@ class AbnormalPath : public MeasuredPaths {
 protected:
     struct port {
         const char *name;
-        uint32_t type;
+        kolt_link_type type;
         radio told;
     };
 
@@ -48,7 +49,7 @@ protected:
     static constexpr port BROKEN{"wlan1", KOLT_LINK_5G, {.tx = 10, .rx = 400, .rssi = 7, .util = 8}};
 };
 
-TEST_F(AbnormalPath, HasRateZeroFlushesTheHaTableAndIsLogged) {
+TEST_F(AbnormalPath, AbnormalPathHasRateZeroFlushesTheHaTableAndIsLogged) {
     measure({HEALTHY, BROKEN});
     EXPECT_EQ(paths_[KOLT_LINK_5G].rate, 0);
     EXPECT_THAT(platform.programming(), testing::Contains("bridgeFlushHATable(br-lan)").Times(1));
@@ -56,7 +57,7 @@ TEST_F(AbnormalPath, HasRateZeroFlushesTheHaTableAndIsLogged) {
                                                "Info: path: wlan1 tx:10 rx:400 abnormal, not choose"}));
 }
 
-TEST_F(AbnormalPath, IsPresentWithItsPriorityAndUtilizationButWithoutANewSample) {
+TEST_F(AbnormalPath, AbnormalPathIsPresentButHasNoNewSample) {
     measure({HEALTHY, BROKEN});
     EXPECT_EQ(name_of(paths_[KOLT_LINK_5G]), "wlan1.1");
     EXPECT_EQ(paths_[KOLT_LINK_5G].priority, 6);
@@ -66,20 +67,20 @@ TEST_F(AbnormalPath, IsPresentWithItsPriorityAndUtilizationButWithoutANewSample)
     EXPECT_EQ(path_selection_ctx.histories[KOLT_LINK_5G].samples[0].rx_rate, 0);
 }
 
-TEST_F(AbnormalPath, HasRateZeroWhateverItsOlderSamplesTell) {
+TEST_F(AbnormalPath, AbnormalPathHasRateZeroWhateverItsOlderSamplesTell) {
     path_selection_ctx.histories[KOLT_LINK_5G].samples[0].rate = 800;
     measure({HEALTHY, BROKEN});
     EXPECT_EQ(paths_[KOLT_LINK_5G].rate, 0);
 }
 
-TEST_F(AbnormalPath, IsFlushedButNotLoggedAtLevelZero) {
+TEST_F(AbnormalPath, AbnormalPathIsFlushedButNotLoggedAtLevelZero) {
     const at_log_level quiet(0);
     measure({HEALTHY, BROKEN});
     EXPECT_THAT(logged(), IsEmpty());
     EXPECT_EQ(flushes(), 1U);
 }
 
-TEST_F(AbnormalPath, IsLoggedByTheWholePortNameAndTheWholeRates) {
+TEST_F(AbnormalPath, AbnormalPathIsLoggedByTheWholePortNameAndTheWholeRates) {
     radios["wlan1-abcdefghi"] = {.tx = 65535, .rx = 12};
     measure({HEALTHY, {"wlan1-abcdefghij", KOLT_LINK_5G_2, {}}});
     EXPECT_THAT(logged_texts(), ElementsAre("Info: path: wlan1-abcdefghij tx:65535 rx:12 abnormal, not choose"));
@@ -92,13 +93,13 @@ TEST_F(AbnormalPath, FlushThatFailsIsNoError) {
     EXPECT_EQ(paths_[KOLT_LINK_5G].rate, 0);
 }
 
-TEST_F(AbnormalPath, IsFlushedAgainInEveryPeriodInWhichItStaysSo) {
+TEST_F(AbnormalPath, PathThatStaysAbnormalIsFlushedInEveryPeriod) {
     measure({HEALTHY, BROKEN});
     measure({HEALTHY, BROKEN});
     EXPECT_EQ(flushes(), 2U);
 }
 
-TEST_F(AbnormalPath, ListedBeforeTheHealthyOneIsJudgedByItsRateAlone) {
+TEST_F(AbnormalPath, PathListedBeforeTheHealthyOneIsJudgedByItsRateAlone) {
     measure({BROKEN, HEALTHY});
     EXPECT_EQ(paths_[KOLT_LINK_5G].rate, 400);
     EXPECT_EQ(flushes(), 0U);
@@ -119,7 +120,7 @@ TEST_F(AbnormalPath, HealthIsForgottenAtTheEndOfTheWalk) {
     EXPECT_EQ(flushes(), 0U);
 }
 
-TEST_F(AbnormalPath, CountsAsMeasuredSoThatASecondPortKeepsItsUtilization) {
+TEST_F(AbnormalPath, SecondPortKeepsTheUtilizationOfAnAbnormalFirstOne) {
     measure({HEALTHY, BROKEN, {"wlan9", KOLT_LINK_5G, {.tx = 500, .rx = 500, .rssi = 90, .util = 91}}});
     EXPECT_EQ(name_of(paths_[KOLT_LINK_5G]), "wlan1.1");
     EXPECT_EQ(paths_[KOLT_LINK_5G].util, 8);
@@ -147,7 +148,7 @@ TEST_F(AbnormalPath, SecondPortOfTheHealthyTypeDoesNotTakeItsHealthAway) {
 struct judged_row {
     const char *name;
     radio first; // the 2.4 GHz radio
-    uint32_t type;
+    kolt_link_type type;
     uint16_t tx;
     uint16_t rx;
     uint8_t check;
@@ -162,24 +163,25 @@ class JudgedPath : public AbnormalPath, public testing::WithParamInterface<judge
 
 constexpr radio AT_LIMIT{.tx = 13, .rx = 13};
 
-INSTANTIATE_TEST_SUITE_P(Rows, JudgedPath,
-                         testing::Values(judged_row{"BothBelow", AT_LIMIT, 3, 12, 12, 1, true},
-                                         judged_row{"TransmitBelow", AT_LIMIT, 3, 12, 300, 1, true},
-                                         judged_row{"ReceiveBelow", AT_LIMIT, 3, 300, 12, 1, true},
-                                         judged_row{"BothAtTheThreshold", AT_LIMIT, 3, 13, 13, 1, false},
-                                         judged_row{"BothAbove", AT_LIMIT, 3, 14, 14, 1, false},
-                                         judged_row{"BothZero", AT_LIMIT, 3, 0, 0, 1, true},
-                                         judged_row{"SecondFiveBelow", AT_LIMIT, 4, 12, 300, 1, true},
-                                         judged_row{"SecondFiveAtTheThreshold", AT_LIMIT, 4, 13, 13, 1, false},
-                                         judged_row{"CheckSwitchedOff", AT_LIMIT, 3, 12, 12, 0, false},
-                                         judged_row{"FirstTransmitsBelow", {.tx = 12, .rx = 300}, 3, 12, 12, 1, false},
-                                         judged_row{"FirstReceivesBelow", {.tx = 300, .rx = 12}, 3, 12, 12, 1, false},
-                                         judged_row{"FirstFarAbove", {.tx = 300, .rx = 300}, 3, 12, 12, 1, true},
-                                         judged_row{"FirstHasNoRate", {.has_rate = false}, 3, 12, 12, 1, false},
-                                         judged_row{"FirstHasNoUtilization", {.has_util = false}, 3, 12, 12, 1, false}),
-                         case_name);
+INSTANTIATE_TEST_SUITE_P(
+    Rows, JudgedPath,
+    testing::Values(judged_row{"BothBelow", AT_LIMIT, KOLT_LINK_5G, 12, 12, 1, true},
+                    judged_row{"TransmitBelow", AT_LIMIT, KOLT_LINK_5G, 12, 300, 1, true},
+                    judged_row{"ReceiveBelow", AT_LIMIT, KOLT_LINK_5G, 300, 12, 1, true},
+                    judged_row{"BothAtTheThreshold", AT_LIMIT, KOLT_LINK_5G, 13, 13, 1, false},
+                    judged_row{"BothAbove", AT_LIMIT, KOLT_LINK_5G, 14, 14, 1, false},
+                    judged_row{"BothZero", AT_LIMIT, KOLT_LINK_5G, 0, 0, 1, true},
+                    judged_row{"SecondFiveBelow", AT_LIMIT, KOLT_LINK_5G_2, 12, 300, 1, true},
+                    judged_row{"SecondFiveAtTheThreshold", AT_LIMIT, KOLT_LINK_5G_2, 13, 13, 1, false},
+                    judged_row{"CheckSwitchedOff", AT_LIMIT, KOLT_LINK_5G, 12, 12, 0, false},
+                    judged_row{"FirstTransmitsBelow", {.tx = 12, .rx = 300}, KOLT_LINK_5G, 12, 12, 1, false},
+                    judged_row{"FirstReceivesBelow", {.tx = 300, .rx = 12}, KOLT_LINK_5G, 12, 12, 1, false},
+                    judged_row{"FirstFarAbove", {.tx = 300, .rx = 300}, KOLT_LINK_5G, 12, 12, 1, true},
+                    judged_row{"FirstHasNoRate", {.has_rate = false}, KOLT_LINK_5G, 12, 12, 1, false},
+                    judged_row{"FirstHasNoUtilization", {.has_util = false}, KOLT_LINK_5G, 12, 12, 1, false}),
+    case_name);
 
-TEST_P(JudgedPath, IsAbnormalWhenAnyRateIsBelowTheThresholdBehindAHealthyOne) {
+TEST_P(JudgedPath, PathIsAbnormalWhenAnyRateIsLowBehindAHealthyOne) {
     const judged_row &row = GetParam();
     config_.param.wifi_rate_check = row.check;
     measure({{"wlan0", KOLT_LINK_2G, row.first}, {"wlan1", row.type, {.tx = row.tx, .rx = row.rx}}});
@@ -188,7 +190,7 @@ TEST_P(JudgedPath, IsAbnormalWhenAnyRateIsBelowTheThresholdBehindAHealthyOne) {
     EXPECT_EQ(paths_[row.type].rate == 0, row.abnormal);
 }
 
-TEST_F(AbnormalPath, NeverIsA24GhzPathItself) {
+TEST_F(AbnormalPath, Path24GhzIsNeverAbnormal) {
     measure({HEALTHY, {"wlan8", KOLT_LINK_2G, {.tx = 1, .rx = 2}}});
     EXPECT_EQ(flushes(), 0U);
     EXPECT_THAT(logged(), IsEmpty());

@@ -1,4 +1,6 @@
+// Building the module, freeing it, its timer and the events that are not its own.
 #include "core/module.h"
+#include "path_selection/module.h"
 #include "path_selection/paths_test.h"
 
 #include <climits>
@@ -45,11 +47,11 @@ public:
     armed_timers &operator=(const armed_timers &) = delete;
 
     // The one with path selection's callback, or null when there is none; another one is a failure.
-    const uloop_timeout *find() {
+    uloop_timeout *find() {
         (void)uloop_timeout_set(&last_, INT_MAX);
-        const uloop_timeout *found = nullptr;
-        for (const list_head *link = first_.list.next; link != &last_.list; link = link->next) {
-            const auto *timer = reinterpret_cast<const uloop_timeout *>(link);
+        uloop_timeout *found = nullptr;
+        for (list_head *link = first_.list.next; link != &last_.list; link = link->next) {
+            auto *timer = reinterpret_cast<uloop_timeout *>(link);
             EXPECT_EQ(timer->cb, path_selection_timer_cb);
             EXPECT_EQ(found, nullptr) << "armed twice";
             found = timer;
@@ -83,10 +85,18 @@ protected:
         kolt_list_add(&config_.modules, &module->list);
         return module;
     }
-    void send(uint32_t kind, kolt_event *event = nullptr) {
-        path_selection_event_cb(&config_, nullptr, static_cast<kolt_event_kind>(kind), event);
+    void send(kolt_event_kind kind, kolt_event *event = nullptr) {
+        path_selection_event_cb(&config_, nullptr, kind, event);
     }
-    void send(uint32_t kind, uint32_t type) {
+    // The module's timer as the loop hands it over: not armed any more.
+    uloop_timeout *due_timer(armed_timers *timers) {
+        send(KOLT_EVENT_START);
+        uloop_timeout *timer = timers->find();
+        EXPECT_NE(timer, nullptr);
+        (void)uloop_timeout_cancel(timer);
+        return timer;
+    }
+    void send(kolt_event_kind kind, uint32_t type) {
         kolt_event event{.type = type, .len = 0, .data = nullptr};
         send(kind, &event);
     }
@@ -94,7 +104,7 @@ protected:
 
 // ---- Construction
 
-TEST_F(Module, IsFilledAsARegisteredModule) {
+TEST_F(Module, ModuleIsFilledAsARegisteredModule) {
     const owned_module module = make();
     ASSERT_NE(module, nullptr);
     EXPECT_STREQ(module->name, "Path Selection");
@@ -107,7 +117,7 @@ TEST_F(Module, IsFilledAsARegisteredModule) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(Module, SubscribesAtTheFront) {
+TEST_F(Module, ModuleSubscribesAtTheFront) {
     kolt_list earlier;
     kolt_list_add(&config_.ev.subscribers, &earlier);
     const owned_module module = make();
@@ -117,11 +127,11 @@ TEST_F(Module, SubscribesAtTheFront) {
     EXPECT_EQ(earlier.prev, &module->sub);
 }
 
-TEST_F(Module, ResetsTheChoicesAndMarksTheHistories) {
+TEST_F(Module, NewModuleResetsTheChoicesAndMarksTheHistories) {
     path_selection_context &ctx = path_selection_ctx;
     ctx.configuration = nullptr;
     ctx.hd_sample_index = 7;
-    std::fill(std::begin(ctx.hd_sample_ring), std::end(ctx.hd_sample_ring), 3);
+    ctx.hd_sample_ring.fill(3);
     ctx.last_adjust_status = 0;
     for (ps_path_history &history : ctx.histories) {
         history.history_mark = 9;
@@ -140,20 +150,20 @@ TEST_F(Module, ResetsTheChoicesAndMarksTheHistories) {
     }
 }
 
-TEST_F(Module, DoesNotArmItsTimerYet) {
+TEST_F(Module, NewModuleDoesNotArmItsTimerYet) {
     armed_timers timers;
     const owned_module module = make();
     EXPECT_EQ(timers.find(), nullptr);
 }
 
-TEST_F(Module, WithoutMemoryIsNoneAfterAMessageAndChangesNothing) {
+TEST_F(Module, NoModuleIsMadeAndNothingChangedWithoutMemory) {
     path_selection_context &ctx = path_selection_ctx;
     ctx.configuration = nullptr;
     ctx.hd_sample_index = 7;
     ctx.hd_sample_ring[0] = 3;
     log_level = KOLT_LOG_DEBUG;
     add_bridge("br-lan");
-    add_wifi("wlan0", 2, 100, 20);
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 20);
     refuse_memory = true;
     kolt_module *module = path_selection_init(&config_);
     refuse_memory = false;
@@ -168,7 +178,7 @@ TEST_F(Module, WithoutMemoryIsNoneAfterAMessageAndChangesNothing) {
 
 // ---- Destruction
 
-TEST_F(Module, UnsubscribesWhenItIsFreed) {
+TEST_F(Module, ModuleUnsubscribesWhenItIsFreed) {
     kolt_list earlier;
     kolt_list later;
     kolt_list_add(&config_.ev.subscribers, &earlier);
@@ -179,7 +189,7 @@ TEST_F(Module, UnsubscribesWhenItIsFreed) {
     EXPECT_EQ(earlier.prev, &later);
 }
 
-TEST_F(Module, CancelsItsTimerWhenItIsFreed) {
+TEST_F(Module, ModuleCancelsItsTimerWhenItIsFreed) {
     armed_timers timers;
     config_.param.period = 5000;
     owned_module module = make_registered();
@@ -189,7 +199,7 @@ TEST_F(Module, CancelsItsTimerWhenItIsFreed) {
     EXPECT_EQ(timers.find(), nullptr);
 }
 
-TEST_F(Module, LeavesItsModuleLinkToTheRegistryWhenItIsFreed) {
+TEST_F(Module, FreedModuleLeavesItsLinkToTheRegistry) {
     owned_module module = make_registered();
     const kolt_list *link = &module->list;
     module.reset();
@@ -200,16 +210,16 @@ TEST_F(Module, LeavesItsModuleLinkToTheRegistryWhenItIsFreed) {
 
 class ShowPathPorts : public Module {};
 
-TEST_F(ShowPathPorts, LogsEachPathPortOfEachActivePathSelectionBridgeAtConstruction) {
+TEST_F(ShowPathPorts, PathPortsOfEachActivePathSelectionBridgeAreLoggedAtTheStart) {
     add_bridge("br-lan", CONFIG_PATH_SELECTION);
     add_bridge("br-down", CONFIG_PATH_SELECTION, false);
     add_bridge("br-loop", CONFIG_LOOP_AVOIDANCE);
     add_bridge("br-guest", CONFIG_PATH_SELECTION | CONFIG_LOOP_AVOIDANCE);
-    add_port("wlan0.1", 2);
-    add_port("eth0", 0, 0, 0);
-    add_port("plc0", 1, 1);
-    add_port("wlan1.1", 3, 0, 1, "br-loop");
-    add_port("wlan2.3", 4, 0, 1, "br-guest");
+    add_port("wlan0.1", KOLT_LINK_2G);
+    add_port("eth0", KOLT_LINK_ETHERNET, 0, 0);
+    add_port("plc0", KOLT_LINK_PLC, 1);
+    add_port("wlan1.1", KOLT_LINK_5G, 0, 1, "br-loop");
+    add_port("wlan2.3", KOLT_LINK_5G_2, 0, 1, "br-guest");
     log_level = KOLT_LOG_DEBUG;
     const owned_module module = make();
     const auto port = [](const char *name) {
@@ -218,14 +228,14 @@ TEST_F(ShowPathPorts, LogsEachPathPortOfEachActivePathSelectionBridgeAtConstruct
     EXPECT_THAT(logged(), ElementsAre(port("wlan0.1"), port("plc0"), port("wlan2.3")));
 }
 
-TEST_F(ShowPathPorts, SaysNothingBelowDebugLevel) {
+TEST_F(ShowPathPorts, PathPortsAreNotLoggedBelowDebugLevel) {
     add_bridge("br-lan");
-    add_port("wlan0.1", 2);
+    add_port("wlan0.1", KOLT_LINK_2G);
     const owned_module module = make();
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(ShowPathPorts, ReadsABridgeNameWithoutATerminator) {
+TEST_F(ShowPathPorts, BridgeNameWithoutATerminatorIsRead) {
     config_bridge &bridge = add_bridge("abcdefghijklmnop", CONFIG_PATH_SELECTION, false);
     memset(&bridge.flags, 0xFF, sizeof bridge.flags);
     platform.bridges["abcdefghijklmnop"];
@@ -243,7 +253,7 @@ struct period_row {
 };
 class StartEvent : public Module, public testing::WithParamInterface<named_row<period_row>> {};
 
-TEST_P(StartEvent, ArmsTheTimerWithThePeriodInMilliseconds) {
+TEST_P(StartEvent, StartEventArmsTheTimerWithThePeriodInMilliseconds) {
     const period_row &row = GetParam().row;
     config_.param.period = row.period;
     const owned_module module = make_registered();
@@ -269,7 +279,7 @@ INSTANTIATE_TEST_SUITE_P(Periods, StartEvent,
                                          period_row{"LongestOfAllIsCut", 4294967295U, 2147483647}),
                          row_name<period_row>);
 
-TEST_F(Module, ArmsOnlyOneTimerWhenTheStartEventComesTwice) {
+TEST_F(Module, OnlyOneTimerIsArmedWhenTheStartEventComesTwice) {
     config_.param.period = 5000;
     const owned_module module = make_registered();
     armed_timers timers;
@@ -278,7 +288,7 @@ TEST_F(Module, ArmsOnlyOneTimerWhenTheStartEventComesTwice) {
     EXPECT_NE(timers.find(), nullptr);
 }
 
-TEST_F(Module, IsNotFoundByTheStartEventWhenItIsNotRegistered) {
+TEST_F(Module, UnregisteredModuleIsNotFoundByTheStartEvent) {
     const owned_module module = make();
     kolt_module other;
     other.id = KOLT_MODULE_LOOP_AVOIDANCE;
@@ -291,11 +301,11 @@ TEST_F(Module, IsNotFoundByTheStartEventWhenItIsNotRegistered) {
 
 // ---- Events that do not concern it
 
-class IgnoredEvent : public Module, public testing::WithParamInterface<uint32_t> {};
+class IgnoredEvent : public Module, public testing::WithParamInterface<kolt_event_kind> {};
 
-TEST_P(IgnoredEvent, DoesNothing) {
+TEST_P(IgnoredEvent, IgnoredEventDoesNothing) {
     add_bridge("br-lan");
-    add_wifi("wlan0", 2, 100, 20);
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 20);
     config_.ev.wifi_2g_state = 1;
     const owned_module module = make_registered();
     platform.calls.clear();
@@ -308,50 +318,49 @@ TEST_P(IgnoredEvent, DoesNothing) {
     EXPECT_EQ(timers.find(), nullptr);
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, IgnoredEvent, testing::Values(1U, 3U, 4U, 6U, 0xFFFFFFFFU));
+INSTANTIATE_TEST_SUITE_P(Kinds, IgnoredEvent,
+                         testing::Values(KOLT_EVENT_CONFIGURE, KOLT_EVENT_BRIDGE, KOLT_EVENT_DEBUG,
+                                         static_cast<kolt_event_kind>(6), static_cast<kolt_event_kind>(0xFFFFFFFF)));
 
 // ---- The period
 
-TEST_F(Module, ArmsItsTimerAgainAfterEachPeriod) {
+TEST_F(Module, TimerIsArmedAgainAfterEachPeriod) {
     config_.param.period = 7000;
     const owned_module module = make_registered();
-    uloop_timeout timer{};
-    timer.cb = path_selection_timer_cb;
     armed_timers timers;
+    uloop_timeout *timer = due_timer(&timers);
     config_.param.period = 9000; // the period of the moment counts
     const int64_t before = microseconds_now();
-    path_selection_timer_cb(&timer);
+    path_selection_timer_cb(timer);
     const int64_t after = microseconds_now();
-    ASSERT_EQ(timers.find(), &timer);
-    const int64_t due = int64_t{timer.time.tv_sec} * 1000000 + timer.time.tv_usec;
+    ASSERT_EQ(timers.find(), timer);
+    const int64_t due = int64_t{timer->time.tv_sec} * 1000000 + timer->time.tv_usec;
     EXPECT_GE(due, before + 9000000);
     EXPECT_LE(due, after + 9000000);
-    (void)uloop_timeout_cancel(&timer);
 }
 
-TEST_F(Module, ArmsItsTimerAgainAlsoWhenABridgeFailed) {
+TEST_F(Module, TimerIsArmedAgainAlsoWhenABridgeFailed) {
     add_bridge("br-lan");
     drop_interface("br-lan");
     kept_descriptors_ = 1;
-    uloop_timeout timer{};
-    timer.cb = path_selection_timer_cb;
+    const owned_module module = make_registered();
     armed_timers timers;
-    path_selection_timer_cb(&timer);
+    uloop_timeout *timer = due_timer(&timers);
+    path_selection_timer_cb(timer);
     EXPECT_THAT(logged_texts("path_selection_update_uplink_paths"), ElementsAre("Error: get br mac"));
-    EXPECT_EQ(timers.find(), &timer);
-    (void)uloop_timeout_cancel(&timer);
+    EXPECT_EQ(timers.find(), timer);
 }
 
-TEST_F(Module, AllocatesNothingForAPeriodsLists) {
+TEST_F(Module, PeriodAllocatesNothingForItsLists) {
     add_bridge("br-lan");
-    add_wifi("wlan0", 2, 100, 90);
-    add_wifi("wlan1", 3, 300, 20);
-    add_port("eth0", 0, 0, 0);
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 90);
+    add_wifi("wlan1", KOLT_LINK_5G, 300, 20);
+    add_port("eth0", KOLT_LINK_ETHERNET, 0, 0);
     for (unsigned int client = 1; client <= 255; client++)
         add_client(static_cast<uint8_t>(client), "eth0");
     config_.param.wlan_enable = 1;
     allocations = 0;
-    path_selection_run_period(&config_);
+    run_period();
     EXPECT_EQ(allocations, 0U);
     EXPECT_EQ(calls_of("bridgeAddHDTableEntries").size(), 255U) << "it was a full period";
 }

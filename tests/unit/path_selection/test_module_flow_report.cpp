@@ -1,3 +1,5 @@
+// The flow that a neighbour reports.
+#include "path_selection/module.h"
 #include "path_selection/paths_test.h"
 
 namespace {
@@ -31,26 +33,26 @@ protected:
 
 constexpr char KEY[] = "flush_fc_flow_by_ha(A0:B0:C0:D0:E0:0F, 00:1A:2B:3C:4D:FE, 443, 51000, 17, 0, 3)";
 
-TEST_F(FlowReport, FlushesTheFlowOfTheReverseDirection) {
+TEST_F(FlowReport, FlowOfTheReverseDirectionIsFlushed) {
     send(21);
     EXPECT_THAT(platform.calls, ElementsAre(KEY));
 }
 
-TEST_F(FlowReport, LogsTheFieldsAsReceived) {
+TEST_F(FlowReport, FieldsAreLoggedAsReceived) {
     send(21);
     EXPECT_THAT(logged(), ElementsAre(log_line{LOG_INFO, "path_selection_event_cb",
                                                "Info: sa: 00:1A:2B:3C:4D:FE, da:A0:B0:C0:D0:E0:0F, src_port: 51000, "
                                                "dst_port:443, protocol:17, type:3"}));
 }
 
-TEST_F(FlowReport, LogsNothingWhenTheLogIsQuiet) {
+TEST_F(FlowReport, NothingIsLoggedWhenTheLogIsQuiet) {
     log_level = KOLT_LOG_QUIET;
     send(21);
     EXPECT_THAT(logged(), IsEmpty());
     EXPECT_THAT(platform.calls, ElementsAre(KEY));
 }
 
-TEST_F(FlowReport, KeepsTheWholeWidthOfItsFields) {
+TEST_F(FlowReport, FieldsKeepTheirWholeWidth) {
     put(12, uint16_t{65535});
     put(14, uint16_t{65534});
     put(16, uint32_t{0xFFFFFFFF});
@@ -63,27 +65,27 @@ TEST_F(FlowReport, KeepsTheWholeWidthOfItsFields) {
                                             "dst_port:65534, protocol:-1, type:255"));
 }
 
-TEST_F(FlowReport, MayBeLongerThanItsFields) {
+TEST_F(FlowReport, ReportMayBeLongerThanItsFields) {
     payload_[21] = 0xEE;
     send(64);
     EXPECT_THAT(platform.calls, ElementsAre(KEY));
 }
 
-TEST_F(FlowReport, ThatIsTooShortIsIgnored) {
+TEST_F(FlowReport, ReportThatIsTooShortIsIgnored) {
     for (const uint32_t length : {20U, 12U, 1U, 0U})
         send(length);
     EXPECT_THAT(platform.calls, IsEmpty());
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(FlowReport, IsOnlyAMessageOfTypeFour) {
+TEST_F(FlowReport, OnlyAMessageOfTypeFourIsAFlowReport) {
     for (const uint32_t type : {0U, 1U, 2U, 3U, 5U, 6U, 260U, 0x10004U, 0xFFFFFFFFU})
         send(21, type);
     EXPECT_THAT(platform.calls, IsEmpty());
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(FlowReport, WithoutAFlowCacheIsOnlyLogged) {
+TEST_F(FlowReport, ReportIsOnlyLoggedWithoutAFlowCache) {
     const installed_table none(nullptr);
     send(21);
     EXPECT_EQ(logged().size(), 1U);

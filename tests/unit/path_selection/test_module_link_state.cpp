@@ -1,3 +1,5 @@
+// What becomes of the tables when links come and go.
+#include "path_selection/module.h"
 #include "path_selection/paths_test.h"
 
 namespace {
@@ -12,11 +14,11 @@ protected:
     void SetUp() override {
         Paths::SetUp();
         add_bridge("br-lan", CONFIG_LOOP_AVOIDANCE);
-        add_port("eth0.1", 0);
-        add_port("plc0.1", 1);
-        add_port("wlan0.1", 2);
-        add_port("wlan1.1", 3);
-        add_port("wlan2.1", 4);
+        add_port("eth0.1", KOLT_LINK_ETHERNET);
+        add_port("plc0.1", KOLT_LINK_PLC);
+        add_port("wlan0.1", KOLT_LINK_2G);
+        add_port("wlan1.1", KOLT_LINK_5G);
+        add_port("wlan2.1", KOLT_LINK_5G_2);
         add_hd(1, 2, index_of("wlan0.1"));
     }
     lines change() {
@@ -43,7 +45,7 @@ struct link_row {
 };
 class LinkChoice : public LinkState, public testing::WithParamInterface<named_row<link_row>> {};
 
-TEST_P(LinkChoice, PrefersPowerLineThenTheFastestWifi) {
+TEST_P(LinkChoice, PowerLineIsChosenThenTheFastestWifi) {
     const link_row &row = GetParam().row;
     config_.ev.plc_state = row.plc;
     config_.ev.wifi_2g_state = row.wifi_2g;
@@ -83,11 +85,11 @@ TEST_F(LinkState, EthernetAloneFlushesTheTable) {
                 ElementsAre("bridgeFlushHDTable(br-lan)", "bridgeFlushHATable(br-lan)", "flush_all_fcache_flow()"));
 }
 
-TEST_F(LinkState, ActsOnAllBridgesBeforeTheNextStep) {
+TEST_F(LinkState, EachStepActsOnAllBridgesBeforeTheNext) {
     add_bridge("br-down", CONFIG_LOOP_AVOIDANCE, false);
     add_bridge("br-path", CONFIG_PATH_SELECTION);
     add_bridge("br-guest", CONFIG_LOOP_AVOIDANCE | CONFIG_PATH_SELECTION);
-    add_port("wlan5.1", 3, 0, 1, "br-guest");
+    add_port("wlan5.1", KOLT_LINK_5G, 0, 1, "br-guest");
     add_hd(3, 4, index_of("wlan5.1"));
     EXPECT_THAT(change(),
                 ElementsAre("bridgeFlushHDTable(br-lan)", "bridgeFlushHDTable(br-guest)", "bridgeFlushHATable(br-lan)",
@@ -98,7 +100,7 @@ TEST_F(LinkState, ActsOnAllBridgesBeforeTheNextStep) {
                             "bridgeFlushHATable(br-lan)", "bridgeFlushHATable(br-guest)", "flush_all_fcache_flow()"));
 }
 
-TEST_F(LinkState, GoesOnWhenTheLibraryRefuses) {
+TEST_F(LinkState, RefusalOfTheLibraryDoesNotEndTheSteps) {
     platform.fail("bridgeFlushHDTable", -1);
     platform.fail("bridgeFlushHATable", 1);
     platform.fail("flush_all_fcache_flow", -1);
@@ -107,18 +109,18 @@ TEST_F(LinkState, GoesOnWhenTheLibraryRefuses) {
                                       log_line{LOG_ERR, "path_selection_flush_table", "Error: bridgeFlushHATable"}));
 }
 
-TEST_F(LinkState, GoesOnWhenTheHdTableCannotBeFetched) {
+TEST_F(LinkState, HdTableThatCannotBeFetchedDoesNotEndTheSteps) {
     config_.ev.wifi_5g_state = 1;
     platform.fail("bridgeTableAction", -1);
     EXPECT_THAT(change(), ElementsAre("bridgeFlushHATable(br-lan)", "flush_all_fcache_flow()"));
 }
 
-TEST_F(LinkState, WithoutAFlowCacheStillActsOnTheTables) {
+TEST_F(LinkState, TablesAreChangedAlsoWithoutAFlowCache) {
     const installed_table none(nullptr);
     EXPECT_THAT(change(), ElementsAre("bridgeFlushHDTable(br-lan)", "bridgeFlushHATable(br-lan)"));
 }
 
-TEST_F(LinkState, DoesNotLookAtTheEventItself) {
+TEST_F(LinkState, EventItselfIsNotLookedAt) {
     path_selection_event_cb(&config_, nullptr, KOLT_EVENT_LINK_STATE, nullptr);
     EXPECT_EQ(take_calls().size(), 3U);
 }

@@ -1,3 +1,5 @@
+// Rows of the path table by interface index, and what the records hold at first.
+#include "path_selection/paths.h"
 #include "path_selection/paths_test.h"
 
 namespace {
@@ -7,54 +9,58 @@ using testing::IsEmpty;
 
 class PathByPort : public Paths {
 protected:
+    ps_path *row_of(uint32_t ifindex) {
+        interface_cache interfaces;
+        return path_selection_get_path_by_port(&interfaces, &rows_, ifindex);
+    }
     ps_path_table rows_;
 };
 
-TEST_F(PathByPort, IsTheRowWithTheNameOfTheInterface) {
+TEST_F(PathByPort, PathIsTheRowWithTheNameOfTheInterface) {
     const uint32_t index = add_interface("wlan1.1");
-    rows_[2] = make_path(2, "wlan0.1", 100, 0);
-    rows_[3] = make_path(3, "wlan1.1", 100, 0);
-    EXPECT_EQ(path_selection_get_path_by_port(&rows_, index), &rows_[3]);
+    rows_[2] = make_path(KOLT_LINK_2G, "wlan0.1", 100, 0);
+    rows_[3] = make_path(KOLT_LINK_5G, "wlan1.1", 100, 0);
+    EXPECT_EQ(row_of(index), &rows_[3]);
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(PathByPort, IsTheFirstOfTwoRowsWithTheSameName) {
+TEST_F(PathByPort, PathIsTheFirstOfTwoRowsWithTheSameName) {
     const uint32_t index = add_interface("wlan1.1");
-    rows_[2] = make_path(2, "wlan1.1", 100, 0);
-    rows_[4] = make_path(4, "wlan1.1", 100, 0);
-    EXPECT_EQ(path_selection_get_path_by_port(&rows_, index), &rows_[2]);
+    rows_[2] = make_path(KOLT_LINK_2G, "wlan1.1", 100, 0);
+    rows_[4] = make_path(KOLT_LINK_5G_2, "wlan1.1", 100, 0);
+    EXPECT_EQ(row_of(index), &rows_[2]);
 }
 
-TEST_F(PathByPort, IsNoneWhenNoRowHasTheName) {
+TEST_F(PathByPort, NoPathIsFoundWhenNoRowHasTheName) {
     const uint32_t index = add_interface("wlan1.1");
-    rows_[3] = make_path(3, "wlan1.10", 100, 0);
-    rows_[4] = make_path(4, "wlan1", 100, 0);
-    EXPECT_EQ(path_selection_get_path_by_port(&rows_, index), nullptr);
+    rows_[3] = make_path(KOLT_LINK_5G, "wlan1.10", 100, 0);
+    rows_[4] = make_path(KOLT_LINK_5G_2, "wlan1", 100, 0);
+    EXPECT_EQ(row_of(index), nullptr);
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(PathByPort, OfAnUnknownIndexIsAnError) {
-    rows_[3] = make_path(3, "wlan1.1", 100, 0);
-    EXPECT_EQ(path_selection_get_path_by_port(&rows_, 54321), nullptr);
-    EXPECT_EQ(path_selection_get_path_by_port(&rows_, 0), nullptr);
+TEST_F(PathByPort, UnknownIndexIsAnError) {
+    rows_[3] = make_path(KOLT_LINK_5G, "wlan1.1", 100, 0);
+    EXPECT_EQ(row_of(54321), nullptr);
+    EXPECT_EQ(row_of(0), nullptr);
     const log_line message{LOG_ERR, "path_selection_get_path_by_port", "Error: get interface name"};
     EXPECT_THAT(logged(), ElementsAre(message, message));
 }
 
-TEST_F(PathByPort, NeverTakesAnAbsentRowForAnUnknownIndex) {
-    EXPECT_EQ(path_selection_get_path_by_port(&rows_, 54321), nullptr) << "all names are empty";
+TEST_F(PathByPort, AbsentRowIsNeverThePathOfAnUnknownIndex) {
+    EXPECT_EQ(row_of(54321), nullptr) << "all names are empty";
 }
 
-TEST_F(PathByPort, ComparesAFieldWithoutATerminator) {
+TEST_F(PathByPort, FieldWithoutATerminatorIsCompared) {
     const uint32_t index = add_interface("abcdefghijklmno");
-    rows_[0] = make_path(0, "abcdefghijklmnop", 100, 0);
+    rows_[0] = make_path(KOLT_LINK_ETHERNET, "abcdefghijklmnop", 100, 0);
     memset(&rows_[0].path, 'x', sizeof rows_[0].path);
-    EXPECT_EQ(path_selection_get_path_by_port(&rows_, index), nullptr) << "16 characters are not the first 15";
-    rows_[1] = make_path(1, "abcdefghijklmno", 100, 0);
-    EXPECT_EQ(path_selection_get_path_by_port(&rows_, index), &rows_[1]);
+    EXPECT_EQ(row_of(index), nullptr) << "16 characters are not the first 15";
+    rows_[1] = make_path(KOLT_LINK_PLC, "abcdefghijklmno", 100, 0);
+    EXPECT_EQ(row_of(index), &rows_[1]);
 }
 
-TEST(PathHistory, StartsAllZero) {
+TEST(PathHistory, NewHistoryIsAllZero) {
     const path_selection_context fresh;
     EXPECT_EQ(fresh.configuration, nullptr);
     EXPECT_EQ(fresh.hd_sample_index, 0);
@@ -69,7 +75,7 @@ TEST(PathHistory, StartsAllZero) {
     }
 }
 
-TEST(PathHistory, HasTheWidthsOfItsFields) {
+TEST(PathHistory, HistoryHasTheWidthsOfItsFields) {
     const ps_path_history history;
     const ps_path row;
     EXPECT_EQ(sizeof history.rx_tx_factor, 1U);

@@ -1,4 +1,6 @@
+// The traffic of the paths in a period.
 #include "path_selection/measured_test.h"
+#include "path_selection/statistics.h"
 
 namespace {
 
@@ -54,20 +56,20 @@ protected:
     ps_path_history &history_ = path_selection_ctx.histories[KOLT_LINK_5G];
 };
 
-TEST_F(PathStatistics, AreRefusedWithoutATable) {
+TEST_F(PathStatistics, StatisticsAreRefusedWithoutATable) {
     EXPECT_EQ(path_selection_update_uplink_path_stats("br-lan", nullptr, &path_selection_ctx.histories), 0);
     EXPECT_EQ(path_selection_update_uplink_path_stats("br-lan", &paths_, nullptr), 0);
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(PathStatistics, OfNoPresentRowSucceed) {
+TEST_F(PathStatistics, StatisticsOfNoPresentRowSucceed) {
     paths_ = {};
     remove_file("/proc/net/dev");
     EXPECT_EQ(update(), 1);
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(PathStatistics, KeepTheCountersOfThisPeriodAndOfTheOneBefore) {
+TEST_F(PathStatistics, CountersOfThisPeriodAndOfTheOneBeforeAreKept) {
     EXPECT_EQ(update({100, 2, 300, 4}), 1);
     EXPECT_EQ(history_.prev_stat.rx_bytes, 0U);
     EXPECT_EQ(update({1100, 12, 1300, 14}), 1);
@@ -81,19 +83,18 @@ TEST_F(PathStatistics, KeepTheCountersOfThisPeriodAndOfTheOneBefore) {
     EXPECT_EQ(history_.cur_stat.tx_packets, 14U);
 }
 
-TEST_F(PathStatistics, RefreshTheInterfaceIndex) {
+TEST_F(PathStatistics, InterfaceIndexIsRefreshed) {
     history_.ifindex = 4711;
     {
         const test_interface port("wlan1.1", 40);
         EXPECT_EQ(update({1, 1, 1, 1}), 1);
         EXPECT_EQ(history_.ifindex, 40U);
     }
-    ps_forget_interfaces();
     EXPECT_EQ(update({1, 1, 1, 1}), 1);
     EXPECT_EQ(history_.ifindex, 0U) << "a name that the kernel does not know";
 }
 
-TEST_F(PathStatistics, TakeTheMeanOfTheDifferences) {
+TEST_F(PathStatistics, MeanOfTheDifferencesIsTaken) {
     ASSERT_EQ(update({5000, 50, 6000, 60}), 1);
     ASSERT_EQ(update({5000 + 14999, 50 + 10, 6000 + 900, 60 + 4}), 1);
     EXPECT_EQ(history_.rx_tx_factor, 2) << "10 / 4";
@@ -101,43 +102,12 @@ TEST_F(PathStatistics, TakeTheMeanOfTheDifferences) {
     EXPECT_EQ(history_.rx_selected, 1);
 }
 
-// ---- The packets received per packet sent
-
-struct factor_row {
-    const char *name;
-    uint64_t rx_packets;
-    uint64_t tx_packets;
-    int expected;
-};
-
-void PrintTo(const factor_row &row, std::ostream *out) {
-    *out << row.name;
-}
-
-class Factor : public PathStatistics, public testing::WithParamInterface<factor_row> {};
-
-INSTANTIATE_TEST_SUITE_P(Rows, Factor,
-                         testing::Values(factor_row{"Equal", 5, 5, 1}, factor_row{"Fewer", 4, 5, 1},
-                                         factor_row{"Twice", 10, 5, 2}, factor_row{"NearlyThrice", 14, 5, 2},
-                                         factor_row{"NoneSent", 7, 0, 7}, factor_row{"NoneReceived", 0, 7, 1},
-                                         factor_row{"None", 0, 0, 1}, factor_row{"Largest", 255, 1, 255},
-                                         factor_row{"TruncatedToZero", 256, 1, 1},
-                                         factor_row{"TruncatedToOne", 257, 1, 1},
-                                         factor_row{"TruncatedTo44", 300, 1, 44}),
-                         case_name);
-
-TEST_P(Factor, IsTruncatedToEightBitsAndAtLeastOne) {
-    const factor_row &row = GetParam();
-    EXPECT_EQ(update({0, row.rx_packets, 0, row.tx_packets}), 1);
-    EXPECT_EQ(history_.rx_tx_factor, row.expected);
-}
-
 TEST_F(PathStatistics, MeanSizeWithoutAnyPacketIsThatOfOne) {
     EXPECT_EQ(update({777, 0, 0, 0}), 1);
     EXPECT_EQ(history_.rx_pkt_size, 777U);
 }
 
-TEST_F(PathStatistics, SelectTheReceivingDirectionOnlyWhenItMovedMoreBytes) {
+TEST_F(PathStatistics, ReceivingDirectionIsSelectedOnlyWhenItMovedMoreBytes) {
     ASSERT_EQ(update({101, 1, 100, 1}), 1);
     EXPECT_EQ(history_.rx_selected, 1);
     ASSERT_EQ(update({201, 2, 200, 2}), 1);
@@ -172,7 +142,7 @@ TEST_F(PathStatistics, TotalWrapsAt32Bits) {
 
 // ---- The flow cache
 
-TEST_F(PathStatistics, AddWhatWentPastTheKernel) {
+TEST_F(PathStatistics, WhatWentPastTheKernelIsAdded) {
     const test_interface port("wlan1.1", 41);
     const installed_table installed(&cache_table);
     platform.fail("get_if_stat_from_fcache", 1);
@@ -188,7 +158,7 @@ TEST_F(PathStatistics, AddWhatWentPastTheKernel) {
     EXPECT_EQ(history_.data_rate[0], 4300U);
 }
 
-TEST_F(PathStatistics, ReplaceNoPacketByOneBeforeTheCachedOnesAreAdded) {
+TEST_F(PathStatistics, NoPacketIsReplacedByOneBeforeTheCachedOnesAreAdded) {
     const installed_table installed(&cache_table);
     platform.fail("get_if_stat_from_fcache", 1);
     cached_rx_bytes = 1000;
@@ -217,7 +187,7 @@ TEST_F(PathStatistics, PacketsThatWrapToZeroDoNotDivide) {
     EXPECT_EQ(history_.rx_tx_factor, 1);
 }
 
-TEST_F(PathStatistics, WithoutAFlowCacheAreTheKernelsAlone) {
+TEST_F(PathStatistics, KernelsCountersStandAloneWithoutAFlowCache) {
     const installed_table installed(nullptr);
     ASSERT_EQ(update({500, 5, 100, 5}), 1);
     EXPECT_EQ(history_.rx_pkt_size, 100U);
@@ -244,7 +214,7 @@ TEST_F(PathStatistics, TotalsMoveDownAndTheLastSlotKeepsItsOwn) {
 
 // ---- Several rows, failure and log
 
-TEST_F(PathStatistics, AreTakenOfEveryPresentRow) {
+TEST_F(PathStatistics, StatisticsAreTakenOfEveryPresentRow) {
     add_row(KOLT_LINK_ETHERNET, "eth0");
     add_row(KOLT_LINK_5G_2, "wlan2.1");
     write_file("/proc/net/dev",
@@ -258,7 +228,7 @@ TEST_F(PathStatistics, AreTakenOfEveryPresentRow) {
     EXPECT_EQ(histories[4].data_rate[0], 3U);
 }
 
-TEST_F(PathStatistics, EndAtARowWithoutCounters) {
+TEST_F(PathStatistics, StatisticsEndAtARowWithoutCounters) {
     add_row(KOLT_LINK_2G, "wlan0.1");
     add_row(KOLT_LINK_5G_2, "wlan2.1");
     history_.cur_stat.rx_bytes = 42;
@@ -285,7 +255,7 @@ TEST_F(PathStatistics, FailureIsToldAtEveryLevelWithANameThatFillsItsField) {
     EXPECT_THAT(logged_texts(), ElementsAre("Error: get wlan1-abcdefghij stat failed"));
 }
 
-TEST_F(PathStatistics, AreToldAtDebugLevelWithTheCachedBytes) {
+TEST_F(PathStatistics, StatisticsAreToldAtDebugLevelWithTheCachedBytes) {
     const at_log_level debug(2);
     const installed_table installed(&cache_table);
     platform.fail("get_if_stat_from_fcache", 1);
@@ -297,7 +267,7 @@ TEST_F(PathStatistics, AreToldAtDebugLevelWithTheCachedBytes) {
                                                "diff_tx_bytes: -1294967196"}));
 }
 
-TEST_F(PathStatistics, AreNotToldBelowDebugLevel) {
+TEST_F(PathStatistics, StatisticsAreNotToldBelowDebugLevel) {
     const at_log_level info(1);
     ASSERT_EQ(update({200, 4, 100, 4}), 1);
     EXPECT_THAT(logged(), IsEmpty());

@@ -1,3 +1,4 @@
+// One bridge's share of a period: its clients in turn, and what comes before them.
 #include "path_selection/uplink_test.h"
 
 namespace {
@@ -8,9 +9,9 @@ using testing::IsEmpty;
 
 // ---- What is done for each client
 
-TEST_F(Uplink, HandlesTheClientsInTheirOrder) {
-    add_wifi("wlan0", 2, 100, 20);
-    add_wifi("wlan1", 3, 300, 20);
+TEST_F(Uplink, ClientsAreHandledInTheirOrder) {
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 20);
+    add_wifi("wlan1", KOLT_LINK_5G, 300, 20);
     add_client(7, "eth0");
     add_client(3, "eth0");
     add_client(5, "wlan0.1");
@@ -26,8 +27,8 @@ TEST_F(Uplink, HandlesTheClientsInTheirOrder) {
     }
 }
 
-TEST_F(Uplink, IsSilentBelowDebugLevel) {
-    add_wifi("wlan0", 2, 100, 20);
+TEST_F(Uplink, UplinkIsSilentBelowDebugLevel) {
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 20);
     add_client(1, "eth0");
     log_level = KOLT_LOG_INFO;
     run();
@@ -35,9 +36,9 @@ TEST_F(Uplink, IsSilentBelowDebugLevel) {
     EXPECT_THAT(placements(), ElementsAre(placement(1, "wlan0.1")));
 }
 
-TEST_F(Uplink, SkipsTheClientsBehindARelayPort) {
-    add_wifi("wlan0", 2, 100, 20);
-    add_port("eth1", 0, 1, 0);
+TEST_F(Uplink, ClientsBehindARelayPortAreSkipped) {
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 20);
+    add_port("eth1", KOLT_LINK_ETHERNET, 1, 0);
     add_client(1, "eth1");
     add_client(2, "eth0");
     run();
@@ -45,9 +46,9 @@ TEST_F(Uplink, SkipsTheClientsBehindARelayPort) {
     EXPECT_THAT(placements(), ElementsAre(placement(2, "wlan0.1")));
 }
 
-TEST_F(Uplink, TakesOnlyARelayFlagOfOneForRelayButLogsEveryOther) {
-    add_wifi("wlan0", 2, 100, 20);
-    add_port("eth1", 0, 2, 0);
+TEST_F(Uplink, OnlyARelayFlagOfOneIsRelayButEveryOtherIsLogged) {
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 20);
+    add_port("eth1", KOLT_LINK_ETHERNET, 2, 0);
     add_client(1, "eth1");
     run();
     EXPECT_THAT(texts(),
@@ -55,8 +56,8 @@ TEST_F(Uplink, TakesOnlyARelayFlagOfOneForRelayButLogsEveryOther) {
     EXPECT_THAT(placements(), ElementsAre(placement(1, "wlan0.1")));
 }
 
-TEST_F(Uplink, LogsAClientWhosePortIsGoneAndGoesOn) {
-    add_wifi("wlan0", 2, 100, 20);
+TEST_F(Uplink, ClientWhosePortIsGoneIsLoggedAndTheNextHandled) {
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 20);
     run_with_clients({make_client(1, 54321), make_client(2, index_of("eth0"))});
     EXPECT_THAT(texts(),
                 ElementsAre(preference(5, 0, 0), "Error: error ifname", client_line(2), choice("wlan0.1", "wlan0.1")));
@@ -64,12 +65,12 @@ TEST_F(Uplink, LogsAClientWhosePortIsGoneAndGoesOn) {
     EXPECT_THAT(placements(), ElementsAre(placement(2, "wlan0.1")));
 }
 
-TEST_F(Uplink, LooksAtTheClientsPortBeforeItsRelayFlag) {
+TEST_F(Uplink, PortOfAClientIsLookedAtBeforeItsRelayFlag) {
     run_with_clients({make_client(1, 54321, 1)});
     EXPECT_THAT(texts(), ElementsAre(preference(5, 0, 0), "Error: error ifname"));
 }
 
-TEST_F(Uplink, AsksForThePortsNameAgainInEachPeriod) {
+TEST_F(Uplink, NameOfThePortIsAskedForAgainInEachPeriod) {
     const uint32_t index = add_interface("eth5");
     run_with_clients({make_client(1, index)});
     EXPECT_THAT(texts(), ElementsAre(preference(5, 0, 0), client_line(1, "eth5")));
@@ -78,7 +79,7 @@ TEST_F(Uplink, AsksForThePortsNameAgainInEachPeriod) {
     EXPECT_THAT(texts(), ElementsAre(preference(5, 0, 0), "Error: error ifname"));
 }
 
-TEST_F(Uplink, LeavesClientsUntouchedWithoutAUsablePath) {
+TEST_F(Uplink, ClientsStayUntouchedWithoutAUsablePath) {
     add_client(1, "eth0");
     add_client(2, "eth0");
     run();
@@ -86,8 +87,8 @@ TEST_F(Uplink, LeavesClientsUntouchedWithoutAUsablePath) {
     EXPECT_THAT(placements(), IsEmpty());
 }
 
-TEST_F(Uplink, WritesNothingForAClientThatIsThereAlready) {
-    add_wifi("wlan0", 2, 100, 20);
+TEST_F(Uplink, NothingIsWrittenForAClientThatIsThereAlready) {
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 20);
     add_client(1, "eth0");
     add_hd(1, 200, index_of("wlan0.1"));
     run();
@@ -95,17 +96,17 @@ TEST_F(Uplink, WritesNothingForAClientThatIsThereAlready) {
     EXPECT_THAT(placements(), IsEmpty());
 }
 
-TEST_F(Uplink, NeverPlacesAClientLearntOnPowerLine) {
-    add_wifi("wlan0", 2, 100, 20);
-    add_port("plc0", 1, 0, 0);
+TEST_F(Uplink, ClientLearntOnPowerLineIsNeverPlaced) {
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 20);
+    add_port("plc0", KOLT_LINK_PLC, 0, 0);
     add_client(1, "plc0");
     run();
     EXPECT_THAT(texts(), ElementsAre(preference(5, 0, 0), client_line(1, "plc0"), choice("wlan0.1", "wlan0.1")));
     EXPECT_THAT(placements(), IsEmpty());
 }
 
-TEST_F(Uplink, ComparesPowerLineClientsWithAnAllZeroReference) {
-    add_wifi("wlan0", 2, 100, 20);
+TEST_F(Uplink, PowerLineClientsAreComparedWithAnAllZeroReference) {
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 20);
     kolt_client client = make_client(1, index_of("eth0"));
     client.type = KOLT_LINK_PLC;
     std::fill(std::begin(client.mac), std::end(client.mac), uint8_t{0});
@@ -114,19 +115,19 @@ TEST_F(Uplink, ComparesPowerLineClientsWithAnAllZeroReference) {
                                           ", wlan0.1, wlan0.1, 0)"));
 }
 
-TEST_F(Uplink, PassesTheMacOfTheBridgeAtHand) {
+TEST_F(Uplink, MacOfTheBridgeAtHandIsPassed) {
     add_bridge("br-guest");
-    add_wifi("wlan0", 2, 100, 20);
-    add_wifi("wlan5", 2, 100, 20, "br-guest");
-    add_port("eth1", 0, 0, 0, "br-guest");
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 20);
+    add_wifi("wlan5", KOLT_LINK_2G, 100, 20, "br-guest");
+    add_port("eth1", KOLT_LINK_ETHERNET, 0, 0, "br-guest");
     add_client(1, "eth0");
     add_client(2, "eth1");
     run();
     EXPECT_THAT(placements(), ElementsAre(placement(1, "wlan0.1"), placement(2, "wlan5.1", "br-guest", 201)));
 }
 
-TEST_F(Uplink, HandlesAsManyClientsAsAListCanCount) {
-    add_wifi("wlan0", 2, 100, 20);
+TEST_F(Uplink, AsManyClientsAsAListCanCountAreHandled) {
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 20);
     lines expected;
     for (unsigned int i = 1; i <= 255; i++) {
         add_client(static_cast<uint8_t>(i), "eth0");
@@ -138,8 +139,8 @@ TEST_F(Uplink, HandlesAsManyClientsAsAListCanCount) {
 
 // ---- What comes before the clients
 
-TEST_F(Uplink, WithoutABridgeMacEndsBeforeAnyMeasurement) {
-    add_wifi("wlan0", 2, 100, 90);
+TEST_F(Uplink, BridgeWithoutAMacIsNotMeasured) {
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 90);
     add_client(1, "eth0");
     drop_interface("br-lan");
     for (const uint8_t status : {uint8_t{0}, uint8_t{1}, uint8_t{7}}) {
@@ -154,10 +155,10 @@ TEST_F(Uplink, WithoutABridgeMacEndsBeforeAnyMeasurement) {
     }
 }
 
-TEST_F(Uplink, WithWlanOffMeasuresNothing) {
+TEST_F(Uplink, NothingIsMeasuredWithWlanOff) {
     config_.param.wlan_enable = 0;
     config_.param.backhual_prefered = 1;
-    add_wifi("wlan0", 2, 100, 90);
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 90);
     add_client(1, "eth0");
     platform.fail("is_5g_low_noise", 1);
     run();
@@ -168,22 +169,22 @@ TEST_F(Uplink, WithWlanOffMeasuresNothing) {
     EXPECT_EQ(path_selection_ctx.last_adjust_status, 0) << "no path is overloaded";
 }
 
-TEST_F(Uplink, StartsEachBridgeWithAnEmptyPathTable) {
+TEST_F(Uplink, EachBridgeStartsWithAnEmptyPathTable) {
     add_bridge("br-guest");
-    add_wifi("wlan0", 2, 100, 20);
-    add_wifi("wlan1", 3, 300, 20);
-    add_wifi("wlan5", 2, 100, 20, "br-guest");
-    add_port("eth1", 0, 0, 0, "br-guest");
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 20);
+    add_wifi("wlan1", KOLT_LINK_5G, 300, 20);
+    add_wifi("wlan5", KOLT_LINK_2G, 100, 20, "br-guest");
+    add_port("eth1", KOLT_LINK_ETHERNET, 0, 0, "br-guest");
     add_client(2, "eth1");
     run();
     EXPECT_THAT(placements(), ElementsAre(placement(2, "wlan5.1", "br-guest", 201)))
         << "the 5 GHz path is the other bridge's";
 }
 
-TEST_F(Uplink, TestsTheLoadBeforeItSetsTheQuotas) {
+TEST_F(Uplink, LoadIsTestedBeforeTheQuotasAreSet) {
     // Both tests are over before the quota lines are written; the full-load test tells which path is lighter.
-    add_wifi("wlan0", 2, 100, 90);
-    add_wifi("wlan1", 3, 300, 75);
+    add_wifi("wlan0", KOLT_LINK_2G, 100, 90);
+    add_wifi("wlan1", KOLT_LINK_5G, 300, 75);
     add_client(1, "eth0");
     run();
     lines order;

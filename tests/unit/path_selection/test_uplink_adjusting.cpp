@@ -1,3 +1,4 @@
+// When streams are moved, and when not yet.
 #include "path_selection/uplink_test.h"
 
 namespace {
@@ -12,8 +13,8 @@ protected:
     static constexpr uint32_t STREAM = 64 * 5000 * 30;
     void SetUp() override {
         Uplink::SetUp();
-        add_wifi("wlan0", 2, 100, 90);
-        add_wifi("wlan1", 3, 300, 20);
+        add_wifi("wlan0", KOLT_LINK_2G, 100, 90);
+        add_wifi("wlan1", KOLT_LINK_5G, 300, 20);
         add_client(1, "eth0");
         add_hd(1, 200, index_of("wlan0.1"));
         add_stream(1, "wlan0.1", STREAM);
@@ -43,7 +44,7 @@ protected:
 constexpr bool CALM = false;
 constexpr bool ADJUSTS = true;
 
-TEST_F(Adjusting, MovesStreamsInTheFirstPeriodOfTheProcessAlready) {
+TEST_F(Adjusting, FirstPeriodOfTheProcessMovesStreamsAlready) {
     EXPECT_EQ(period(), (outcome{ADJUSTS, 1}));
 }
 
@@ -75,7 +76,7 @@ TEST_F(Adjusting, OnlyAStatusOfOneCounts) {
     EXPECT_EQ(period(), (outcome{ADJUSTS, 0}));
 }
 
-TEST_F(Adjusting, MovesTheStreamToTheBestPathNotToTheHdPath) {
+TEST_F(Adjusting, StreamIsMovedToTheBestPathNotToTheHdPath) {
     config_.param.backhual_prefered = 1; // 2.4 GHz
     platform.fail("is_5g_low_noise", 1);
     platform.tables.erase(1);
@@ -86,7 +87,7 @@ TEST_F(Adjusting, MovesTheStreamToTheBestPathNotToTheHdPath) {
     EXPECT_THAT(calls_of("bridgeSetHATableEntries")[0], testing::HasSubstr(", wlan1.1, "));
 }
 
-TEST_F(Adjusting, WritesTheHdEntryBeforeItMovesTheStreams) {
+TEST_F(Adjusting, HdEntryIsWrittenBeforeTheStreamsAreMoved) {
     run();
     lines writes = platform.calls;
     std::erase_if(writes, [](const std::string &call) {
@@ -96,12 +97,12 @@ TEST_F(Adjusting, WritesTheHdEntryBeforeItMovesTheStreams) {
     EXPECT_THAT(writes[0], testing::StartsWith("bridgeAddHDTableEntries"));
 }
 
-TEST_F(Adjusting, MovesNoStreamsOfAClientThatCouldNotBePlaced) {
+TEST_F(Adjusting, StreamsOfAClientThatCouldNotBePlacedAreNotMoved) {
     platform.fail("bridgeAddHDTableEntries", -1);
     EXPECT_EQ(period(), (outcome{ADJUSTS, 0}));
 }
 
-TEST_F(Adjusting, MovesStreamsOfAClientThatIsThereAlready) {
+TEST_F(Adjusting, StreamsOfAClientThatIsThereAlreadyAreMoved) {
     platform.tables.erase(1);
     add_hd(1, 200, index_of("wlan1.1"));
     run();
@@ -109,10 +110,10 @@ TEST_F(Adjusting, MovesStreamsOfAClientThatIsThereAlready) {
     EXPECT_EQ(calls_of("bridgeSetHATableEntries").size(), 1U);
 }
 
-TEST_F(Adjusting, GoesOnWithoutStreamsWhenTheHaTableCannotBeFetched) {
+TEST_F(Adjusting, ClientsArePlacedThoughTheHaTableCannotBeFetched) {
     platform.fail("bridgeTableAction", -1, 3); // behind the forwarding and the HD table
     clear_log();
-    path_selection_run_period(&config_);
+    run_period();
     EXPECT_THAT(logged_texts("kolt_get_client_list_ha_entries"), ElementsAre("Error: update ha entires failed"));
     EXPECT_EQ(placements().size(), 1U);
     EXPECT_THAT(calls_of("bridgeSetHATableEntries"), IsEmpty());
@@ -141,13 +142,13 @@ protected:
     }
 };
 
-TEST_F(Estimating, WeighsSmallPacketsByThePathsTraffic) {
+TEST_F(Estimating, SmallPacketsAreWeighedByThePathsTraffic) {
     run();
     EXPECT_EQ(calls_of("get_if_stat_from_fcache").size(), 2U) << "of both present paths";
     EXPECT_TRUE(estimated());
 }
 
-TEST_F(Estimating, ReadsTheStreamsBeforeTheStatistics) {
+TEST_F(Estimating, StreamsAreReadBeforeTheStatistics) {
     run();
     const auto position = [](const std::string &call) {
         return std::ranges::find_if(platform.calls, [&](const std::string &one) { return one.starts_with(call); });
@@ -156,23 +157,23 @@ TEST_F(Estimating, ReadsTheStreamsBeforeTheStatistics) {
     EXPECT_LT(position("get_maximal_ha_entries_from_fcache"), position("get_if_stat_from_fcache"));
 }
 
-TEST_F(Estimating, IsNotDoneWhenItIsOff) {
+TEST_F(Estimating, NothingIsEstimatedWhenItIsOff) {
     config_.param.estimate_ack_enable = 0;
     run();
     EXPECT_THAT(calls_of("get_if_stat_from_fcache"), IsEmpty());
     EXPECT_FALSE(estimated());
 }
 
-TEST_F(Estimating, IsNotDoneInACalmPeriod) {
+TEST_F(Estimating, NothingIsEstimatedInACalmPeriod) {
     set_load(50);
     run();
     EXPECT_THAT(calls_of("get_if_stat_from_fcache"), IsEmpty());
 }
 
-TEST_F(Estimating, IsNotDoneWhenACounterCannotBeRead) {
-    set_link(4, true);
+TEST_F(Estimating, NothingIsEstimatedWhenACounterCannotBeRead) {
+    set_link(KOLT_LINK_5G_2, true);
     driver.radios["wlan2"] = {.tx_rate = 100, .rx_rate = 100, .util = 20};
-    add_port("wlan2", 4); // the path is called "wlan2.1", which has no counters
+    add_port("wlan2", KOLT_LINK_5G_2); // the path is called "wlan2.1", which has no counters
     run();
     EXPECT_THAT(logged_texts("path_selection_update_uplink_path_stats"),
                 testing::Contains("Error: get wlan2.1 stat failed"));
@@ -187,9 +188,9 @@ protected:
     void SetUp() override {
         Adjusting::SetUp();
         add_bridge("br-guest");
-        add_wifi("wlan5", 2, 100, 90, "br-guest");
-        add_wifi("wlan6", 3, 300, 20, "br-guest");
-        add_port("eth1", 0, 0, 0, "br-guest");
+        add_wifi("wlan5", KOLT_LINK_2G, 100, 90, "br-guest");
+        add_wifi("wlan6", KOLT_LINK_5G, 300, 20, "br-guest");
+        add_port("eth1", KOLT_LINK_ETHERNET, 0, 0, "br-guest");
         add_client(2, "eth1");
         add_hd(2, 201, index_of("wlan5.1"));
         add_stream(2, "wlan5.1", STREAM);
@@ -204,7 +205,7 @@ protected:
     }
 };
 
-TEST_F(TwoBridges, BothMoveStreamsWhenBothAreOverloaded) {
+TEST_F(TwoBridges, BothBridgesMoveStreamsWhenBothAreOverloaded) {
     EXPECT_THAT(moved(), ElementsAre("br-lan", "br-guest"));
     EXPECT_THAT(moved(), ElementsAre("br-lan", "br-guest"));
 }
@@ -251,6 +252,21 @@ TEST_F(TwoBridges, PeriodOfAnotherWorkModeLeavesTheStatus) {
     path_selection_ctx.last_adjust_status = 0;
     run();
     EXPECT_EQ(path_selection_ctx.last_adjust_status, 0);
+}
+
+// The interface that both clients were learnt on goes while the parent is told of the first one's stream.
+TEST_F(Adjusting, ClientBehindAWaitIsLookedUpAnew) {
+    const uint32_t port = add_interface("eth5");
+    write_file("/tmp/work_mode", R"({"work_mode": "RE", "parent_mac": "AA:BB:CC:0D:0E:0F"})");
+    netlink.silent = true;
+    netlink.at_request = [this] { drop_interface("eth5"); };
+    std::vector<kolt_client> clients = {make_client(1, port), make_client(2, port)};
+    for (kolt_client &client : clients)
+        client.hd_port = index_of("wlan0.1");
+    run_with_clients(clients);
+    EXPECT_EQ(calls_of("bridgeSetHATableEntries").size(), 1U) << "the first client's stream was moved";
+    EXPECT_THAT(texts(), testing::Contains("Error: error ifname").Times(1));
+    EXPECT_THAT(texts(), testing::Not(testing::Contains(client_line(2, "eth5"))));
 }
 
 } // namespace

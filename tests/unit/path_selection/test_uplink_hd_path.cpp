@@ -1,3 +1,4 @@
+// The path that clients are pinned to: the preferred one, and the majority's.
 #include "path_selection/uplink_test.h"
 
 namespace {
@@ -11,9 +12,9 @@ class HdPath : public Uplink {
 protected:
     void SetUp() override {
         Uplink::SetUp();
-        add_wifi("wlan0", 2, 300, 10); // quota 9000
-        add_wifi("wlan1", 3, 300, 50); // quota 5000
-        add_wifi("wlan2", 4, 300, 60); // quota 4000
+        add_wifi("wlan0", KOLT_LINK_2G, 300, 10);   // quota 9000
+        add_wifi("wlan1", KOLT_LINK_5G, 300, 50);   // quota 5000
+        add_wifi("wlan2", KOLT_LINK_5G_2, 300, 60); // quota 4000
         add_client(1, "eth0");
         config_.param.rate_threshold = 4;
     }
@@ -42,7 +43,7 @@ struct backhaul_row {
 };
 class PreferedBackhaul : public HdPath, public testing::WithParamInterface<named_row<backhaul_row>> {};
 
-TEST_P(PreferedBackhaul, IsOneMoreThanTheConfiguredValue) {
+TEST_P(PreferedBackhaul, PreferedBackhaulIsOneMoreThanTheConfiguredValue) {
     const backhaul_row &row = GetParam().row;
     config_.param.backhual_prefered = row.prefered;
     make_quiet();
@@ -64,10 +65,10 @@ INSTANTIATE_TEST_SUITE_P(
                     backhaul_row{"LargestNoRow", 255, 256, 0, "wlan0.1", {}}),
     row_name<backhaul_row>);
 
-TEST_F(HdPath, RoutesEveryNonrelayClientToThePreferedBackhaul) {
+TEST_F(HdPath, EveryNonrelayClientIsRoutedToThePreferedBackhaul) {
     config_.param.backhual_prefered = 2;
     make_quiet();
-    add_port("eth1", 0, 1, 0);
+    add_port("eth1", KOLT_LINK_ETHERNET, 1, 0);
     add_client(2, "eth1");
     add_client(3, "eth0");
     run();
@@ -75,13 +76,13 @@ TEST_F(HdPath, RoutesEveryNonrelayClientToThePreferedBackhaul) {
     EXPECT_EQ(calls_of("is_5g_low_noise").size(), 1U) << "judged once, not for each client";
 }
 
-TEST_F(HdPath, IsTheBestPathWhenThePreferedOneIsNoisy) {
+TEST_F(HdPath, BestPathIsTakenWhenThePreferedOneIsNoisy) {
     config_.param.backhual_prefered = 2;
     run();
     EXPECT_THAT(texts(), ElementsAre(preference(3, 2, 0), client_line(1), choice("wlan0.1", "wlan0.1")));
 }
 
-TEST_F(HdPath, IsTheBestPathWhenThePreferedOneIsTooSlow) {
+TEST_F(HdPath, BestPathIsTakenWhenThePreferedOneIsTooSlow) {
     config_.param.backhual_prefered = 2;
     config_.param.rate_threshold = 300;
     make_quiet();
@@ -89,16 +90,16 @@ TEST_F(HdPath, IsTheBestPathWhenThePreferedOneIsTooSlow) {
     EXPECT_THAT(texts(), ElementsAre(preference(3, 2, 0), client_line(1), choice("wlan0.1", "wlan0.1")));
 }
 
-TEST_F(HdPath, IsTheBestPathWhenThePreferedOneIsAbsent) {
+TEST_F(HdPath, BestPathIsTakenWhenThePreferedOneIsAbsent) {
     config_.param.backhual_prefered = 2;
     make_quiet();
-    set_link(3, false);
+    set_link(KOLT_LINK_5G, false);
     run();
     EXPECT_THAT(texts(), ElementsAre(preference(3, 2, 0), client_line(1), choice("wlan0.1", "wlan0.1")));
     EXPECT_THAT(calls_of("is_5g_low_noise"), IsEmpty());
 }
 
-TEST_F(HdPath, IsJudgedBehindTheStreams) {
+TEST_F(HdPath, HdPathIsJudgedBehindTheStreams) {
     config_.param.backhual_prefered = 2;
     make_quiet();
     driver.radios["wlan2"].util = 90;
@@ -112,7 +113,7 @@ TEST_F(HdPath, IsJudgedBehindTheStreams) {
     EXPECT_THAT(order, ElementsAre("bridgeTableAction", "is_5g_low_noise", "bridgeAddHDTableEntries"));
 }
 
-TEST_F(HdPath, WithoutACpuLimitRecordsNothing) {
+TEST_F(HdPath, NoChoiceIsRecordedWithoutACpuLimit) {
     config_.param.backhual_prefered = 2;
     make_quiet();
     run();
@@ -129,18 +130,18 @@ protected:
         config_.param.cpu_limit = 1;
     }
     static void fill_ring(std::vector<int32_t> types) {
-        std::ranges::copy(types, path_selection_ctx.hd_sample_ring);
+        std::ranges::copy(types, path_selection_ctx.hd_sample_ring.begin());
         path_selection_ctx.hd_sample_index = static_cast<uint8_t>(types.size());
     }
 };
 
-TEST_F(CpuLimit, TakesTheBestPathForTheCandidate) {
+TEST_F(CpuLimit, BestPathIsTheCandidate) {
     run();
     EXPECT_THAT(ring(1), ElementsAre("2"));
     EXPECT_THAT(texts(), ElementsAre(preference(5, 0, 0), client_line(1), choice("wlan0.1", "wlan0.1")));
 }
 
-TEST_F(CpuLimit, TakesTheMajorityOfTheChoicesForThePath) {
+TEST_F(CpuLimit, MajorityOfTheChoicesIsThePath) {
     fill_ring({4, 4});
     run();
     EXPECT_THAT(ring(3), ElementsAre("4", "4", "2"));
@@ -148,7 +149,7 @@ TEST_F(CpuLimit, TakesTheMajorityOfTheChoicesForThePath) {
     EXPECT_THAT(placements(), ElementsAre(placement(1, "wlan2.1")));
 }
 
-TEST_F(CpuLimit, RecordsTheFirstClientOfTheListOnly) {
+TEST_F(CpuLimit, OnlyTheFirstClientOfTheListIsRecorded) {
     for (const int client : {2, 3, 4})
         add_client(static_cast<uint8_t>(client), "eth0");
     run();
@@ -158,8 +159,8 @@ TEST_F(CpuLimit, RecordsTheFirstClientOfTheListOnly) {
     EXPECT_THAT(ring(2), ElementsAre("2", "2"));
 }
 
-TEST_F(CpuLimit, RecordsNothingWhenTheFirstClientIsSkipped) {
-    add_port("eth1", 0, 1, 0);
+TEST_F(CpuLimit, NothingIsRecordedWhenTheFirstClientIsSkipped) {
+    add_port("eth1", KOLT_LINK_ETHERNET, 1, 0);
     platform.tables.clear();
     add_client(9, "eth1"); // behind a relay port
     add_client(1, "eth0");
@@ -171,16 +172,16 @@ TEST_F(CpuLimit, RecordsNothingWhenTheFirstClientIsSkipped) {
     EXPECT_THAT(ring(0), IsEmpty());
 }
 
-TEST_F(CpuLimit, RecordsOneChoiceForEachBridge) {
+TEST_F(CpuLimit, OneChoiceIsRecordedForEachBridge) {
     add_bridge("br-guest");
-    add_wifi("wlan5", 3, 300, 50, "br-guest");
-    add_port("eth1", 0, 0, 0, "br-guest");
+    add_wifi("wlan5", KOLT_LINK_5G, 300, 50, "br-guest");
+    add_port("eth1", KOLT_LINK_ETHERNET, 0, 0, "br-guest");
     add_client(2, "eth1");
     run();
     EXPECT_THAT(ring(2), ElementsAre("2", "3"));
 }
 
-TEST_F(CpuLimit, TakesThe5GRowForTheCandidateWhenThePreferenceHolds) {
+TEST_F(CpuLimit, CandidateIsThe5GRowWhenThePreferenceHolds) {
     config_.param.backhual_prefered = 2;
     make_quiet();
     run();
@@ -188,7 +189,7 @@ TEST_F(CpuLimit, TakesThe5GRowForTheCandidateWhenThePreferenceHolds) {
     EXPECT_THAT(texts(), ElementsAre(preference(3, 2, 1), client_line(1), choice("wlan1.1", "wlan0.1")));
 }
 
-TEST_F(CpuLimit, TakesThe5GRowForTheCandidateAlsoWhenAnotherBackhaulIsPrefered) {
+TEST_F(CpuLimit, CandidateIsThe5GRowAlsoWhenAnotherBackhaulIsPrefered) {
     make_quiet();
     config_.param.backhual_prefered = 3; // names 5G_2
     run();
@@ -200,7 +201,7 @@ TEST_F(CpuLimit, TakesThe5GRowForTheCandidateAlsoWhenAnotherBackhaulIsPrefered) 
     EXPECT_THAT(texts(), ElementsAre(preference(2, 1, 1), client_line(1), choice("wlan1.1", "wlan0.1")));
 }
 
-TEST_F(CpuLimit, TakesTheBestPathForTheCandidateWhenThePreferenceDoesNotHold) {
+TEST_F(CpuLimit, CandidateIsTheBestPathWhenThePreferenceDoesNotHold) {
     config_.param.backhual_prefered = 3;
     run();
     EXPECT_THAT(ring(1), ElementsAre("2"));
@@ -208,28 +209,28 @@ TEST_F(CpuLimit, TakesTheBestPathForTheCandidateWhenThePreferenceDoesNotHold) {
 }
 
 // The absent 5G row is all zero, its own type included, and so stands for type 0.
-TEST_F(CpuLimit, WithAnAbsent5GRowRecordsTypeZeroAndPassesAnEmptyName) {
+TEST_F(CpuLimit, Absent5GRowRecordsTypeZeroAndPassesAnEmptyName) {
     config_.param.backhual_prefered = 3;
     make_quiet();
-    set_link(3, false);
+    set_link(KOLT_LINK_5G, false);
     run();
     EXPECT_THAT(ring(1), ElementsAre("0"));
     EXPECT_THAT(texts(), ElementsAre(preference(4, 3, 1), client_line(1), choice("", "wlan0.1")));
     EXPECT_THAT(placements(), ElementsAre(placement(1, "")));
 }
 
-TEST_F(CpuLimit, WithAnAbsent5GRowStillFollowsTheMajority) {
+TEST_F(CpuLimit, MajorityIsFollowedAlsoWithAnAbsent5GRow) {
     config_.param.backhual_prefered = 3;
     make_quiet();
-    set_link(3, false);
+    set_link(KOLT_LINK_5G, false);
     fill_ring({4, 4});
     run();
     EXPECT_THAT(ring(3), ElementsAre("4", "4", "0"));
     EXPECT_THAT(texts(), ElementsAre(preference(4, 3, 1), client_line(1), choice("wlan2.1", "wlan0.1")));
 }
 
-TEST_F(CpuLimit, FallsBackToTheCandidateWhenTheMajorityIsAbsent) {
-    set_link(4, false);
+TEST_F(CpuLimit, CandidateIsThePathWhenTheMajorityIsAbsent) {
+    set_link(KOLT_LINK_5G_2, false);
     fill_ring({4, 4});
     run();
     EXPECT_THAT(texts(), ElementsAre(preference(5, 0, 0), client_line(1), choice("wlan0.1", "wlan0.1")));

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "path_selection/paths_test.h"
+#include "path_selection/uplink.h"
 #include "probes/ports.h"
 
 class Uplink : public Paths {
@@ -18,7 +19,7 @@ protected:
         param.wifi_rate_check = 1;
         param.rate_abnormal_threshold = 13;
         add_bridge("br-lan");
-        add_port("eth0", 0, 0, 0);
+        add_port("eth0", KOLT_LINK_ETHERNET, 0, 0);
         log_level = KOLT_LOG_DEBUG;
     }
 
@@ -26,18 +27,19 @@ protected:
     void run() {
         clear_log();
         platform.calls.clear();
-        path_selection_run_period(&config_);
+        run_period();
     }
 
     // The body of a period for a list of clients that no bridge table could give.
     void run_with_clients(std::vector<kolt_client> clients) {
         kolt_client_list list{.count = static_cast<uint8_t>(clients.size()), .clients = clients.data()};
-        config_interface *ports[CONFIG_MAX_INTERFACES];
-        const auto count = static_cast<uint8_t>(kolt_get_path_ports(&config_, "br-lan", ports));
-        const kolt_interface_list paths{.count = count, .interfaces = ports};
+        kolt_port_list ports;
+        (void)kolt_get_path_ports(&config_, "br-lan", &ports);
+        const kolt_interface_list paths = ports.list();
+        kolt_stream_ranking ranking;
         clear_log();
         platform.calls.clear();
-        path_selection_update_uplink_paths(&config_, "br-lan", &paths, &paths, &list);
+        path_selection_update_uplink_paths(&config_, "br-lan", &paths, &paths, &list, &ranking);
     }
     static kolt_client make_client(uint8_t number, uint32_t port, uint8_t relay = 0) {
         kolt_client client;

@@ -1,6 +1,8 @@
 // What the tests of the client list share: a bridge's ports, a client array, and what was listed in it.
 #pragma once
 
+#include "port_records.h"
+#include "probe_test.h"
 #include "raw_tables.h"
 
 #include "probes/clients.h"
@@ -15,7 +17,7 @@ class client_probe : public probe {
 protected:
     struct client {
         mac_address mac;
-        uint32_t type;
+        kolt_link_type type;
         uint8_t relay;
         uint32_t port;
         uint32_t hd_port;
@@ -44,5 +46,5 @@ protected:
 
     using client_array = std::array<kolt_client, KOLT_MAX_CLIENTS>;
     std::unique_ptr<client_array> array_ = std::make_unique<client_array>();
-    port_list ports_;
+    port_records ports_;
 };

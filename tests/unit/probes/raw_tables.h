@@ -1,15 +1,12 @@
 // Entries of the bridge's tables as the bytes that the library hands out, written at their offsets; whatever has no
-// meaning is filled with noise. And lists of ports to go with them.
+// meaning is filled with noise.
 #pragma once
 
-#include "probe_test.h"
-
-#include "core/config.h"
+#include "mac_address.h"
 
 #include <array>
 #include <cstdint>
 #include <cstring>
-#include <vector>
 
 enum library_code { HD_CODE = 1, FDB_CODE = 2, HA_CODE = 8 };
 
@@ -65,33 +62,4 @@ inline raw_entry<100> raw_ha(const stream_fields &stream) {
     entry.put(24, stream.kind).put(28, stream.port).put(60, stream.counter_a).put(64, stream.counter_b);
     entry.put(68, stream.c1).put(72, stream.c2).put(76, stream.reverse_a).put(80, stream.reverse_b);
     return entry.put(84, stream.carried).put(88, stream.flags);
-}
-
-// A bridge's interface list; the records are its own.
-class port_list {
-public:
-    config_interface &add(const std::string &name, uint32_t ifindex, uint8_t relay, uint32_t type = 0) {
-        config_interface &port = ports_[list_.count];
-        memcpy(port.name, name.c_str(), std::min(name.size(), sizeof port.name));
-        port.ifindex = ifindex;
-        port.relay = relay;
-        port.type = type;
-        pointers_[list_.count] = &port;
-        list_.interfaces = pointers_.data();
-        list_.count++;
-        return port;
-    }
-    [[nodiscard]] const kolt_interface_list *get() const {
-        return &list_;
-    }
-
-private:
-    std::array<config_interface, 128> ports_{};
-    std::array<config_interface *, 128> pointers_{};
-    kolt_interface_list list_;
-};
-
-// A MAC that is told from others by a number.
-inline mac_address numbered_mac(uint32_t number) {
-    return {0x02, 0x4B, 0, 0, static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number)};
 }

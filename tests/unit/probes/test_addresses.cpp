@@ -1,3 +1,4 @@
+// Hardware addresses of interfaces, and of the gateway by the ARP table.
 #include "probe_test.h"
 
 #include "probes/addresses.h"
@@ -55,7 +56,6 @@ void add_arp_entry(const std::string &device, const char *ip, const mac_address 
 class Addresses : public probe {
 protected:
     void SetUp() override {
-        probe::SetUp();
         remove_file(LAN_FILE);
     }
     mac_address mac_ = UNTOUCHED;

@@ -1,3 +1,4 @@
+// The clients of the access point, from their management daemon's file.
 #include "probe_test.h"
 
 #include "probes/ap_clients.h"
@@ -30,7 +31,7 @@ struct list_row {
 
 class ApClients : public probe_rows<list_row> {};
 
-TEST_P(ApClients, AreListedInTheOrderOfTheFile) {
+TEST_P(ApClients, ApClientsAreListedInTheOrderOfTheFile) {
     const at_log_level dump(3);
     write_file(CLIENT_FILE, GetParam().text);
     kolt_ap_client_list list = marked_list();
@@ -67,7 +68,6 @@ INSTANTIATE_TEST_SUITE_P(
 class ApClientFile : public probe {
 protected:
     void SetUp() override {
-        probe::SetUp();
         remove_file(CLIENT_FILE);
     }
 
@@ -107,11 +107,11 @@ protected:
     }
 };
 
-TEST_F(ApClientFile, AbsentLeavesTheRecordUntouched) {
+TEST_F(ApClientFile, AbsentFileLeavesTheRecordUntouched) {
     expect_untouched();
 }
 
-TEST_F(ApClientFile, UnparsableLeavesTheRecordUntouched) {
+TEST_F(ApClientFile, UnparsableFileLeavesTheRecordUntouched) {
     for (const char *text : {"", "[", R"([{"mac": "01-02-03-04-05-06"}, )", "clients", "null"}) {
         write_file(CLIENT_FILE, text);
         expect_untouched();
@@ -136,14 +136,14 @@ TEST_F(ApClientFile, TextEndsAtAZeroByte) {
     EXPECT_EQ(list.count, 1);
 }
 
-TEST_F(ApClientFile, OfExactly32768BytesIsReadWhole) {
+TEST_F(ApClientFile, FileOfExactly32768BytesIsReadWhole) {
     write_file(CLIENT_FILE, list_that_ends_at(32768));
     kolt_ap_client_list list;
     EXPECT_EQ(kolt_get_ap_client_list(&list), 1);
     EXPECT_EQ(list.count, 2);
 }
 
-TEST_F(ApClientFile, WhoseLastNeededByteIsNumber32769DoesNotParse) {
+TEST_F(ApClientFile, FileWhoseLastNeededByteIsNumber32769DoesNotParse) {
     write_file(CLIENT_FILE, list_that_ends_at(32769));
     expect_untouched();
 }
@@ -155,7 +155,7 @@ TEST_F(ApClientFile, BytesBehind32768AreNotLookedAt) {
     EXPECT_EQ(list.count, 2);
 }
 
-TEST_F(ApClientFile, HoldsUpTo255Clients) {
+TEST_F(ApClientFile, ListHoldsUpTo255Clients) {
     expect_listed(254, 254);
     expect_listed(255, 255);
 }

@@ -1,3 +1,5 @@
+// Fetching tables of each kind, with one retry, and setting single entries.
+#include "probe_test.h"
 #include "raw_tables.h"
 
 #include "probes/bridge_tables.h"
@@ -16,7 +18,7 @@ log_line error(const std::string &text) {
 
 struct kind_row {
     const char *name;
-    uint32_t kind;
+    kolt_table_kind kind;
     int code;
     uint32_t entry_size;
     const char *first_size;  // of 5000 entries
@@ -64,25 +66,25 @@ protected:
     }
 };
 
-TEST_P(TableKind, IsFetchedInOneCallWithRoomFor5000Entries) {
+TEST_P(TableKind, TableIsFetchedInOneCallWithRoomFor5000Entries) {
     const std::vector<uint8_t> bytes = table_of(3);
     EXPECT_EQ(fetch(3), bytes);
     EXPECT_THAT(platform.calls, ElementsAre(allocation(GetParam().first_size), action("5000"), "bridgeFreeTableBuf()"));
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_P(TableKind, MayBeEmpty) {
+TEST_P(TableKind, EmptyTableIsASuccess) {
     table_of(0);
     EXPECT_THAT(fetch(0), IsEmpty());
 }
 
-TEST_P(TableKind, Of5000EntriesFitsTheFirstCall) {
+TEST_P(TableKind, TableOf5000EntriesFitsTheFirstCall) {
     const std::vector<uint8_t> bytes = table_of(5000);
     EXPECT_EQ(fetch(5000), bytes);
     EXPECT_THAT(platform.calls, ElementsAre(allocation(GetParam().first_size), action("5000"), "bridgeFreeTableBuf()"));
 }
 
-TEST_P(TableKind, Of5200EntriesIsFetchedAgainWithRoomFor5700) {
+TEST_P(TableKind, TableOf5200EntriesIsFetchedAgainWithRoomFor5700) {
     const std::vector<uint8_t> bytes = table_of(5200);
     EXPECT_EQ(fetch(5200), bytes);
     EXPECT_THAT(platform.calls,
@@ -114,7 +116,7 @@ TEST_P(TableKind, FailureThatReports5000EntriesOrFewerIsSilent) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_P(TableKind, WithoutABufferIsLogged) {
+TEST_P(TableKind, MissingBufferIsLogged) {
     table_of(1);
     platform.fail("bridgeAllocTableBuf");
     expect_refused();
@@ -122,7 +124,7 @@ TEST_P(TableKind, WithoutABufferIsLogged) {
     EXPECT_THAT(logged(), ElementsAre(error("alloac buffer error")));
 }
 
-TEST_P(TableKind, WithoutASecondBufferIsLogged) {
+TEST_P(TableKind, MissingSecondBufferIsLogged) {
     table_of(5200);
     platform.fail("bridgeAllocTableBuf", 1, 2);
     expect_refused();
@@ -132,14 +134,14 @@ TEST_P(TableKind, WithoutASecondBufferIsLogged) {
 }
 
 INSTANTIATE_TEST_SUITE_P(BridgeTables, TableKind,
-                         testing::Values(kind_row{"Ha", 0, 8, 100, "500000", "570000"},
-                                         kind_row{"Hd", 1, 1, 24, "120000", "136800"},
-                                         kind_row{"Fdb", 2, 2, 16, "80000", "91200"}),
+                         testing::Values(kind_row{"Ha", TABLE_HA, 8, 100, "500000", "570000"},
+                                         kind_row{"Hd", TABLE_HD, 1, 24, "120000", "136800"},
+                                         kind_row{"Fdb", TABLE_FDB, 2, 16, "80000", "91200"}),
                          row_name<kind_row>);
 
 class BridgeTables : public probe {
 protected:
-    static uint32_t fetched_count(uint32_t kind) {
+    static uint32_t fetched_count(kolt_table_kind kind) {
         void *buffer = nullptr;
         uint32_t count = 0;
         EXPECT_EQ(kolt_get_duon_bridge_table("br-lan", kind, &buffer, &count), 1);
@@ -153,7 +155,7 @@ TEST_F(BridgeTables, KindThreeIsRefusedWithoutTouchingTheLibrary) {
     void *buffer = &marker;
     uint32_t count = 77;
     for (const uint32_t kind : {3U, 8U, 255U, 4294967295U})
-        EXPECT_EQ(kolt_get_duon_bridge_table("br-lan", kind, &buffer, &count), 0) << kind;
+        EXPECT_EQ(kolt_get_duon_bridge_table("br-lan", static_cast<kolt_table_kind>(kind), &buffer, &count), 0) << kind;
     EXPECT_EQ(buffer, &marker);
     EXPECT_EQ(count, 77U);
     EXPECT_THAT(platform.calls, IsEmpty());
@@ -162,7 +164,7 @@ TEST_F(BridgeTables, KindThreeIsRefusedWithoutTouchingTheLibrary) {
 
 TEST_F(BridgeTables, RetryIsMadeFrom5001EntriesOn) {
     platform.tables[FDB_CODE] = {16, std::vector<uint8_t>(size_t{5001} * 16)};
-    EXPECT_EQ(fetched_count(2), 5001U);
+    EXPECT_EQ(fetched_count(TABLE_FDB), 5001U);
     EXPECT_THAT(platform.calls, testing::Contains("bridgeAllocTableBuf(88016, br-lan)")); // 5501 entries
 }
 
@@ -170,7 +172,7 @@ TEST_F(BridgeTables, CountBeyondTheBufferIsBounded) {
     platform.tables[HD_CODE] = {24, std::vector<uint8_t>(size_t{10} * 24)};
     for (const uint32_t claimed : {5001U, 100000U, 4294967295U}) {
         platform.claimed_entries = claimed; // with success, in a buffer for 5000
-        EXPECT_LE(fetched_count(1), 5000U) << claimed;
+        EXPECT_LE(fetched_count(TABLE_HD), 5000U) << claimed;
     }
 }
 
@@ -178,7 +180,7 @@ TEST_F(BridgeTables, CountBeyondTheSecondBufferIsBounded) {
     platform.tables[HD_CODE] = {24, std::vector<uint8_t>(size_t{10} * 24)};
     platform.claimed_entries = 6000;
     platform.fail("bridgeTableAction", 1, 1);
-    EXPECT_EQ(fetched_count(1), 6000U) << "fits 6500";
+    EXPECT_EQ(fetched_count(TABLE_HD), 6000U) << "fits 6500";
     EXPECT_THAT(platform.calls, testing::Contains("bridgeTableAction(br-lan, 1, 6500, 0)"));
 }
 
@@ -188,20 +190,20 @@ TEST_F(BridgeTables, LargestSizeThatFits32BitsIsAskedFor) {
     platform.fail("bridgeAllocTableBuf", 1, 2);
     void *buffer = nullptr;
     uint32_t count = 0;
-    EXPECT_EQ(kolt_get_duon_bridge_table("br-lan", 0, &buffer, &count), 0);
+    EXPECT_EQ(kolt_get_duon_bridge_table("br-lan", TABLE_HA, &buffer, &count), 0);
     EXPECT_EQ(platform.calls.back(), "bridgeAllocTableBuf(4294967200, br-lan)");
     EXPECT_THAT(logged(), ElementsAre(error("realloac buffer error")));
 }
 
 struct overflow_row {
     const char *name;
-    uint32_t kind;
+    kolt_table_kind kind;
     uint32_t claimed;
 };
 
 class TableOverflow : public probe_rows<overflow_row> {};
 
-TEST_P(TableOverflow, CountsAsNoBuffer) {
+TEST_P(TableOverflow, SizeBeyond32BitsCountsAsNoBuffer) {
     platform.claimed_entries = GetParam().claimed;
     platform.fail("bridgeTableAction");
     void *buffer = nullptr;
@@ -212,11 +214,11 @@ TEST_P(TableOverflow, CountsAsNoBuffer) {
 }
 
 INSTANTIATE_TEST_SUITE_P(BridgeTables, TableOverflow,
-                         testing::Values(overflow_row{"SizeOfAnHaTable", 0, 42949173},
-                                         overflow_row{"SizeOfAnHdTable", 1, 178956471},
-                                         overflow_row{"SizeOfAnFdbTable", 2, 268435456},
-                                         overflow_row{"SumOfTheEntries", 2, 4294967295},
-                                         overflow_row{"SumOfTheEntriesIsZero", 2, 4294966796}),
+                         testing::Values(overflow_row{"SizeOfAnHaTable", TABLE_HA, 42949173},
+                                         overflow_row{"SizeOfAnHdTable", TABLE_HD, 178956471},
+                                         overflow_row{"SizeOfAnFdbTable", TABLE_FDB, 268435456},
+                                         overflow_row{"SumOfTheEntries", TABLE_FDB, 4294967295},
+                                         overflow_row{"SumOfTheEntriesIsZero", TABLE_FDB, 4294966796}),
                          row_name<overflow_row>);
 
 constexpr mac_address CLIENT{0x00, 0x11, 0x22, 0x33, 0x44, 0x55};

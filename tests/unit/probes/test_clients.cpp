@@ -1,3 +1,4 @@
+// The clients that a forwarding table tells.
 #include "client_test.h"
 
 namespace {
@@ -10,24 +11,27 @@ constexpr mac_address OTHER{0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF};
 
 class Clients : public client_probe {};
 
-TEST_F(Clients, AreTheForwardingEntriesOfThePortsInTableOrder) {
+TEST_F(Clients, ForwardingEntriesOfThePortsAreClientsInTableOrder) {
     const test_interface eth0("eth0", 11);
     const test_interface wlan0("wlan0", 12);
-    ports_.add("wlan0", 0, 1, 3);
-    ports_.add("eth0", 0, 0, 0);
+    ports_.add("wlan0", 0, 1, KOLT_LINK_5G);
+    ports_.add("eth0", 0, 0, KOLT_LINK_ETHERNET);
     platform.add_entry(FDB_CODE, raw_fdb(FIRST, 11));
     platform.add_entry(FDB_CODE, raw_fdb(OTHER, 12));
-    EXPECT_THAT(fdb_clients(), ElementsAre(client{FIRST, 0, 0, 11, NO_HD}, client{OTHER, 3, 1, 12, NO_HD}));
+    EXPECT_THAT(fdb_clients(), ElementsAre(client{FIRST, KOLT_LINK_ETHERNET, 0, 11, NO_HD},
+                                           client{OTHER, KOLT_LINK_5G, 1, 12, NO_HD}));
     EXPECT_THAT(platform.calls, ElementsAre("bridgeAllocTableBuf(80000, br-lan)",
                                             "bridgeTableAction(br-lan, 2, 5000, 0)", "bridgeFreeTableBuf()"));
     EXPECT_THAT(logged(), IsEmpty());
 }
 
+constexpr auto NO_LINK_TYPE = static_cast<kolt_link_type>(4294967295);
+
 TEST_F(Clients, TypeAndRelayFlagArePassedOnAsTheyAre) {
     const test_interface eth0("eth0", 11);
-    ports_.add("eth0", 0, 200, 4294967295);
+    ports_.add("eth0", 0, 200, NO_LINK_TYPE);
     platform.add_entry(FDB_CODE, raw_fdb(FIRST, 11));
-    EXPECT_THAT(fdb_clients(), ElementsAre(client{FIRST, 4294967295, 200, 11, NO_HD}));
+    EXPECT_THAT(fdb_clients(), ElementsAre(client{FIRST, NO_LINK_TYPE, 200, 11, NO_HD}));
 }
 
 TEST_F(Clients, PortNumbersHaveAHighAndALowByte) {
@@ -38,7 +42,8 @@ TEST_F(Clients, PortNumbersHaveAHighAndALowByte) {
     platform.add_entry(FDB_CODE, raw_fdb(FIRST, 0x1203));
     platform.add_entry(FDB_CODE, raw_fdb(OTHER, 0x0312));
     platform.add_entry(FDB_CODE, raw_fdb(OTHER, 3));
-    EXPECT_THAT(fdb_clients(), ElementsAre(client{FIRST, 0, 0, 0x1203, NO_HD}, client{OTHER, 0, 0, 3, NO_HD}));
+    EXPECT_THAT(fdb_clients(), ElementsAre(client{FIRST, KOLT_LINK_ETHERNET, 0, 0x1203, NO_HD},
+                                           client{OTHER, KOLT_LINK_ETHERNET, 0, 3, NO_HD}));
 }
 
 TEST_F(Clients, PortsBeyondSixteenBitsNeverMatch) {
@@ -53,7 +58,7 @@ TEST_F(Clients, LocalEntriesAreSkipped) {
     ports_.add("eth0", 0, 0);
     platform.add_entry(FDB_CODE, raw_fdb(FIRST, 11, 1));
     platform.add_entry(FDB_CODE, raw_fdb(OTHER, 11, 0));
-    EXPECT_THAT(fdb_clients(), ElementsAre(client{OTHER, 0, 0, 11, NO_HD}));
+    EXPECT_THAT(fdb_clients(), ElementsAre(client{OTHER, KOLT_LINK_ETHERNET, 0, 11, NO_HD}));
 }
 
 TEST_F(Clients, OnlyALocalFlagOfOneIsLocal) {
@@ -79,13 +84,13 @@ TEST_F(Clients, PortsAreFoundByTheKernelsIndexNotByTheHeldOne) {
     ports_.add("eth0", 99, 0);
     platform.add_entry(FDB_CODE, raw_fdb(FIRST, 99));
     platform.add_entry(FDB_CODE, raw_fdb(OTHER, 11));
-    EXPECT_THAT(fdb_clients(), ElementsAre(client{OTHER, 0, 0, 11, NO_HD}));
+    EXPECT_THAT(fdb_clients(), ElementsAre(client{OTHER, KOLT_LINK_ETHERNET, 0, 11, NO_HD}));
 }
 
 TEST_F(Clients, PortThatTheKernelDoesNotKnowHasTheIndexZero) {
-    ports_.add("none0", 0, 0, 2);
+    ports_.add("none0", 0, 0, KOLT_LINK_2G);
     platform.add_entry(FDB_CODE, raw_fdb(FIRST, 0));
-    EXPECT_THAT(fdb_clients(), ElementsAre(client{FIRST, 2, 0, 0, NO_HD}));
+    EXPECT_THAT(fdb_clients(), ElementsAre(client{FIRST, KOLT_LINK_2G, 0, 0, NO_HD}));
 }
 
 TEST_F(Clients, NamesThatFillTheirFieldAreBounded) {
@@ -96,12 +101,13 @@ TEST_F(Clients, NamesThatFillTheirFieldAreBounded) {
 
 TEST_F(Clients, InterfaceThatIsListedTwiceGivesTwoClients) {
     const test_interface eth0("eth0", 11);
-    ports_.add("eth0", 0, 0, 1);
-    ports_.add("eth0", 0, 1, 2);
+    ports_.add("eth0", 0, 0, KOLT_LINK_PLC);
+    ports_.add("eth0", 0, 1, KOLT_LINK_2G);
     platform.add_entry(FDB_CODE, raw_fdb(FIRST, 11));
     platform.add_entry(FDB_CODE, raw_fdb(OTHER, 11));
-    EXPECT_THAT(fdb_clients(), ElementsAre(client{FIRST, 1, 0, 11, NO_HD}, client{FIRST, 2, 1, 11, NO_HD},
-                                           client{OTHER, 1, 0, 11, NO_HD}, client{OTHER, 2, 1, 11, NO_HD}));
+    EXPECT_THAT(fdb_clients(),
+                ElementsAre(client{FIRST, KOLT_LINK_PLC, 0, 11, NO_HD}, client{FIRST, KOLT_LINK_2G, 1, 11, NO_HD},
+                            client{OTHER, KOLT_LINK_PLC, 0, 11, NO_HD}, client{OTHER, KOLT_LINK_2G, 1, 11, NO_HD}));
 }
 
 TEST_F(Clients, SameMacTwiceGivesTwoClients) {
@@ -141,8 +147,8 @@ TEST_F(Clients, LocalEntriesCountAmongThe256) {
         platform.add_entry(FDB_CODE, raw_fdb(numbered_mac(i), 11, 1));
     for (uint32_t i = 254; i < 300; i++)
         platform.add_entry(FDB_CODE, raw_fdb(numbered_mac(i), 11));
-    EXPECT_THAT(fdb_clients(),
-                ElementsAre(client{numbered_mac(254), 0, 0, 11, NO_HD}, client{numbered_mac(255), 0, 0, 11, NO_HD}));
+    EXPECT_THAT(fdb_clients(), ElementsAre(client{numbered_mac(254), KOLT_LINK_ETHERNET, 0, 11, NO_HD},
+                                           client{numbered_mac(255), KOLT_LINK_ETHERNET, 0, 11, NO_HD}));
 }
 
 struct many_row {
@@ -154,10 +160,10 @@ struct many_row {
 
 class ManyClients : public probe_rows<many_row, client_probe> {};
 
-TEST_P(ManyClients, AreCutAt255) {
+TEST_P(ManyClients, ClientListIsCutAt255) {
     const test_interface eth0("eth0", 11);
     for (uint32_t i = 0; i < GetParam().interfaces; i++)
-        ports_.add("eth0", 0, 0, i);
+        ports_.add("eth0", 0, 0);
     for (uint32_t i = 0; i < GetParam().entries; i++)
         platform.add_entry(FDB_CODE, raw_fdb(numbered_mac(i), 11));
     const std::vector<client> clients = fdb_clients();
@@ -196,7 +202,7 @@ TEST_F(Clients, ForwardingTableOfManyEntriesIsReadAfterARetry) {
     platform.add_entry(FDB_CODE, raw_fdb(FIRST, 11));
     for (uint32_t i = 0; i < 5199; i++)
         platform.add_entry(FDB_CODE, raw_fdb(numbered_mac(i), 99));
-    EXPECT_THAT(fdb_clients(), ElementsAre(client{FIRST, 0, 0, 11, NO_HD}));
+    EXPECT_THAT(fdb_clients(), ElementsAre(client{FIRST, KOLT_LINK_ETHERNET, 0, 11, NO_HD}));
 }
 
 TEST_F(Clients, EmptyPortListHasNoClients) {

@@ -1,3 +1,4 @@
+// The ports that clients are pinned to, and who is behind a relay port.
 #include "client_test.h"
 
 namespace {
@@ -57,11 +58,12 @@ TEST_F(HdClients, HdTableThatCannotBeFetchedIsLogged) {
 
 TEST_F(HdClients, ClientListIsTheForwardingTableWithHdPorts) {
     const test_interface eth0("eth0", 11);
-    ports_.add("eth0", 0, 1, 2);
+    ports_.add("eth0", 0, 1, KOLT_LINK_2G);
     platform.add_entry(FDB_CODE, raw_fdb(FIRST, 11));
     platform.add_entry(FDB_CODE, raw_fdb(OTHER, 11));
     platform.add_entry(HD_CODE, raw_hd(OTHER, FIRST, 77));
-    EXPECT_THAT(all_clients(), ElementsAre(client{FIRST, 2, 1, 11, NO_HD}, client{OTHER, 2, 1, 11, 77}));
+    EXPECT_THAT(all_clients(),
+                ElementsAre(client{FIRST, KOLT_LINK_2G, 1, 11, NO_HD}, client{OTHER, KOLT_LINK_2G, 1, 11, 77}));
     EXPECT_THAT(platform.calls,
                 ElementsAre("bridgeAllocTableBuf(80000, br-lan)", "bridgeTableAction(br-lan, 2, 5000, 0)",
                             "bridgeFreeTableBuf()", "bridgeAllocTableBuf(120000, br-lan)",
@@ -74,7 +76,7 @@ TEST_F(HdClients, ClientListIsReturnedEvenWithoutHdPorts) {
     ports_.add("eth0", 0, 0);
     platform.add_entry(FDB_CODE, raw_fdb(FIRST, 11));
     platform.fail("bridgeTableAction", 1, 2);
-    EXPECT_THAT(all_clients(), ElementsAre(client{FIRST, 0, 0, 11, NO_HD}));
+    EXPECT_THAT(all_clients(), ElementsAre(client{FIRST, KOLT_LINK_ETHERNET, 0, 11, NO_HD}));
     EXPECT_THAT(logged(), ElementsAre(error("kolt_get_hd_client_list", "get hd table"),
                                       error("kolt_get_client_list", "update hd & hc port")));
 }
@@ -93,7 +95,7 @@ struct relay_row {
 
 class RelayStream : public probe_rows<relay_row, client_probe> {};
 
-TEST_P(RelayStream, IsOneOfAClientWithARelayFlag) {
+TEST_P(RelayStream, StreamOfAClientWithARelayFlagIsARelayStream) {
     const mac_address macs[] = {numbered_mac(0), numbered_mac(1), numbered_mac(2),
                                 numbered_mac(3), numbered_mac(3), numbered_mac(4)};
     const uint8_t relays[] = {1, 0, 2, 0, 1, 1};

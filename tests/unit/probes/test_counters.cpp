@@ -1,3 +1,4 @@
+// An interface's counters in the kernel's table.
 #include "probe_test.h"
 
 #include "probes/counters.h"
@@ -11,7 +12,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
 
 constexpr char TABLE[] = "/proc/net/dev";
@@ -43,7 +43,7 @@ struct table_row {
 
 class IfStat : public probe_rows<table_row> {};
 
-TEST_P(IfStat, IsReadFromTheFirstLineWithTheKey) {
+TEST_P(IfStat, CountersAreReadFromTheFirstLineWithTheKey) {
     const at_log_level dump(3);
     write_file(TABLE, HEAD + GetParam().lines);
     kolt_if_stat stat{1, 2, 3, 4, 5};
@@ -146,7 +146,7 @@ TEST_F(Counters, ReaderThatCannotBeStartedIsLogged) {
     EXPECT_EQ(counts_of(stat), (counts{2, 3, 4, 5}));
 }
 
-TEST_F(Counters, LeaveNoChildBehind) {
+TEST_F(Counters, ReadingCountersLeavesNoChildBehind) {
     write_file(TABLE, std::string(HEAD) + ETH0);
     kolt_if_stat stat;
     EXPECT_EQ(kolt_get_if_stat("eth0", &stat), 1);
@@ -184,7 +184,7 @@ TEST_F(Counters, WordsLongerThanNumbersAreHarmless) {
     }
 }
 
-TEST_F(Counters, OfARealInterfaceAreTheKernels) {
+TEST_F(Counters, CountersOfARealInterfaceAreTheKernels) {
     remove_file(TABLE);
     std::filesystem::create_symlink("/run/proc/self/net/dev", TABLE);
     const test_interface tap("kolt-counted");
@@ -193,48 +193,6 @@ TEST_F(Counters, OfARealInterfaceAreTheKernels) {
     EXPECT_EQ(stat.rx_bytes, 0U) << "nothing was written to the tap";
     EXPECT_EQ(stat.rx_packets, 0U);
     EXPECT_EQ(kolt_get_if_stat("kolt-uncounted", &stat), 0);
-}
-
-struct sort_row {
-    const char *name;
-    std::vector<uint16_t> values;
-    std::vector<uint16_t> sorted;
-    uint8_t count;
-};
-
-class SortArray : public probe_rows<sort_row> {};
-
-TEST_P(SortArray, DescendsAndCountsWhatIsNotZero) {
-    std::vector<uint16_t> values = GetParam().values;
-    EXPECT_EQ(kolt_sort_array(values.data(), static_cast<uint32_t>(values.size())), GetParam().count);
-    EXPECT_EQ(values, GetParam().sorted);
-}
-
-INSTANTIATE_TEST_SUITE_P(Counters, SortArray,
-                         testing::Values(sort_row{"ZeroAndEqualValues", {3, 0, 7, 7, 1}, {7, 7, 3, 1, 0}, 4},
-                                         sort_row{"One", {5}, {5}, 1}, sort_row{"OneZero", {0}, {0}, 0},
-                                         sort_row{"TwoInOrder", {2, 1}, {2, 1}, 2},
-                                         sort_row{"TwoOutOfOrder", {1, 2}, {2, 1}, 2},
-                                         sort_row{"Ascending", {1, 2, 3, 4, 5}, {5, 4, 3, 2, 1}, 5},
-                                         sort_row{"Descending", {5, 4, 3, 2, 1}, {5, 4, 3, 2, 1}, 5},
-                                         sort_row{"AllZero", {0, 0, 0}, {0, 0, 0}, 0},
-                                         sort_row{"ZeroFirst", {0, 9}, {9, 0}, 1},
-                                         sort_row{"ZerosAmongThem", {0, 1, 0, 2, 0}, {2, 1, 0, 0, 0}, 2},
-                                         sort_row{"AllEqual", {4, 4, 4}, {4, 4, 4}, 3},
-                                         sort_row{"Unsigned", {1, 65535, 32768, 32767}, {65535, 32768, 32767, 1}, 4}),
-                         row_name<sort_row>);
-
-TEST_F(Counters, SortingNothingCountsNothing) {
-    uint16_t values[] = {1, 2};
-    EXPECT_EQ(kolt_sort_array(nullptr, 5), 0);
-    EXPECT_EQ(kolt_sort_array(values, 0), 0);
-    EXPECT_THAT(values, ElementsAre(1, 2));
-}
-
-TEST_F(Counters, SortingStaysWithinTheLength) {
-    uint16_t values[] = {1, 2, 9, 8};
-    EXPECT_EQ(kolt_sort_array(values, 2), 2);
-    EXPECT_THAT(values, ElementsAreArray({2, 1, 9, 8}));
 }
 
 } // namespace

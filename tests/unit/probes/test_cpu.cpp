@@ -1,3 +1,4 @@
+// The CPU meter, and when it is overloaded.
 #include "probe_test.h"
 
 #include "core/config.h"
@@ -59,7 +60,7 @@ struct reading_row {
 
 class CpuReading : public probe_rows<reading_row> {};
 
-TEST_P(CpuReading, IsTheLoadBetweenTwoSamples) {
+TEST_P(CpuReading, OccupancyIsTheLoadBetweenTwoSamples) {
     const auto &[name, before, after, percent] = GetParam();
     write_stat(before);
     (void)kolt_calculate_cpu_occupy();
@@ -211,7 +212,7 @@ struct overload_row {
 
 class CpuOverload : public probe_rows<overload_row> {};
 
-TEST_P(CpuOverload, IsALoadAboveTheThreshold) {
+TEST_P(CpuOverload, LoadAboveTheThresholdIsAnOverload) {
     write_stat({});
     (void)kolt_calculate_cpu_occupy();
     (void)kolt_calculate_cpu_occupy();

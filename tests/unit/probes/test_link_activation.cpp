@@ -1,3 +1,4 @@
+// The frame that keeps a link awake, and how often it is tried.
 #include "probe_test.h"
 
 #include "probes/link_activation.h"
@@ -106,7 +107,7 @@ struct attempts_row {
 
 class LinkAttempts : public probe_rows<attempts_row> {};
 
-TEST_P(LinkAttempts, EndAtTheFirstThatSendsAnything) {
+TEST_P(LinkAttempts, AttemptsEndAtTheFirstThatSendsAnything) {
     const test_interface tap("wlan0");
     const at_log_level dump(3);
     netlink.packet_results.assign(GetParam().results.begin(), GetParam().results.end());
@@ -151,7 +152,7 @@ TEST_F(LinkActivation, NullArgumentsOpenNothing) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(LinkActivation, WithoutASocketIsLogged) {
+TEST_F(LinkActivation, MissingSocketIsLogged) {
     const test_interface tap = wlan("wlan0");
     const at_log_level dump(3);
     {

@@ -1,3 +1,4 @@
+// Work mode, DHCP interface and gateway from the runtime files.
 #include "probe_test.h"
 
 #include "probes/node_state.h"
@@ -15,12 +16,12 @@ constexpr char WORK_MODE[] = "/tmp/work_mode";
 struct mode_row {
     const char *name;
     const char *text;
-    uint32_t expected;
+    kolt_work_mode expected;
 };
 
 class WorkMode : public probe_rows<mode_row> {};
 
-TEST_P(WorkMode, IsReadFromItsText) {
+TEST_P(WorkMode, WorkModeIsReadFromItsText) {
     const at_log_level dump(3);
     write_file(WORK_MODE, GetParam().text);
     EXPECT_EQ(kolt_get_work_mode(), GetParam().expected);
@@ -29,38 +30,48 @@ TEST_P(WorkMode, IsReadFromItsText) {
 
 INSTANTIATE_TEST_SUITE_P(
     NodeState, WorkMode,
-    testing::Values(
-        mode_row{"Re", R"({"work_mode": "RE"})", 0}, mode_row{"Fap", R"({"work_mode": "FAP"})", 1},
-        mode_row{"Ap", R"({"work_mode": "AP"})", 1}, mode_row{"Hap", R"({"work_mode": "HAP"})", 2},
-        mode_row{"OtherText", R"({"work_mode": "BRIDGE"})", 3}, mode_row{"LowerCaseAp", R"({"work_mode": "ap"})", 3},
-        mode_row{"LowerCaseRe", R"({"work_mode": "re"})", 3}, mode_row{"MixedCase", R"({"work_mode": "Hap"})", 3},
-        mode_row{"TrailingBlank", R"({"work_mode": "RE "})", 3}, mode_row{"OnlyAPrefix", R"({"work_mode": "R"})", 3},
-        mode_row{"EmptyText", R"({"work_mode": ""})", 3}, mode_row{"KeyMissing", R"({"cap_mac": "RE"})", 3},
-        mode_row{"EmptyObject", "{}", 3}, mode_row{"KeyOfAnotherCase", R"({"Work_Mode": "RE"})", 3},
-        mode_row{"Null", R"({"work_mode": null})", 3}, mode_row{"Number", R"({"work_mode": 0})", 3},
-        mode_row{"Boolean", R"({"work_mode": true})", 3}, mode_row{"Array", R"({"work_mode": ["RE"]})", 3},
-        mode_row{"Object", R"({"work_mode": {"work_mode": "RE"}})", 3},
-        mode_row{"AnArrayIsAnEmptyObject", R"(["work_mode", "RE"])", 3}, mode_row{"ATextIsAnEmptyObject", R"("RE")", 3},
-        mode_row{"AmongOtherKeys", R"({"a": [1, {"work_mode": "RE"}], "work_mode": "HAP", "b": 2})", 2}),
+    testing::Values(mode_row{"Re", R"({"work_mode": "RE"})", KOLT_MODE_RE},
+                    mode_row{"Fap", R"({"work_mode": "FAP"})", KOLT_MODE_FAP},
+                    mode_row{"Ap", R"({"work_mode": "AP"})", KOLT_MODE_FAP},
+                    mode_row{"Hap", R"({"work_mode": "HAP"})", KOLT_MODE_HAP},
+                    mode_row{"OtherText", R"({"work_mode": "BRIDGE"})", KOLT_MODE_UNKNOWN},
+                    mode_row{"LowerCaseAp", R"({"work_mode": "ap"})", KOLT_MODE_UNKNOWN},
+                    mode_row{"LowerCaseRe", R"({"work_mode": "re"})", KOLT_MODE_UNKNOWN},
+                    mode_row{"MixedCase", R"({"work_mode": "Hap"})", KOLT_MODE_UNKNOWN},
+                    mode_row{"TrailingBlank", R"({"work_mode": "RE "})", KOLT_MODE_UNKNOWN},
+                    mode_row{"OnlyAPrefix", R"({"work_mode": "R"})", KOLT_MODE_UNKNOWN},
+                    mode_row{"EmptyText", R"({"work_mode": ""})", KOLT_MODE_UNKNOWN},
+                    mode_row{"KeyMissing", R"({"cap_mac": "RE"})", KOLT_MODE_UNKNOWN},
+                    mode_row{"EmptyObject", "{}", KOLT_MODE_UNKNOWN},
+                    mode_row{"KeyOfAnotherCase", R"({"Work_Mode": "RE"})", KOLT_MODE_UNKNOWN},
+                    mode_row{"Null", R"({"work_mode": null})", KOLT_MODE_UNKNOWN},
+                    mode_row{"Number", R"({"work_mode": 0})", KOLT_MODE_UNKNOWN},
+                    mode_row{"Boolean", R"({"work_mode": true})", KOLT_MODE_UNKNOWN},
+                    mode_row{"Array", R"({"work_mode": ["RE"]})", KOLT_MODE_UNKNOWN},
+                    mode_row{"Object", R"({"work_mode": {"work_mode": "RE"}})", KOLT_MODE_UNKNOWN},
+                    mode_row{"AnArrayIsAnEmptyObject", R"(["work_mode", "RE"])", KOLT_MODE_UNKNOWN},
+                    mode_row{"ATextIsAnEmptyObject", R"("RE")", KOLT_MODE_UNKNOWN},
+                    mode_row{"AmongOtherKeys", R"({"a": [1, {"work_mode": "RE"}], "work_mode": "HAP", "b": 2})",
+                             KOLT_MODE_HAP}),
     row_name<mode_row>);
 
 class UnknownWorkMode : public probe_rows<mode_row> {};
 
-TEST_P(UnknownWorkMode, OfAFileThatDoesNotParseIsLogged) {
+TEST_P(UnknownWorkMode, WorkModeFileThatDoesNotParseIsUnknownAndLogged) {
     write_file(WORK_MODE, GetParam().text);
-    EXPECT_EQ(kolt_get_work_mode(), 3U);
+    EXPECT_EQ(kolt_get_work_mode(), KOLT_MODE_UNKNOWN);
     EXPECT_THAT(logged(), ElementsAre(log_line{LOG_ERR, "kolt_get_work_mode", "Error: parse work_mode"}));
 }
 
 INSTANTIATE_TEST_SUITE_P(NodeState, UnknownWorkMode,
-                         testing::Values(mode_row{"EmptyFile", "", 3}, mode_row{"CutShort", R"({"work_mode": "RE")", 3},
-                                         mode_row{"NoJson", "RE\n", 3}),
+                         testing::Values(mode_row{"EmptyFile", "", KOLT_MODE_UNKNOWN},
+                                         mode_row{"CutShort", R"({"work_mode": "RE")", KOLT_MODE_UNKNOWN},
+                                         mode_row{"NoJson", "RE\n", KOLT_MODE_UNKNOWN}),
                          row_name<mode_row>);
 
 class NodeState : public probe {
 protected:
     void SetUp() override {
-        probe::SetUp();
         for (const char *path :
              {WORK_MODE, "/tmp/lanwatch_recv_dhcp_if", "/tmp/eth_runtime_info", "/tmp/plc_runtime_info",
               "/tmp/wifi_runtime_info.2g", "/tmp/wifi_runtime_info.5g", "/tmp/wifi_runtime_info.5g2",
@@ -70,36 +81,36 @@ protected:
 };
 
 TEST_F(NodeState, AbsentWorkModeFileIsUnknownAndLogged) {
-    EXPECT_EQ(kolt_get_work_mode(), 3U);
+    EXPECT_EQ(kolt_get_work_mode(), KOLT_MODE_UNKNOWN);
     EXPECT_THAT(logged(), ElementsAre(log_line{LOG_ERR, "kolt_get_work_mode", "Error: parse work_mode"}));
 }
 
 TEST_F(NodeState, WorkModeErrorIsLoggedAtEveryLevel) {
     const at_log_level quiet(0);
-    EXPECT_EQ(kolt_get_work_mode(), 3U);
+    EXPECT_EQ(kolt_get_work_mode(), KOLT_MODE_UNKNOWN);
     EXPECT_THAT(logged_texts(), ElementsAre("Error: parse work_mode"));
 }
 
 TEST_F(NodeState, WorkModeIsReadAfreshOnEveryCall) {
     write_file(WORK_MODE, R"({"work_mode": "RE"})");
-    EXPECT_EQ(kolt_get_work_mode(), 0U);
+    EXPECT_EQ(kolt_get_work_mode(), KOLT_MODE_RE);
     write_file(WORK_MODE, R"({"work_mode": "HAP"})");
-    EXPECT_EQ(kolt_get_work_mode(), 2U);
+    EXPECT_EQ(kolt_get_work_mode(), KOLT_MODE_HAP);
 }
 
 TEST_F(NodeState, WorkModeFileMayBeLong) {
     write_file(WORK_MODE, long_object(R"("work_mode": "HAP")"));
-    EXPECT_EQ(kolt_get_work_mode(), 2U);
+    EXPECT_EQ(kolt_get_work_mode(), KOLT_MODE_HAP);
 }
 
-TEST_F(NodeState, WorkModeOfOneText) {
-    EXPECT_EQ(kolt_work_mode_from_string("RE"), 0U);
-    EXPECT_EQ(kolt_work_mode_from_string("FAP"), 1U);
-    EXPECT_EQ(kolt_work_mode_from_string("AP"), 1U);
-    EXPECT_EQ(kolt_work_mode_from_string("HAP"), 2U);
-    EXPECT_EQ(kolt_work_mode_from_string("ap"), 3U);
-    EXPECT_EQ(kolt_work_mode_from_string("FAPX"), 3U);
-    EXPECT_EQ(kolt_work_mode_from_string(""), 3U);
+TEST_F(NodeState, OnlyTheFourModeTextsAreWorkModes) {
+    EXPECT_EQ(kolt_work_mode_from_string("RE"), KOLT_MODE_RE);
+    EXPECT_EQ(kolt_work_mode_from_string("FAP"), KOLT_MODE_FAP);
+    EXPECT_EQ(kolt_work_mode_from_string("AP"), KOLT_MODE_FAP);
+    EXPECT_EQ(kolt_work_mode_from_string("HAP"), KOLT_MODE_HAP);
+    EXPECT_EQ(kolt_work_mode_from_string("ap"), KOLT_MODE_UNKNOWN);
+    EXPECT_EQ(kolt_work_mode_from_string("FAPX"), KOLT_MODE_UNKNOWN);
+    EXPECT_EQ(kolt_work_mode_from_string(""), KOLT_MODE_UNKNOWN);
 }
 
 struct text_row {
@@ -126,7 +137,7 @@ struct text_field {
     }
 };
 
-TEST_P(DhcpInterface, IsCopiedIntoSixteenBytes) {
+TEST_P(DhcpInterface, DhcpInterfaceIsCopiedIntoSixteenBytes) {
     const at_log_level dump(3);
     write_file("/tmp/lanwatch_recv_dhcp_if", GetParam().text);
     text_field name;
@@ -155,7 +166,7 @@ INSTANTIATE_TEST_SUITE_P(
                     text_row{"NoObject", R"(["recv_dhcp_if"])", 0, ""}, text_row{"NoJson", "eth0", 0, ""}),
     row_name<text_row>);
 
-TEST_P(LanGateway, IsCopiedIntoSixteenBytes) {
+TEST_P(LanGateway, LanGatewayIsCopiedIntoSixteenBytes) {
     const at_log_level dump(3);
     write_file("/tmp/runtime_ip_info_lan", GetParam().text);
     text_field address;
@@ -193,110 +204,6 @@ TEST_F(NodeState, DhcpInterfaceIntoNullIsRefused) {
     EXPECT_EQ(kolt_get_dhcp_ifname(nullptr), 0);
     remove_file("/tmp/lanwatch_recv_dhcp_if");
     EXPECT_EQ(kolt_get_dhcp_ifname(nullptr), 0);
-}
-
-// The values of an integer key: a link's "status" and the power-line file's "cap_has_plc".
-struct flag_row {
-    const char *name;
-    const char *value;
-    int expected;
-};
-
-class IntegerFlag : public probe_rows<flag_row> {};
-
-TEST_P(IntegerFlag, OfALinkState) {
-    const at_log_level dump(3);
-    write_file("/tmp/eth_runtime_info", std::string(R"({"status": )") + GetParam().value + "}");
-    EXPECT_EQ(kolt_check_link_state(0), GetParam().expected);
-    EXPECT_THAT(logged(), IsEmpty());
-}
-
-TEST_P(IntegerFlag, OfThePowerLineOfTheCap) {
-    const at_log_level dump(3);
-    write_file("/tmp/plc_runtime_info", std::string(R"({"cap_has_plc": )") + GetParam().value + "}");
-    EXPECT_EQ(kolt_check_cap_has_plc(), GetParam().expected);
-    EXPECT_THAT(logged(), IsEmpty());
-}
-
-INSTANTIATE_TEST_SUITE_P(NodeState, IntegerFlag,
-                         testing::Values(flag_row{"Zero", "0", 0}, flag_row{"One", "1", 1}, flag_row{"Two", "2", 1},
-                                         flag_row{"Negative", "-1", 1}, flag_row{"Above32Bits", "4294967296", 1},
-                                         flag_row{"Fraction", "1.5", 1}, flag_row{"FractionBelowOne", "0.5", 0},
-                                         flag_row{"True", "true", 1}, flag_row{"False", "false", 0},
-                                         flag_row{"TextOfADigit", R"("1")", 1}, flag_row{"TextOfZero", R"("0")", 0},
-                                         flag_row{"OtherText", R"("up")", 0}, flag_row{"EmptyText", R"("")", 0},
-                                         flag_row{"Null", "null", 0}, flag_row{"Array", "[1]", 0},
-                                         flag_row{"Object", R"({"status": 1})", 0}),
-                         row_name<flag_row>);
-
-struct link_row {
-    const char *name;
-    uint32_t link;
-    const char *path;
-};
-
-class LinkFile : public probe_rows<link_row> {
-protected:
-    void SetUp() override {
-        probe_rows::SetUp();
-        for (const char *path : {"/tmp/eth_runtime_info", "/tmp/plc_runtime_info", "/tmp/wifi_runtime_info.2g",
-                                 "/tmp/wifi_runtime_info.5g", "/tmp/wifi_runtime_info.5g2"})
-            remove_file(path);
-    }
-};
-
-TEST_P(LinkFile, TellsItsOwnLinkAndNoOther) {
-    write_file(GetParam().path, R"({"status": 1})");
-    for (uint32_t link = 0; link < 5; link++)
-        EXPECT_EQ(kolt_check_link_state(link), link == GetParam().link ? 1 : 0) << link;
-}
-
-TEST_P(LinkFile, WithoutStatusIsDownWithoutAMessage) {
-    const at_log_level dump(3);
-    write_file(GetParam().path, R"({"Status": 1})");
-    EXPECT_EQ(kolt_check_link_state(GetParam().link), 0);
-    write_file(GetParam().path, R"([{"status": 1}])");
-    EXPECT_EQ(kolt_check_link_state(GetParam().link), 0);
-    EXPECT_THAT(logged(), IsEmpty());
-}
-
-TEST_P(LinkFile, ThatIsAbsentOrBrokenIsNamedAtDebugLevel) {
-    const log_line message{LOG_DEBUG, "kolt_check_link_state",
-                           std::string("Debug: parse link state ") + GetParam().path};
-    const at_log_level debug(2);
-    EXPECT_EQ(kolt_check_link_state(GetParam().link), 0);
-    write_file(GetParam().path, R"({"status": )");
-    EXPECT_EQ(kolt_check_link_state(GetParam().link), 0);
-    EXPECT_THAT(logged(), ElementsAre(message, message));
-}
-
-TEST_P(LinkFile, ThatIsAbsentIsNotNamedBelowDebugLevel) {
-    const at_log_level info(1);
-    EXPECT_EQ(kolt_check_link_state(GetParam().link), 0);
-    EXPECT_THAT(logged(), IsEmpty());
-}
-
-INSTANTIATE_TEST_SUITE_P(NodeState, LinkFile,
-                         testing::Values(link_row{"Ethernet", 0, "/tmp/eth_runtime_info"},
-                                         link_row{"Plc", 1, "/tmp/plc_runtime_info"},
-                                         link_row{"Wifi2g", 2, "/tmp/wifi_runtime_info.2g"},
-                                         link_row{"Wifi5g", 3, "/tmp/wifi_runtime_info.5g"},
-                                         link_row{"Wifi5g2", 4, "/tmp/wifi_runtime_info.5g2"}),
-                         row_name<link_row>);
-
-TEST_F(NodeState, CapHasNoPowerLineWithoutItsFileOrKey) {
-    const at_log_level dump(3);
-    EXPECT_EQ(kolt_check_cap_has_plc(), 0);
-    write_file("/tmp/plc_runtime_info", R"({"status": 1})");
-    EXPECT_EQ(kolt_check_cap_has_plc(), 0);
-    write_file("/tmp/plc_runtime_info", "cap_has_plc");
-    EXPECT_EQ(kolt_check_cap_has_plc(), 0);
-    EXPECT_THAT(logged(), IsEmpty());
-}
-
-TEST_F(NodeState, PowerLineBroadcastIsNeverClaimed) {
-    write_file("/tmp/plc_runtime_info", R"({"status": 1, "cap_has_plc": 1})");
-    EXPECT_EQ(kolt_is_plc_bcast_capable(), 0);
 }
 
 } // namespace

@@ -1,3 +1,4 @@
+// Whether the node hangs directly on the central access point.
 #include "probe_test.h"
 
 #include "probes/node_state.h"
@@ -46,11 +47,11 @@ protected:
     }
 };
 
-TEST_P(NodeMac, OfTheCap) {
+TEST_P(NodeMac, CapMacIsReadFromItsText) {
     expect_mac("cap_mac", kolt_get_cap_mac, "parent_mac", kolt_get_parent_mac);
 }
 
-TEST_P(NodeMac, OfTheParent) {
+TEST_P(NodeMac, ParentMacIsReadFromItsText) {
     expect_mac("parent_mac", kolt_get_parent_mac, "cap_mac", kolt_get_cap_mac);
 }
 
@@ -67,7 +68,6 @@ INSTANTIATE_TEST_SUITE_P(
 class CapConnection : public probe {
 protected:
     void SetUp() override {
-        probe::SetUp();
         remove_state_files();
     }
 };
@@ -87,7 +87,7 @@ TEST_F(CapConnection, MacsOfAnAbsentOrBrokenFileAreNotTold) {
 
 struct rootap_row {
     const char *name;
-    uint32_t link;
+    kolt_link_type link;
     mac_address cap;
     const char *rootap;
     int expected;
@@ -95,7 +95,7 @@ struct rootap_row {
 
 class RootAp : public probe_rows<rootap_row> {};
 
-TEST_P(RootAp, IsTheCapAtTheOffsetOfItsLink) {
+TEST_P(RootAp, RootApIsTheCapAtTheOffsetOfItsLink) {
     const at_log_level dump(3);
     remove_state_files();
     write_file(LINK_FILES[GetParam().link], member("rootap_mac", GetParam().rootap));
@@ -109,61 +109,64 @@ constexpr mac_address CAP{0x10, 0x22, 0x33, 0x44, 0x55, 0x60};
 constexpr mac_address CARRYING{0x10, 0x22, 0x33, 0x44, 0x55, 0xFE};
 constexpr mac_address OVERFLOWING{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFE};
 
-INSTANTIATE_TEST_SUITE_P(NodeStateOffsets, RootAp,
-                         testing::Values(rootap_row{"EthernetAddsNothing", 0, CAP, "10:22:33:44:55:60", 1},
-                                         rootap_row{"EthernetOneMore", 0, CAP, "10:22:33:44:55:61", 0},
-                                         rootap_row{"PlcAddsNothing", 1, CAP, "10:22:33:44:55:60", 1},
-                                         rootap_row{"PlcOneMore", 1, CAP, "10:22:33:44:55:61", 0},
-                                         rootap_row{"Wifi2gAddsTwo", 2, CAP, "10:22:33:44:55:62", 1},
-                                         rootap_row{"Wifi2gWithoutOffset", 2, CAP, "10:22:33:44:55:60", 0},
-                                         rootap_row{"Wifi2gThreeMore", 2, CAP, "10:22:33:44:55:63", 0},
-                                         rootap_row{"Wifi5gAddsThree", 3, CAP, "10:22:33:44:55:63", 1},
-                                         rootap_row{"Wifi5gTwoMore", 3, CAP, "10:22:33:44:55:62", 0},
-                                         rootap_row{"Wifi5gFourMore", 3, CAP, "10:22:33:44:55:64", 0},
-                                         rootap_row{"Wifi5gWithCarry", 3, CARRYING, "10:22:33:44:56:01", 1},
-                                         rootap_row{"Wifi5gCarryMissing", 3, CARRYING, "10:22:33:44:55:01", 0},
-                                         rootap_row{"Wifi5gCarryThroughAll", 3, OVERFLOWING, "FF:00:00:00:00:01", 1},
-                                         rootap_row{"LowerCaseText", 3, CARRYING, "ff:22:33:44:56:01", 1},
-                                         rootap_row{"UnparsableIsAllZero", 0, {}, "abc", 1}),
-                         row_name<rootap_row>);
+INSTANTIATE_TEST_SUITE_P(
+    NodeStateOffsets, RootAp,
+    testing::Values(rootap_row{"EthernetAddsNothing", KOLT_LINK_ETHERNET, CAP, "10:22:33:44:55:60", 1},
+                    rootap_row{"EthernetOneMore", KOLT_LINK_ETHERNET, CAP, "10:22:33:44:55:61", 0},
+                    rootap_row{"PlcAddsNothing", KOLT_LINK_PLC, CAP, "10:22:33:44:55:60", 1},
+                    rootap_row{"PlcOneMore", KOLT_LINK_PLC, CAP, "10:22:33:44:55:61", 0},
+                    rootap_row{"Wifi2gAddsTwo", KOLT_LINK_2G, CAP, "10:22:33:44:55:62", 1},
+                    rootap_row{"Wifi2gWithoutOffset", KOLT_LINK_2G, CAP, "10:22:33:44:55:60", 0},
+                    rootap_row{"Wifi2gThreeMore", KOLT_LINK_2G, CAP, "10:22:33:44:55:63", 0},
+                    rootap_row{"Wifi5gAddsThree", KOLT_LINK_5G, CAP, "10:22:33:44:55:63", 1},
+                    rootap_row{"Wifi5gTwoMore", KOLT_LINK_5G, CAP, "10:22:33:44:55:62", 0},
+                    rootap_row{"Wifi5gFourMore", KOLT_LINK_5G, CAP, "10:22:33:44:55:64", 0},
+                    rootap_row{"Wifi5gWithCarry", KOLT_LINK_5G, CARRYING, "10:22:33:44:56:01", 1},
+                    rootap_row{"Wifi5gCarryMissing", KOLT_LINK_5G, CARRYING, "10:22:33:44:55:01", 0},
+                    rootap_row{"Wifi5gCarryThroughAll", KOLT_LINK_5G, OVERFLOWING, "FF:00:00:00:00:01", 1},
+                    rootap_row{"LowerCaseText", KOLT_LINK_5G, CARRYING, "ff:22:33:44:56:01", 1},
+                    rootap_row{"UnparsableIsAllZero", KOLT_LINK_ETHERNET, {}, "abc", 1}),
+    row_name<rootap_row>);
 
 INSTANTIATE_TEST_SUITE_P(NodeStateOctets, RootAp,
-                         testing::Values(rootap_row{"FirstOctetDoesNotMatter", 3, CAP, "EE:22:33:44:55:63", 1},
-                                         rootap_row{"SecondOctetDiffers", 3, CAP, "10:23:33:44:55:63", 0},
-                                         rootap_row{"ThirdOctetDiffers", 3, CAP, "10:22:32:44:55:63", 0},
-                                         rootap_row{"FourthOctetDiffers", 3, CAP, "10:22:33:45:55:63", 0},
-                                         rootap_row{"FifthOctetDiffers", 3, CAP, "10:22:33:44:54:63", 0}),
+                         testing::Values(rootap_row{"FirstOctetDoesNotMatter", KOLT_LINK_5G, CAP, "EE:22:33:44:55:63",
+                                                    1},
+                                         rootap_row{"SecondOctetDiffers", KOLT_LINK_5G, CAP, "10:23:33:44:55:63", 0},
+                                         rootap_row{"ThirdOctetDiffers", KOLT_LINK_5G, CAP, "10:22:32:44:55:63", 0},
+                                         rootap_row{"FourthOctetDiffers", KOLT_LINK_5G, CAP, "10:22:33:45:55:63", 0},
+                                         rootap_row{"FifthOctetDiffers", KOLT_LINK_5G, CAP, "10:22:33:44:54:63", 0}),
                          row_name<rootap_row>);
 
 // On the second 5 GHz link the offset is the root AP's own first octet.
-INSTANTIATE_TEST_SUITE_P(NodeStateSecond5g, RootAp,
-                         testing::Values(rootap_row{"AddsTheFirstOctetOfTheRootAp", 4, CAP, "04:22:33:44:55:64", 1},
-                                         rootap_row{"DoesNotAddFour", 4, CAP, "05:22:33:44:55:64", 0},
-                                         rootap_row{"FirstOctetZero", 4, CAP, "00:22:33:44:55:60", 1},
-                                         rootap_row{"LargeFirstOctetCarries", 4, CAP, "FE:22:33:44:56:5E", 1},
-                                         rootap_row{"DoesNotAddTheFirstOctetOfTheCap", 4, CAP, "00:22:33:44:55:70", 0}),
-                         row_name<rootap_row>);
+INSTANTIATE_TEST_SUITE_P(
+    NodeStateSecond5g, RootAp,
+    testing::Values(rootap_row{"AddsTheFirstOctetOfTheRootAp", KOLT_LINK_5G_2, CAP, "04:22:33:44:55:64", 1},
+                    rootap_row{"DoesNotAddFour", KOLT_LINK_5G_2, CAP, "05:22:33:44:55:64", 0},
+                    rootap_row{"FirstOctetZero", KOLT_LINK_5G_2, CAP, "00:22:33:44:55:60", 1},
+                    rootap_row{"LargeFirstOctetCarries", KOLT_LINK_5G_2, CAP, "FE:22:33:44:56:5E", 1},
+                    rootap_row{"DoesNotAddTheFirstOctetOfTheCap", KOLT_LINK_5G_2, CAP, "00:22:33:44:55:70", 0}),
+    row_name<rootap_row>);
 
 TEST_F(CapConnection, NoRootApIsTheCapBeyondTheFiveLinks) {
     for (const char *path : LINK_FILES)
         write_file(path, member("rootap_mac", "10:22:33:44:55:60"));
-    EXPECT_EQ(kolt_check_rootap_is_cap(0, CAP.data()), 1);
-    EXPECT_EQ(kolt_check_rootap_is_cap(5, CAP.data()), 0);
-    EXPECT_EQ(kolt_check_rootap_is_cap(4294967295, CAP.data()), 0);
+    EXPECT_EQ(kolt_check_rootap_is_cap(KOLT_LINK_ETHERNET, CAP.data()), 1);
+    EXPECT_EQ(kolt_check_rootap_is_cap(KOLT_LINK_NONE, CAP.data()), 0);
+    EXPECT_EQ(kolt_check_rootap_is_cap(static_cast<kolt_link_type>(4294967295), CAP.data()), 0);
 }
 
 TEST_F(CapConnection, NoRootApIsAMissingCap) {
     write_file(LINK_FILES[0], member("rootap_mac", "00:00:00:00:00:00"));
-    EXPECT_EQ(kolt_check_rootap_is_cap(0, nullptr), 0);
+    EXPECT_EQ(kolt_check_rootap_is_cap(KOLT_LINK_ETHERNET, nullptr), 0);
 }
 
 TEST_F(CapConnection, RootApThatIsNotToldIsNotTheCap) {
     const at_log_level dump(3);
     const mac_address zero{};
-    EXPECT_EQ(kolt_check_rootap_is_cap(3, zero.data()), 0) << "no file";
+    EXPECT_EQ(kolt_check_rootap_is_cap(KOLT_LINK_5G, zero.data()), 0) << "no file";
     for (const char *text : {"{", "{}", "[]", R"({"rootap_mac": null})", R"({"cap_mac": "00:00:00:00:00:00"})"}) {
         write_file(LINK_FILES[3], text);
-        EXPECT_EQ(kolt_check_rootap_is_cap(3, zero.data()), 0) << text;
+        EXPECT_EQ(kolt_check_rootap_is_cap(KOLT_LINK_5G, zero.data()), 0) << text;
     }
     EXPECT_THAT(logged(), IsEmpty());
 }
@@ -173,8 +176,8 @@ TEST_F(CapConnection, RootApOfAnotherTypeReadsAsText) {
     // The first octet does not matter; the others of these texts are zero.
     for (const char *value : {"17", "true", R"(["11:22:33:44:55:66"])", R"({"mac": "11:22:33:44:55:66"})"}) {
         write_file(LINK_FILES[0], std::string(R"({"rootap_mac": )") + value + "}");
-        EXPECT_EQ(kolt_check_rootap_is_cap(0, zero.data()), 1) << value;
-        EXPECT_EQ(kolt_check_rootap_is_cap(0, CAP.data()), 0) << value;
+        EXPECT_EQ(kolt_check_rootap_is_cap(KOLT_LINK_ETHERNET, zero.data()), 1) << value;
+        EXPECT_EQ(kolt_check_rootap_is_cap(KOLT_LINK_ETHERNET, CAP.data()), 0) << value;
     }
 }
 
@@ -187,7 +190,7 @@ struct direct_row {
 
 class DirectCap : public probe_rows<direct_row> {};
 
-TEST_P(DirectCap, IsAskedOfTheWifiLinks) {
+TEST_P(DirectCap, DirectConnectionToTheCapIsAskedOfTheWifiLinks) {
     const at_log_level dump(3);
     remove_state_files();
     if (GetParam().cap != nullptr)
@@ -218,7 +221,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 class DirectAp : public probe_rows<file_row> {};
 
-TEST_P(DirectAp, IsJudgedOnTheTexts) {
+TEST_P(DirectAp, DirectAccessPointIsJudgedOnTheTexts) {
     const at_log_level dump(3);
     write_file(WORK_MODE, GetParam().text);
     EXPECT_EQ(kolt_is_direct_connect_ap(), static_cast<int>(GetParam().expected));

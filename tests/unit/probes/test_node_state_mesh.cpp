@@ -1,3 +1,4 @@
+// The number of mesh devices.
 #include "probe_test.h"
 
 #include "probes/node_state.h"
@@ -24,7 +25,7 @@ struct mesh_row {
 
 class MeshDevices : public probe_rows<mesh_row> {};
 
-TEST_P(MeshDevices, AreTheMembersWithAMac) {
+TEST_P(MeshDevices, MeshDevicesAreTheMembersWithAMac) {
     const at_log_level dump(3);
     write_file(MESH_FILE, GetParam().text);
     uint8_t count = 99;
@@ -52,7 +53,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 class MeshFile : public probe {};
 
-TEST_F(MeshFile, ThatIsAbsentOrBrokenLeavesTheCountUntouched) {
+TEST_F(MeshFile, MeshFileThatIsAbsentOrBrokenLeavesTheCountUntouched) {
     const at_log_level dump(3);
     uint8_t count = 99;
     remove_file(MESH_FILE);

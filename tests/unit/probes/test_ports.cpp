@@ -1,5 +1,8 @@
-#include "raw_tables.h"
+// Active bridges, their ports, and which of those are paths.
+#include "port_records.h"
+#include "probe_test.h"
 
+#include "core/config.h"
 #include "probes/ports.h"
 
 #include <syslog.h>
@@ -33,13 +36,11 @@ protected:
     config config_;
 
 private:
-    std::vector<config_interface *> listed(uint32_t (*get)(config *, const char *, config_interface **)) {
-        std::vector<config_interface *> ports(129); // one more than there is room for
-        const uint32_t count = get(&config_, "br-lan", ports.data());
-        EXPECT_LE(count, 128U);
-        EXPECT_EQ(ports[128], nullptr);
-        ports.resize(count);
-        return ports;
+    std::vector<config_interface *> listed(uint32_t (*get)(config *, const char *, kolt_port_list *)) {
+        kolt_port_list ports;
+        ports.count = 77; // of another question
+        EXPECT_EQ(get(&config_, "br-lan", &ports), ports.count);
+        return {ports.span().begin(), ports.span().end()};
     }
 };
 
@@ -148,7 +149,7 @@ TEST_F(Ports, LongerRepliesHave128RecordsWhateverIsInThem) {
     }
 }
 
-TEST_F(Ports, WithoutABufferThereAreNoPorts) {
+TEST_F(Ports, BridgeHasNoPortsWithoutABuffer) {
     platform.bridges["br-lan"] = {1};
     platform.fail("bridgeAllocTableBuf");
     EXPECT_THAT(active(), IsEmpty());
@@ -250,8 +251,8 @@ struct norelay_row {
 
 class NorelayPort : public probe_rows<norelay_row> {};
 
-TEST_P(NorelayPort, IsOneOfTheListWhoseRelayFlagIsNotOne) {
-    port_list ports;
+TEST_P(NorelayPort, PortOfTheListIsNonrelayUnlessItsRelayFlagIsOne) {
+    port_records ports;
     ports.add("eth0", 10, 0);
     ports.add("eth1", 11, 1);
     ports.add("eth2", 12, 2);
@@ -271,13 +272,13 @@ INSTANTIATE_TEST_SUITE_P(Ports, NorelayPort,
                          row_name<norelay_row>);
 
 TEST_F(Ports, EmptyListHasNoNorelayPort) {
-    const port_list ports;
+    const port_records ports{};
     EXPECT_EQ(kolt_check_norelay_port(0, ports.get()), 0);
 }
 
 TEST_F(Ports, NorelayPortsAreJudgedByTheHeldIndexNotByTheName) {
     const test_interface eth0("eth0");
-    port_list ports;
+    port_records ports;
     ports.add("eth0", 0, 0);
     EXPECT_EQ(kolt_check_norelay_port(eth0.index(), ports.get()), 0);
     EXPECT_EQ(kolt_check_norelay_port(0, ports.get()), 1);

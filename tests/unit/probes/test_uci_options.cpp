@@ -1,3 +1,4 @@
+// Reading and comparing options.
 #include "probe_test.h"
 
 #include "core/config.h"
@@ -32,7 +33,6 @@ struct value_buffer {
 class Uci : public probe {
 protected:
     void SetUp() override {
-        probe::SetUp();
         remove_file(PACKAGE);
         remove_file(CHANGES);
     }
@@ -55,7 +55,7 @@ struct value_row {
 
 class UciValue : public probe_rows<value_row> {};
 
-TEST_P(UciValue, IsCopied) {
+TEST_P(UciValue, OptionIsCopiedWhenItIsThere) {
     remove_file(CHANGES);
     write_file(PACKAGE, "config tolmux 'tolmux'\n"
                         "\toption single 'one two'\n"
@@ -159,7 +159,7 @@ struct element_row {
 
 class UciElement : public probe_rows<element_row> {};
 
-TEST_P(UciElement, ThatIsNoStringOptionIsNamedByItsType) {
+TEST_P(UciElement, ElementThatIsNoStringOptionIsNamedByItsType) {
     remove_file(CHANGES);
     write_file(PACKAGE, "config tolmux 'tolmux'\n\toption a '1'\n\tlist many 'x'\n\tlist many 'y'\n");
     std::string tuple = GetParam().tuple;
@@ -178,7 +178,7 @@ INSTANTIATE_TEST_SUITE_P(
                     element_row{"List", "tolmux.tolmux.many", "option type is not string:1"}),
     row_name<element_row>);
 
-TEST_F(Uci, WithoutADescriptorNothingIsFound) {
+TEST_F(Uci, NothingIsFoundWithoutADescriptor) {
     write_options("\toption a '1'\n");
     value_buffer value;
     {
@@ -197,7 +197,7 @@ struct check_row {
 
 class UciCheck : public probe_rows<check_row> {};
 
-TEST_P(UciCheck, ComparesTheValue) {
+TEST_P(UciCheck, CheckComparesTheOptionWithTheExpectedValue) {
     remove_file(CHANGES);
     write_file(PACKAGE, std::string("config tolmux 'tolmux'\n") + GetParam().options);
     EXPECT_EQ(uci_check_value("tolmux.tolmux.a", GetParam().expected), GetParam().result);
@@ -258,7 +258,7 @@ struct switch_row {
 
 class UciSwitch : public probe_rows<switch_row> {};
 
-TEST_P(UciSwitch, IsOnOnlyAtOne) {
+TEST_P(UciSwitch, SwitchIsOnOnlyAtOne) {
     remove_file(CHANGES);
     remove_file(PACKAGE);
     const std::string tuple = std::string("tolmux.tolmux.") + GetParam().option;

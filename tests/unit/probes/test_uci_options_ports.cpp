@@ -1,3 +1,4 @@
+// The roles of Ethernet ports: which has a mesh neighbour, which carries the backhaul traffic.
 #include "probe_test.h"
 
 #include "core/config.h"
@@ -26,7 +27,7 @@ struct neighbour_row {
 
 class EthNeighbour : public probe_rows<neighbour_row> {};
 
-TEST_P(EthNeighbour, IsTheBitOfThePort) {
+TEST_P(EthNeighbour, PortHasANeighbourWhenItsBitIsSet) {
     remove_file("/var/state/tolmux");
     write_option("eth_HasNeigh", GetParam().mask);
     platform.eths = {"eth0", "eth1", "eth2", "eth3", "eth4", "eth5", "eth6", "eth7", "eth8", "eth9"};
@@ -52,7 +53,6 @@ INSTANTIATE_TEST_SUITE_P(
 class EthPorts : public probe {
 protected:
     void SetUp() override {
-        probe::SetUp();
         remove_file("/var/state/tolmux");
         remove_file(PACKAGE);
         platform.eths = {"eth0", "eth1", "eth2"};
@@ -71,7 +71,7 @@ TEST_F(EthPorts, NullNameHasNoNeighbour) {
     EXPECT_THAT(platform.calls, IsEmpty());
 }
 
-TEST_F(EthPorts, WithoutTheOptionNoPortHasANeighbourAndNobodyIsAsked) {
+TEST_F(EthPorts, NoPortHasANeighbourAndNobodyIsAskedWithoutTheOption) {
     EXPECT_EQ(kolt_check_eth_has_neigh("eth0"), 0);
     EXPECT_THAT(logged(),
                 ElementsAre(log_line{LOG_ERR, "uci_get_value", "Error: fail to get ptr tolmux.tolmux.eth_HasNeigh "}));
@@ -167,7 +167,7 @@ TEST_F(EthPorts, FirstOfTwoEqualNamesCounts) {
 // Ports as name, type, group and relay flag, and the relay flags that are left.
 struct port {
     const char *name;
-    uint32_t type;
+    kolt_link_type type;
     uint8_t group;
     uint8_t relay;
     uint8_t left;
@@ -181,7 +181,7 @@ struct traffic_row {
 
 class EthTraffic : public probe_rows<traffic_row> {};
 
-TEST_P(EthTraffic, ClearsTheRelayFlagsOfItsGroup) {
+TEST_P(EthTraffic, TrafficPortClearsTheRelayFlagsOfItsGroup) {
     remove_file("/var/state/tolmux");
     write_option("TrafficEthInterface", GetParam().interface);
     config settings;
@@ -195,44 +195,70 @@ TEST_P(EthTraffic, ClearsTheRelayFlagsOfItsGroup) {
         record.relay = row.relay;
         ports.push_back(&record);
     }
-    EXPECT_EQ(update_eth_traffic_ports(&settings, static_cast<uint32_t>(ports.size()), ports.data()), 1);
+    EXPECT_EQ(update_eth_traffic_ports(ports), 1);
     for (size_t i = 0; i < ports.size(); i++)
         EXPECT_EQ(ports[i]->relay, GetParam().ports[i].left) << GetParam().ports[i].name;
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    UciOptions, EthTraffic,
-    testing::Values(
-        traffic_row{"OnlyItsGroup", "eth1", {{"eth0", 0, 1, 1, 1}, {"eth1", 0, 2, 1, 0}, {"eth2", 0, 2, 1, 0}}},
-        traffic_row{"OnlyEthernetPorts",
-                    "eth1",
-                    {{"eth1", 0, 2, 1, 0},
-                     {"plc0", 1, 2, 1, 1},
-                     {"wlan0", 2, 2, 1, 1},
-                     {"wlan1", 3, 2, 1, 1},
-                     {"wlan2", 4, 2, 1, 1}}},
-        traffic_row{
-            "AnyRelayFlagButZero", "eth1", {{"eth1", 0, 2, 2, 0}, {"eth2", 0, 2, 255, 0}, {"eth3", 0, 2, 0, 0}}},
-        traffic_row{"PortsBeforeIt", "eth3", {{"eth0", 0, 7, 1, 0}, {"eth1", 0, 6, 1, 1}, {"eth3", 0, 7, 1, 0}}},
-        traffic_row{"OfAnotherType", "wlan0", {{"wlan0", 2, 3, 1, 1}, {"eth0", 0, 3, 1, 0}}},
-        traffic_row{"FirstOfTwoEqualNames", "eth1", {{"eth1", 0, 2, 1, 0}, {"eth1", 0, 3, 1, 1}, {"eth2", 0, 3, 1, 1}}},
-        traffic_row{
-            "NameIsComparedExactly", "eth1", {{"eth10", 0, 2, 1, 1}, {"eth", 0, 3, 1, 1}, {"ETH1", 0, 4, 1, 1}}},
-        traffic_row{
-            "UnknownNameMeansGroupZero", "eth9", {{"eth0", 0, 0, 1, 0}, {"eth1", 0, 1, 1, 1}, {"plc0", 1, 0, 1, 1}}},
-        traffic_row{"LongNameMeansGroupZero", "a_name_of_more_than_23_characters", {{"eth0", 0, 0, 1, 0}}},
-        traffic_row{"NameOfSixteenCharacters",
-                    "0123456789abcdef",
-                    {{"eth0", 0, 2, 1, 0}, {"0123456789abcdef", 0, 2, 1, 0}, {"0123456789abcde", 0, 0, 1, 1}}},
-        traffic_row{"NoPorts", "eth1", {}}),
-    row_name<traffic_row>);
+INSTANTIATE_TEST_SUITE_P(UciOptions, EthTraffic,
+                         testing::Values(traffic_row{"OnlyItsGroup",
+                                                     "eth1",
+                                                     {{"eth0", KOLT_LINK_ETHERNET, 1, 1, 1},
+                                                      {"eth1", KOLT_LINK_ETHERNET, 2, 1, 0},
+                                                      {"eth2", KOLT_LINK_ETHERNET, 2, 1, 0}}},
+                                         traffic_row{"OnlyEthernetPorts",
+                                                     "eth1",
+                                                     {{"eth1", KOLT_LINK_ETHERNET, 2, 1, 0},
+                                                      {"plc0", KOLT_LINK_PLC, 2, 1, 1},
+                                                      {"wlan0", KOLT_LINK_2G, 2, 1, 1},
+                                                      {"wlan1", KOLT_LINK_5G, 2, 1, 1},
+                                                      {"wlan2", KOLT_LINK_5G_2, 2, 1, 1}}},
+                                         traffic_row{"AnyRelayFlagButZero",
+                                                     "eth1",
+                                                     {{"eth1", KOLT_LINK_ETHERNET, 2, 2, 0},
+                                                      {"eth2", KOLT_LINK_ETHERNET, 2, 255, 0},
+                                                      {"eth3", KOLT_LINK_ETHERNET, 2, 0, 0}}},
+                                         traffic_row{"PortsBeforeIt",
+                                                     "eth3",
+                                                     {{"eth0", KOLT_LINK_ETHERNET, 7, 1, 0},
+                                                      {"eth1", KOLT_LINK_ETHERNET, 6, 1, 1},
+                                                      {"eth3", KOLT_LINK_ETHERNET, 7, 1, 0}}},
+                                         traffic_row{
+                                             "OfAnotherType",
+                                             "wlan0",
+                                             {{"wlan0", KOLT_LINK_2G, 3, 1, 1}, {"eth0", KOLT_LINK_ETHERNET, 3, 1, 0}}},
+                                         traffic_row{"FirstOfTwoEqualNames",
+                                                     "eth1",
+                                                     {{"eth1", KOLT_LINK_ETHERNET, 2, 1, 0},
+                                                      {"eth1", KOLT_LINK_ETHERNET, 3, 1, 1},
+                                                      {"eth2", KOLT_LINK_ETHERNET, 3, 1, 1}}},
+                                         traffic_row{"NameIsComparedExactly",
+                                                     "eth1",
+                                                     {{"eth10", KOLT_LINK_ETHERNET, 2, 1, 1},
+                                                      {"eth", KOLT_LINK_ETHERNET, 3, 1, 1},
+                                                      {"ETH1", KOLT_LINK_ETHERNET, 4, 1, 1}}},
+                                         traffic_row{"UnknownNameMeansGroupZero",
+                                                     "eth9",
+                                                     {{"eth0", KOLT_LINK_ETHERNET, 0, 1, 0},
+                                                      {"eth1", KOLT_LINK_ETHERNET, 1, 1, 1},
+                                                      {"plc0", KOLT_LINK_PLC, 0, 1, 1}}},
+                                         traffic_row{"LongNameMeansGroupZero",
+                                                     "a_name_of_more_than_23_characters",
+                                                     {{"eth0", KOLT_LINK_ETHERNET, 0, 1, 0}}},
+                                         traffic_row{"NameOfSixteenCharacters",
+                                                     "0123456789abcdef",
+                                                     {{"eth0", KOLT_LINK_ETHERNET, 2, 1, 0},
+                                                      {"0123456789abcdef", KOLT_LINK_ETHERNET, 2, 1, 0},
+                                                      {"0123456789abcde", KOLT_LINK_ETHERNET, 0, 1, 1}}},
+                                         traffic_row{"NoPorts", "eth1", {}}),
+                         row_name<traffic_row>);
 
 TEST_F(EthPorts, TrafficPortsStayAsTheyAreWithoutTheOption) {
     config settings;
     config_interface *ports[] = {&settings.interfaces[0]};
     settings.interfaces[0].relay = 1;
-    EXPECT_EQ(update_eth_traffic_ports(&settings, 1, ports), 0);
+    EXPECT_EQ(update_eth_traffic_ports(ports), 0);
     EXPECT_EQ(settings.interfaces[0].relay, 1);
     EXPECT_THAT(logged_texts(), ElementsAre("Error: fail to get ptr tolmux.tolmux.TrafficEthInterface "));
 }
@@ -243,7 +269,7 @@ TEST_F(EthPorts, TrafficPortsBeyondTheCountStayAsTheyAre) {
     config_interface *ports[] = {&settings.interfaces[0], &settings.interfaces[1]};
     for (config_interface *record : ports)
         record->relay = 1;
-    EXPECT_EQ(update_eth_traffic_ports(&settings, 1, ports), 1);
+    EXPECT_EQ(update_eth_traffic_ports(port_span(ports).first(1)), 1);
     EXPECT_EQ(settings.interfaces[0].relay, 0);
     EXPECT_EQ(settings.interfaces[1].relay, 1);
 }

@@ -1,3 +1,4 @@
+// The C library's socket calls, in front of its own.
 #include "support/fake_netlink.h"
 
 #include <cerrno>
@@ -149,6 +150,8 @@ ssize_t sendto(int fd, const void *bytes, size_t size, int flags, const sockaddr
     const std::string request(static_cast<const char *>(bytes), size);
     netlink.requests.push_back(
         {request, target.nl_pid, target.nl_groups, static_cast<int>(syscall(SYS_fcntl, fd, F_GETFL))});
+    if (netlink.at_request)
+        netlink.at_request();
     answer(netlink.protocols[fd], request);
     return static_cast<ssize_t>(size);
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -27,7 +28,8 @@ struct fake_netlink {
 
     // What answers a request on 52: the next of these, or a copy of the request when there is none.
     std::deque<std::string> replies;
-    bool silent = false; // no answer at all
+    bool silent = false;              // no answer at all
+    std::function<void()> at_request; // what happens while a request on 52 waits for its answer
 
     // errno values that calls fail with, by protocol (netlink route is 0).
     std::map<int, int> socket_errors;

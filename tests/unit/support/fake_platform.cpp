@@ -1,3 +1,4 @@
+// The functions of the two platform libraries.
 #include "support/fake_platform.h"
 
 #include <algorithm>

@@ -190,3 +190,15 @@ void test_interface::set_mac(const uint8_t *mac) {
     memcpy(request.ifr_hwaddr.sa_data, mac, 6);
     control(SIOCSIFHWADDR, &request);
 }
+
+// The kernel renames only what is down.
+void test_interface::rename(const std::string &name) {
+    ifreq request = request_for(name_);
+    control(SIOCSIFFLAGS, &request);
+    request = request_for(name_);
+    strncpy(request.ifr_newname, name.c_str(), IFNAMSIZ - 1);
+    control(SIOCSIFNAME, &request);
+    name_ = name;
+    if (const int error = set_up(name_); error != 0)
+        throw std::runtime_error("cannot set up interface " + name_ + ": " + strerror(error));
+}

@@ -1,3 +1,4 @@
+// Takes the place of syslog.
 #include "support/log_capture.h"
 
 #include "core/log.h"

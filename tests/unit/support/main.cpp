@@ -1,3 +1,4 @@
+// Runs the tests inside the sandbox; only listing them needs none.
 #include "support/sandbox.h"
 
 #include <gtest/gtest.h>

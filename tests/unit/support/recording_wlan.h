@@ -46,17 +46,19 @@ template <class... Arguments> int call(const char *slot, const Arguments &...arg
 
 inline const wlan_platform table = {
     .get_uplink_rate =
-        [](const char *ifname, wlan_uplink_rate *rate, uint8_t *rssi, uint32_t type) {
+        [](const char *ifname, wlan_uplink_rate *rate, uint8_t *rssi, kolt_link_type type) {
             return call("get_uplink_rate", ifname, address(rate), address(rssi), type);
         },
     .get_channel_utilization =
-        [](const char *ifname, uint8_t *utilization, uint32_t type, uint32_t one) {
+        [](const char *ifname, uint8_t *utilization, kolt_link_type type, uint32_t one) {
             return call("get_channel_utilization", ifname, address(utilization), type, one);
         },
     .activate_links = [](const char *ifname, const config_param *param,
-                         uint32_t type) { (void)call("activate_links", ifname, address(param), type); },
-    .activate_links_for_ap = [](const char *ifname, const config_param *param,
-                                uint32_t type) { (void)call("activate_links_for_ap", ifname, address(param), type); },
+                         kolt_link_type type) { (void)call("activate_links", ifname, address(param), type); },
+    .activate_links_for_ap =
+        [](const char *ifname, const config_param *param, kolt_link_type type) {
+            (void)call("activate_links_for_ap", ifname, address(param), type);
+        },
     .delete_wds_entry = [](const char *ifname,
                            const uint8_t *station) { (void)call("delete_wds_entry", ifname, mac(station)); },
     .get_util_adjustment =
@@ -66,7 +68,7 @@ inline const wlan_platform table = {
     .is_5g_low_noise = [](uint16_t rate, uint8_t utilization,
                           uintptr_t word) { return call("is_5g_low_noise", rate, utilization, word); },
     .get_links = [](const char *ifname, wlan_link *links,
-                    uint32_t type) { return call("get_links", ifname, address(links), type); },
+                    kolt_link_type type) { return call("get_links", ifname, address(links), type); },
     .reserved = [] { (void)call("reserved"); },
     .flush_all_fcache_flow = [] { return call("flush_all_fcache_flow"); },
     .flush_fcache_flow_entry = [](uint32_t flow_idx) { return call("flush_fcache_flow_entry", flow_idx); },
@@ -92,7 +94,7 @@ inline const wlan_platform table = {
             return call("cal_hash_and_set_ha", bridge, protocol, src_ip, dst_ip, src_port, dst_port, mac(src_mac),
                         mac(dst_mac), ifname, stream_kind, carried_value);
         },
-    .configure_fc_mode = [](uint32_t mode) { return call("configure_fc_mode", mode); },
+    .configure_fc_mode = [](kolt_work_mode mode) { return call("configure_fc_mode", mode); },
 };
 
 } // namespace recording

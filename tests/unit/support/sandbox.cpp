@@ -1,3 +1,4 @@
+// Namespaces, files and descriptor limits of the test process.
 #include "support/sandbox.h"
 
 #include <cerrno>

@@ -29,6 +29,7 @@ public:
     // The next frame that was sent out of the interface with this EtherType; empty when there is none within a second.
     [[nodiscard]] std::string sent_frame(uint16_t ethertype) const;
     void set_mac(const uint8_t *mac);
+    void rename(const std::string &name);
 
 private:
     std::string name_;
