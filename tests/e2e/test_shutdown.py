@@ -1,11 +1,10 @@
-"""How the daemon ends: by a signal, or with a bus that goes while it is at work; always in order and with status 0."""
+"""How the daemon ends: by a signal, always in order and with status 0."""
 import signal
 import time
 from pathlib import Path
 
 import pytest
 
-import bus
 from bus import Bus
 from kolt_node import Node, sample
 import scene
@@ -86,40 +85,6 @@ class TestSignals:
 
 
 class TestBus:
-    @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGKILL])
-    def test_idle_daemon_outlives_its_broker_and_still_ends_with_status_0(self, node: Node, number: int) -> None:
-        scene.set_up(node)
-        scene.start(node)
-        begin = scene.mark(node)
-        node.signal(node.broker, number)
-        node.wait_exit(node.broker)
-        node.wait_idle()
-        assert node.daemon.status is None
-        assert node.stop_daemon() == 0
-        assert (scene.lines(node, begin), node.journal(begin)) == ([], [])
-
-    def test_daemon_starts_again_with_the_next_broker(self, node: Node) -> None:
-        scene.set_up(node)
-        scene.start(node)
-        node.signal(node.broker, signal.SIGTERM)
-        assert (node.wait_exit(node.broker), node.stop_daemon()) == (0, 0)
-        scene.start(node)
-        begin = scene.mark(node)
-        node.event("kolt.configure", {"mode": "AP"})
-        assert "SetBridgeMode br-lan 1" in scene.requests(node, begin)
-
-    def test_bus_that_is_lost_during_the_pause_ends_it_after_the_flush(self, node: Node) -> None:
-        scene.set_up(node, ["wlan1.1"])
-        broker = Bus(node)
-        broker.start_daemon()
-        begin = scene.mark(node)
-        broker.send(bus.event("kolt.link_state", bus.number("LINK_WIFI_2G", 1)))
-        node.wait_calls("bridgeSetIFBroadcast", since=begin)
-        broker.drop()
-        assert node.wait_exit(node.daemon) == 0
-        assert scene.loop_requests(node, begin)[-1] == "FlushHATable br-lan"
-        broker.close()
-
     def test_bus_connection_is_closed_in_order(self, node: Node) -> None:
         """The other end sees an orderly end of the stream, with nothing behind it."""
         scene.set_up(node)

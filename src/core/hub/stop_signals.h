@@ -1,8 +1,36 @@
-// SIGINT and SIGTERM, which end the daemon, before the loop handles them.
+// SIGINT and SIGTERM, which end the daemon, before the loop handles them; and waits inside the bus library, which must
+// not be endless.
 #pragma once
+
+#include <csignal>
+#include <sys/types.h>
 
 // Holds the stop signals back: the loop forgets, when it starts to run, that a signal ended it before.
 void event_hold_stop_signals();
 
 // Has the running loop let them through, those included that came meanwhile.
 void event_release_stop_signals();
+
+// While it lives, what the bus library waits for has an end: when it is reached, the system call that blocks is
+// interrupted, and the connection that is being watched is shut down. Alive one at a time.
+class bus_wait {
+public:
+    // For the start: ends some tenths of a second after a stop signal came, which stays held back. A broker that is
+    // there is done by then, and the start goes on.
+    static bus_wait until_stopped();
+    // For the running loop, which handles the stop signals itself.
+    static bus_wait at_most_200_ms();
+
+    // Names the connection's descriptor that the library waits on from now; -1 for none.
+    void watch(int fd) const;
+
+    bus_wait(const bus_wait &) = delete;
+    bus_wait &operator=(const bus_wait &) = delete;
+    ~bus_wait();
+
+private:
+    bus_wait(void (*on_tick)(int), int flags, suseconds_t first_ms);
+
+    struct sigaction action_before_ {};
+    sigset_t mask_before_{};
+};
