@@ -248,3 +248,19 @@ class TestMessages:
         whole = link_message(node.ifindex("wlan0.1"), EXPIRED)
         for raw in (nlmsghdr(16, whole[16:length]), struct.pack("=I", length) + whole[4:]):
             assert scene.requests(node, notify(node, "wlan0.1", raw=raw)) == []
+
+    def test_socket_that_was_overrun_is_watched_on(self, node: Node) -> None:
+        """The kernel has more link changes to tell during a pause than the socket can hold."""
+        set_up(node, {"wlan0.1": PATH})
+        changes = ["link set dev wlan0.1 down", "link set dev wlan0.1 up"] * 400
+        node.write_file("/tmp/changes", "\n".join(changes) + "\n")
+        begin = scene.mark(node)
+        node.event("kolt.link_state", {"LINK_WIFI_2G": 1}, settle=False)
+        node.wait_calls("bridgeSetIFBroadcast", since=begin)
+        assert node.run(["/sbin/ip", "-batch", "/tmp/changes"]).status == 0
+        drops = [line.split()[8] for line in Path(f"/proc/{node.daemon.pid}/net/netlink").read_text()
+                 .splitlines()[1:] if line.split()[1:3] == ["0", str(node.daemon.pid)]]
+        assert any(int(count) > 0 for count in drops), "the socket was not overrun"
+        node.wait_calls("bridgeFlushHATable", since=begin)
+        node.wait_idle()
+        assert scene.requests(node, notify(node, "wlan0.1")) == FLUSHED

@@ -81,12 +81,21 @@ void deliver_messages(kolt_event_ctx *ev, int fd, kolt_event_kind kind) {
     }
 }
 
+// The loop takes out a watcher whose socket reports an error, as one does that was overrun. Messages were lost then,
+// but those that come are still wanted.
+void go_on_watching(uloop_fd *watcher) {
+    if (!watcher->registered)
+        (void)uloop_fd_add(watcher, ULOOP_READ); // it could be watched before, and can be again
+}
+
 void receive_bridge(uloop_fd *watcher, unsigned int /*events*/) {
     deliver_messages(KOLT_CONTAINER_OF(watcher, kolt_event_ctx, bridge_fd), watcher->fd, KOLT_EVENT_BRIDGE);
+    go_on_watching(watcher);
 }
 
 void receive_neighbour(uloop_fd *watcher, unsigned int /*events*/) {
     deliver_messages(KOLT_CONTAINER_OF(watcher, kolt_event_ctx, neigh_fd), watcher->fd, KOLT_EVENT_NEIGHBOUR);
+    go_on_watching(watcher);
 }
 
 void receive_link_notification(uloop_fd *watcher, unsigned int /*events*/) {
@@ -95,6 +104,7 @@ void receive_link_notification(uloop_fd *watcher, unsigned int /*events*/) {
         if (message->nlmsg_type == RTM_NEWLINK)
             nl_wifi_newlink_handle(message);
     }
+    go_on_watching(watcher);
 }
 
 } // namespace
