@@ -1,7 +1,7 @@
 """What the stories of path selection share: a node with three Wi-Fi uplinks, and its daemon one period at a time."""
 import contextlib
 import signal
-from collections.abc import Iterable, Iterator
+from collections.abc import Callable, Iterable, Iterator
 from dataclasses import dataclass
 
 import scene
@@ -80,6 +80,22 @@ class PathNode(scene.SharedNode):
         self.resume()
         self.wait_calls("netlink_msg", since=begin, timeout=10)
         self.wait_idle()
+        return self._end_period(begin)
+
+    def period_with(self, change: Callable[[], None]) -> Period:
+        """The same, and `change` happens while the daemon waits in vain for the answer to its first move."""
+        begin = self._seen
+        assert begin is not None
+        self.answer_requests(silent=True)
+        self.resume()
+        self.wait_calls("sendto", since=begin, timeout=10)
+        change()
+        self.answer_requests()
+        self.wait_log("send notify msg failed", since=begin)
+        self.wait_idle()
+        return self._end_period(begin)
+
+    def _end_period(self, begin: Mark) -> Period:
         self._hold()
         calls = self.journal(begin)
         asked = [entry["args"]["bridge"] for entry in calls

@@ -1,0 +1,84 @@
+"""Interfaces that go or change their name while a period waits for the answer to a moved stream."""
+from collections.abc import Iterator
+from pathlib import Path
+
+import pytest
+
+import path_scene as paths
+from path_scene import HOSTS, HOT, PathNode
+
+MOVED = 7  # the stream whose move is not answered
+NO_NAME = "path_selection_update_uplink_paths: Error: error ifname"
+NO_PATH = "path_selection_get_path_by_port: Error: get interface name"
+
+
+@pytest.fixture(scope="module")
+def shared(build: Path) -> Iterator[PathNode]:
+    yield from paths.lend(build)
+
+
+@pytest.fixture
+def node(shared: PathNode) -> Iterator[PathNode]:
+    yield from shared.lend()
+
+
+def rename(node: PathNode, old: str, new: str) -> None:
+    for words in (["down"], ["name", new]):
+        assert node.run(["/sbin/ip", "link", "set", "dev", old, *words]).status == 0
+
+
+def hosts_on(node: PathNode, ports: list[str]) -> None:
+    """Hosts in this order on these ports, all of them pinned to the best path already."""
+    node.set_table("br-lan", "fdb", [paths.fdb_entry(host, node.ifindex(port)) for host, port in zip(HOSTS, ports)])
+    node.set_table("br-lan", "hd", [paths.hd_entry(host, node.ifindex("wlan2.1")) for host in HOSTS[:len(ports)]])
+    node.set_load(load_2_4g=HOT)
+
+
+def test_client_is_passed_over_whose_port_is_deleted_during_the_wait(node: PathNode) -> None:
+    """The port's name was asked for before: what the kernel said then counts no more."""
+    paths.set_up(node)
+    hosts_on(node, ["eth0", "wlan0.1", "eth0"])
+    node.set_table("br-lan", "ha", [paths.stream(node, MOVED, "wlan0.1", host=HOSTS[1])])
+    node.begin()
+    period = node.period_with(lambda: node.remove_interface("eth0"))
+    assert period.ha() == [(MOVED, "wlan2.1")]
+    assert period.lines.count(NO_NAME) == 1
+    assert period.lines.index(NO_NAME) > period.lines.index(
+        "path_selection_update_ha_entry: Info: send notify msg failed")
+
+
+def test_streams_stay_whose_path_is_deleted_during_the_wait(node: PathNode) -> None:
+    paths.set_up(node)
+    hosts_on(node, ["eth0", "eth0"])
+    node.set_table("br-lan", "ha", [paths.stream(node, MOVED, "wlan0.1"),
+                                    paths.stream(node, 8, "wlan0.1", host=HOSTS[1])])
+    node.begin()
+    period = node.period_with(lambda: node.remove_interface("wlan0.1"))
+    assert period.ha() == [(MOVED, "wlan2.1")]
+    assert period.lines.count(NO_PATH) == 1
+
+
+def test_streams_stay_whose_path_has_another_name_after_the_wait(node: PathNode) -> None:
+    paths.set_up(node)
+    hosts_on(node, ["eth0", "eth0"])
+    node.set_table("br-lan", "ha", [paths.stream(node, MOVED, "wlan0.1"),
+                                    paths.stream(node, 8, "wlan0.1", host=HOSTS[1])])
+    node.begin()
+    period = node.period_with(lambda: rename(node, "wlan0.1", "gone0.1"))
+    assert period.ha() == [(MOVED, "wlan2.1")]
+    rename(node, "gone0.1", "wlan0.1")
+
+
+def test_client_is_pinned_anew_when_the_best_path_has_another_index_after_the_wait(node: PathNode) -> None:
+    """Its entry names an interface that is no longer the path's."""
+    paths.set_up(node)
+    hosts_on(node, ["eth0", "eth0"])
+    node.set_table("br-lan", "ha", [paths.stream(node, MOVED, "wlan0.1")])
+    node.begin()
+
+    def replace() -> None:
+        node.remove_interface("wlan2.1")
+        node.add_interface("wlan2.1")
+
+    period = node.period_with(replace)
+    assert period.hd() == [(HOSTS[1], "wlan2.1")]
