@@ -18,10 +18,10 @@ constexpr uint64_t FOREVER_S = 5000000000;
 constexpr int HIGH_DESCRIPTOR = 512; // out of the way of those that the process opens itself
 
 enum class time_source {
-    undecided,
-    real,
-    simulated,
-    continued // real time again, shifted so that it follows on the simulated time
+    UNDECIDED,
+    REAL,
+    SIMULATED,
+    CONTINUED // real time again, shifted so that it follows on the simulated time
 };
 
 time_source source;
@@ -68,7 +68,7 @@ int move_away(int fd) {
 
 void end_simulation() {
     shift_ns = simulated_ns - real_ns();
-    source = time_source::continued;
+    source = time_source::CONTINUED;
     close(connection);
     connection = -1;
 }
@@ -92,17 +92,17 @@ bool take_grant(int flags) {
 void start_simulation(int fd) {
     connection = move_away(fd);
     owner = getpid();
-    source = time_source::simulated;
-    while (source == time_source::simulated && !take_grant(0)) {
+    source = time_source::SIMULATED;
+    while (source == time_source::SIMULATED && !take_grant(0)) {
     }
-    if (source != time_source::simulated) {
-        source = time_source::real; // it closed without a word: there was no simulated time
+    if (source != time_source::SIMULATED) {
+        source = time_source::REAL; // it closed without a word: there was no simulated time
     }
 }
 
 void decide() {
     const int saved = errno;
-    source = time_source::real; // also for whatever is called from here
+    source = time_source::REAL; // also for whatever is called from here
     const int fd = access(NODE_DIR "/clock", F_OK) == 0 ? connect_simulator() : -1;
     if (fd >= 0) {
         start_simulation(fd);
@@ -133,7 +133,7 @@ bool say_and_poll(int fd, uint64_t deadline, const sigset_t *mask) {
         return false;
     }
     if (watched[0].revents != 0) {
-        while (source == time_source::simulated && take_grant(MSG_DONTWAIT)) {
+        while (source == time_source::SIMULATED && take_grant(MSG_DONTWAIT)) {
         }
     }
     return true;
@@ -170,7 +170,7 @@ timespec to_timespec(uint64_t ns) {
 }
 
 uint64_t now_ns() {
-    return source == time_source::simulated ? simulated_ns : real_ns() + shift_ns;
+    return source == time_source::SIMULATED ? simulated_ns : real_ns() + shift_ns;
 }
 
 uint64_t remaining_ns(uint64_t deadline) {
@@ -179,19 +179,19 @@ uint64_t remaining_ns(uint64_t deadline) {
 }
 
 bool time_is_ours() {
-    if (source == time_source::undecided) {
+    if (source == time_source::UNDECIDED) {
         decide();
     }
-    if (source == time_source::simulated && getpid() != owner) {
+    if (source == time_source::SIMULATED && getpid() != owner) {
         const int saved = errno;
         end_simulation();
         errno = saved;
     }
-    return source != time_source::real;
+    return source != time_source::REAL;
 }
 
 bool time_is_granted() {
-    return source == time_source::simulated;
+    return source == time_source::SIMULATED;
 }
 
 // Signals are let in by ppoll alone: one that is sent when the simulator knows of the wait is never lost.
