@@ -88,7 +88,7 @@ int kolt_check_relay_stream(const kolt_client_list *list, const uint8_t *mac) {
     if (list == nullptr || mac == nullptr)
         return 0;
     for (const kolt_client &client : list->span()) {
-        if (kolt_mac_equal(client.mac, mac) == 1 && client.relay != 0) // any mark counts here, not 1 alone
+        if (kolt_mac_equal(client.mac, mac) == 1 && !client.is_nonrelay()) // any mark counts here, not 1 alone
             return 1;
     }
     return 0;

@@ -19,10 +19,9 @@ constexpr uint32_t PORTS_SIZE = 4608;       // room for 128 port records
 constexpr uint32_t CHECK_SIZE = 8;
 constexpr int QUERY_BRIDGE = 0;
 constexpr int QUERY_PORTS = 256;
-constexpr int QUERY_PROTOCOL = 38;
 
 bool query(const table_buffer &payload, int type, uint32_t size) {
-    return netlink_msg(type, static_cast<uint8_t *>(payload.get()) - HEADER_SIZE, size, QUERY_PROTOCOL) == 0;
+    return netlink_msg(type, static_cast<uint8_t *>(payload.get()) - HEADER_SIZE, size, KOLT_BRIDGE_PROTOCOL) == 0;
 }
 
 // The number of port records in a reply, never more than the buffer holds.

@@ -6,6 +6,9 @@
 
 #include <cstdint>
 
+// What the kernel side of the bridge is addressed by, in queries and for its events.
+constexpr int KOLT_BRIDGE_PROTOCOL = 38;
+
 // 1 when the kernel knows the bridge, else 0; a null or empty name is no bridge.
 int kolt_check_active_bridge(const char *bridge);
 

@@ -20,7 +20,6 @@ namespace {
 
 constexpr uint16_t REQUEST_NEIGHBOUR_REGISTRATION = 13;
 constexpr int BRIDGE_EVENTS = 3;
-constexpr int BRIDGE_EVENT_PROTOCOL = 38;
 
 // How a watched socket is opened.
 struct watched_socket {
@@ -114,7 +113,7 @@ void event_bridge_set_event(config *config) {
         const kolt_name_text bridge(config->bridges[i].name);
         if (kolt_check_active_bridge(bridge.text) == 0)
             continue;
-        if (bridgeSetEventInfo(bridge.text, getpid(), BRIDGE_EVENTS, BRIDGE_EVENT_PROTOCOL) < 0)
+        if (bridgeSetEventInfo(bridge.text, getpid(), BRIDGE_EVENTS, KOLT_BRIDGE_PROTOCOL) < 0)
             KOLT_ERROR("bridgeSetEventInfo");
     }
 }
