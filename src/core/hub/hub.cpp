@@ -1,23 +1,14 @@
-// Building the hub, delivering, and taking it down in the order that its parts need.
+// Building the hub and taking it down, in the order that its parts need.
 #include "core/hub/hub.h"
 
-#include "core/config.h"
-#include "core/container_of.h"
 #include "core/hub/bus_connection.h"
 #include "core/hub/netlink_sockets.h"
 #include "core/hub/stop_signals.h"
 #include "core/log.h"
-#include "core/module.h"
 
 #include <csignal>
 #include <initializer_list>
 #include <unistd.h>
-
-kolt_event_ctx *l_ev;
-
-config *event_config(kolt_event_ctx *ev) {
-    return KOLT_CONTAINER_OF(ev, config, ev);
-}
 
 void event_init(kolt_event_ctx *ev) {
     *ev = kolt_event_ctx{};
@@ -35,11 +26,6 @@ int event_loop(kolt_event_ctx *ev) {
     event_run_cb(ev, KOLT_EVENT_START, nullptr);
     event_release_stop_signals();
     return uloop_run();
-}
-
-void event_run_cb(kolt_event_ctx *ev, kolt_event_kind kind, kolt_event *event) {
-    for (kolt_list *link = ev->subscribers.next; link != &ev->subscribers; link = link->next)
-        kolt_module_of_sub(link)->event_cb(event_config(ev), link, kind, event);
 }
 
 void event_free(kolt_event_ctx *ev) {

@@ -2,7 +2,7 @@
 #include "core/hub/link_notification.h"
 
 #include "core/config.h"
-#include "core/hub/hub.h"
+#include "core/hub/dispatch.h"
 #include "core/log.h"
 #include "core/names.h"
 #include "probes/ports.h"

@@ -3,7 +3,7 @@
 
 #include "core/config.h"
 #include "core/container_of.h"
-#include "core/hub/hub.h"
+#include "core/hub/dispatch.h"
 #include "core/hub/link_notification.h"
 #include "core/hub/netlink_request.h"
 #include "core/log.h"

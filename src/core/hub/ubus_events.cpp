@@ -2,7 +2,7 @@
 #include "core/hub/ubus_events.h"
 
 #include "core/container_of.h"
-#include "core/hub/hub.h"
+#include "core/hub/dispatch.h"
 #include "core/hub/netlink_sockets.h"
 #include "core/log.h"
 #include "core/pause.h"
