@@ -243,9 +243,13 @@ class Node(State):
 
 
 def is_waiting(pid: int) -> bool:
-    """Whether a process is blocked waiting for events; one that was just sent something no longer is."""
+    """
+    Whether a process is blocked waiting for events; one that was just sent something no longer is. Its state is asked
+    first: one that is being woken is running by that, but may still be shown in the call that it slept in.
+    """
     try:
+        asleep = Path(f"/proc/{pid}/stat").read_bytes().rpartition(b")")[2].split()[0] == b"S"
         words = Path(f"/proc/{pid}/syscall").read_text().split()
     except OSError:
         return False
-    return words[0] in LOOP_CALLS.get(os.uname().machine, ())
+    return asleep and words[0] in LOOP_CALLS.get(os.uname().machine, ())
