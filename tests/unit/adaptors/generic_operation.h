@@ -3,10 +3,14 @@
 
 #include "support/recording_wlan.h"
 
+#include <cstdint>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <limits>
 #include <string>
+
+constexpr uintptr_t LARGEST_WORD = std::numeric_limits<uintptr_t>::max();
 
 struct generic_operation {
     const char *name;

@@ -14,12 +14,11 @@ uint32_t counters[4];
 const uint8_t station[] = {0xF2, 0x11, 0x22, 0x33, 0x44, 0x55};
 const uint8_t source[] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
 const uint8_t destination[] = {0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB};
-constexpr uintptr_t LARGEST_WORD = std::numeric_limits<uintptr_t>::max();
 constexpr uint32_t LARGEST_NUMBER = std::numeric_limits<uint32_t>::max();
 
 using recording::address;
 
-const std::vector<generic_operation> OPERATIONS = {
+const std::vector<generic_operation> FLOW_OPERATIONS = {
     {"FlushAll", "flush_all_fcache_flow", [] { return kolt_flush_all_fcache_flow(); }, "", generic_operation::AS_IS,
      [](wlan_platform &table) { table.flush_all_fcache_flow = nullptr; }},
     {"FlushFlow", "flush_fcache_flow_entry", [] { return kolt_flush_fcache_flow_entry(LARGEST_NUMBER); }, "4294967295",
@@ -60,7 +59,7 @@ const std::vector<generic_operation> OPERATIONS = {
 };
 
 class FlowCache : public testing::TestWithParam<generic_operation> {};
-INSTANTIATE_TEST_SUITE_P(Operations, FlowCache, testing::ValuesIn(OPERATIONS), operation_name);
+INSTANTIATE_TEST_SUITE_P(Operations, FlowCache, testing::ValuesIn(FLOW_OPERATIONS), operation_name);
 
 TEST_P(FlowCache, FlowCacheOperationDoesNothingWithoutADriverTable) {
     expect_nothing_without_a_table(GetParam());

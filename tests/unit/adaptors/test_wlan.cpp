@@ -12,12 +12,11 @@ uint8_t utilization;
 uint8_t adjustment;
 wlan_link links[WLAN_MAX_LINKS];
 const config_param param;
-const uint8_t station[] = {0x02, 0x11, 0x22, 0x33, 0x44, 0xFE};
-constexpr uintptr_t LARGEST_WORD = std::numeric_limits<uintptr_t>::max();
+const uint8_t wlan_station[] = {0x02, 0x11, 0x22, 0x33, 0x44, 0xFE};
 
 using recording::address;
 
-const std::vector<generic_operation> OPERATIONS = {
+const std::vector<generic_operation> WLAN_OPERATIONS = {
     {"GetUplinkRate", "get_uplink_rate", [] { return wlan_get_uplink_rate("wlan0.1", &rate, &rssi, KOLT_LINK_5G); },
      "wlan0.1, " + address(&rate) + ", " + address(&rssi) + ", 3", generic_operation::REDUCED,
      [](wlan_platform &table) { table.get_uplink_rate = nullptr; }},
@@ -42,7 +41,7 @@ const std::vector<generic_operation> OPERATIONS = {
      [](wlan_platform &table) { table.activate_links_for_ap = nullptr; }},
     {"DeleteWdsEntry", "delete_wds_entry",
      [] {
-         wlan_delete_wds_entry("wlan4", station);
+         wlan_delete_wds_entry("wlan4", wlan_station);
          return 0;
      },
      "wlan4, 02:11:22:33:44:FE", generic_operation::NONE,
@@ -60,7 +59,7 @@ const std::vector<generic_operation> OPERATIONS = {
 };
 
 class Wlan : public testing::TestWithParam<generic_operation> {};
-INSTANTIATE_TEST_SUITE_P(Operations, Wlan, testing::ValuesIn(OPERATIONS), operation_name);
+INSTANTIATE_TEST_SUITE_P(Operations, Wlan, testing::ValuesIn(WLAN_OPERATIONS), operation_name);
 
 TEST_P(Wlan, WifiOperationDoesNothingWithoutADriverTable) {
     expect_nothing_without_a_table(GetParam());

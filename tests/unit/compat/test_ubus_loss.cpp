@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr uint32_t OBJECT_ID = 0x00c0ffee;
+constexpr uint32_t LOST_OBJECT_ID = 0x00c0ffee;
 
 int losses;
 bool was_registered;
@@ -61,7 +61,7 @@ protected:
     void connect(ScriptedBroker::Script script, ubus_event_handler_t callback) {
         broker = std::make_unique<ScriptedBroker>(dir.path("sock"), [script = std::move(script)](int fd) {
             greet(fd);
-            reply_object(fd, OBJECT_ID);
+            reply_object(fd, LOST_OBJECT_ID);
             reply_status(fd, 0);
             script(fd);
         });
@@ -123,7 +123,7 @@ TEST_F(UbusLoss, ByABrokenStreamIsToldOnce) {
 TEST_F(UbusLoss, DuringAnEventIsToldOnceWithTheDescriptorInTheLoop) {
     ASSERT_NO_FATAL_FAILURE(connect(
         [](int fd) {
-            EXPECT_TRUE(send_bytes(fd, event_message(1, OBJECT_ID, "kolt.x", {})));
+            EXPECT_TRUE(send_bytes(fd, event_message(1, LOST_OBJECT_ID, "kolt.x", {})));
             EXPECT_TRUE(read_mark(handling_pipe[0]));
         },
         outlast_broker));
@@ -195,9 +195,9 @@ TEST_F(UbusLoss, IsMadeGoodByATimerThatConnectsAgain) {
     }));
     second = std::make_unique<ScriptedBroker>(client.path, [](int fd) {
         greet(fd);
-        reply_object(fd, OBJECT_ID);
+        reply_object(fd, LOST_OBJECT_ID);
         reply_status(fd, 0);
-        EXPECT_TRUE(send_bytes(fd, event_message(1, OBJECT_ID, "kolt.x", {})));
+        EXPECT_TRUE(send_bytes(fd, event_message(1, LOST_OBJECT_ID, "kolt.x", {})));
         EXPECT_TRUE(closes(fd));
     });
     // The loop's own handling of the signal has survived, too.

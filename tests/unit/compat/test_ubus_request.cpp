@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr uint32_t OBJECT_ID = 0x00c0ffee;
+constexpr uint32_t REQUESTED_OBJECT_ID = 0x00c0ffee;
 
 class UbusRequest : public LoopTest {
 protected:
@@ -50,7 +50,7 @@ TEST_F(UbusRequest, SequencesCountFromOne) {
     Bytes first;
     Bytes second;
     EXPECT_EQ(run([&](int fd) {
-                  first = reply_object(fd, OBJECT_ID);
+                  first = reply_object(fd, REQUESTED_OBJECT_ID);
                   second = reply_status(fd, 0);
               }),
               0);
@@ -62,19 +62,20 @@ TEST_F(UbusRequest, SequencesCountFromOne) {
 TEST_F(UbusRequest, AnswerMayArriveInPieces) {
     EXPECT_EQ(run([&](int fd) {
                   receive_message(fd);
-                  const Bytes answer = wire_message(UBUS_MSG_DATA, 1, 0, number_attr(UBUS_ATTR_OBJID, OBJECT_ID)) +
-                                       wire_message(UBUS_MSG_STATUS, 1, 0, number_attr(UBUS_ATTR_STATUS, 0));
+                  const Bytes answer =
+                      wire_message(UBUS_MSG_DATA, 1, 0, number_attr(UBUS_ATTR_OBJID, REQUESTED_OBJECT_ID)) +
+                      wire_message(UBUS_MSG_STATUS, 1, 0, number_attr(UBUS_ATTR_STATUS, 0));
                   for (const char byte : answer)
                       EXPECT_TRUE(send_bytes(fd, Bytes(1, byte)));
                   reply_status(fd, 0);
               }),
               0);
-    EXPECT_EQ(handler.obj.id, OBJECT_ID);
+    EXPECT_EQ(handler.obj.id, REQUESTED_OBJECT_ID);
 }
 
 TEST_F(UbusRequest, StatusOfTheAnswerIsReturned) {
     EXPECT_EQ(run([](int fd) {
-                  reply_object(fd, OBJECT_ID);
+                  reply_object(fd, REQUESTED_OBJECT_ID);
                   reply_status(fd, UBUS_STATUS_PERMISSION_DENIED);
               }),
               UBUS_STATUS_PERMISSION_DENIED);
@@ -189,11 +190,11 @@ TEST_F(UbusRequest, SignalHandlerThatCutsTheConnectionEndsTheWaitAsConnectionFai
 TEST_F(UbusRequest, MessageOfAnotherSequenceIsKeptAndHandledLater) {
     Bytes answer;
     ASSERT_EQ(run([&](int fd) {
-                  reply_object(fd, OBJECT_ID);
+                  reply_object(fd, REQUESTED_OBJECT_ID);
                   receive_message(fd);
                   // The event has the sequence of the request that is waiting: the broker counts its own.
                   EXPECT_TRUE(
-                      send_bytes(fd, event_message(2, OBJECT_ID, "kolt.early", number_member("n", 1)) +
+                      send_bytes(fd, event_message(2, REQUESTED_OBJECT_ID, "kolt.early", number_member("n", 1)) +
                                          wire_message(UBUS_MSG_STATUS, 2, 1, number_attr(UBUS_ATTR_STATUS, 0))));
                   answer = receive_message(fd);
                   EXPECT_TRUE(closes(fd));
@@ -213,11 +214,12 @@ TEST_F(UbusRequest, MessageOfAnotherSequenceIsKeptAndHandledLater) {
 
 TEST_F(UbusRequest, KeptMessagesAreHandledInOrderAlsoWhenTheLoopEndsBetween) {
     ASSERT_EQ(run([&](int fd) {
-                  reply_object(fd, OBJECT_ID);
+                  reply_object(fd, REQUESTED_OBJECT_ID);
                   receive_message(fd);
-                  EXPECT_TRUE(send_bytes(
-                      fd, event_message(1, OBJECT_ID, "kolt.1", {}) + event_message(2, OBJECT_ID, "kolt.2", {}) +
-                              wire_message(UBUS_MSG_STATUS, 2, 1, number_attr(UBUS_ATTR_STATUS, 0))));
+                  EXPECT_TRUE(
+                      send_bytes(fd, event_message(1, REQUESTED_OBJECT_ID, "kolt.1", {}) +
+                                         event_message(2, REQUESTED_OBJECT_ID, "kolt.2", {}) +
+                                         wire_message(UBUS_MSG_STATUS, 2, 1, number_attr(UBUS_ATTR_STATUS, 0))));
                   EXPECT_TRUE(closes(fd));
               }),
               0);
@@ -252,7 +254,7 @@ TEST_F(UbusRequest, FloodOfMessagesMeanwhileIsNotKeptWithoutLimit) {
 
 TEST_F(UbusRequest, MessageLongerThanTheLimitIsNotSent) {
     ASSERT_EQ(run([&](int fd) {
-                  reply_object(fd, OBJECT_ID);
+                  reply_object(fd, REQUESTED_OBJECT_ID);
                   reply_status(fd, 0);
                   EXPECT_TRUE(closes(fd));
               }),

@@ -77,15 +77,15 @@ TEST_F(UciDelta, Renames) {
     EXPECT_EQ(value("p.s"), "type 2");
 }
 
-struct Row {
+struct DeltaRow {
     const char *name;
     const char *text;
-    friend void PrintTo(const Row &row, std::ostream *out) {
+    friend void PrintTo(const DeltaRow &row, std::ostream *out) {
         *out << row.name;
     }
 };
 
-class UciIdleDelta : public UciDelta, public ::testing::WithParamInterface<Row> {};
+class UciIdleDelta : public UciDelta, public ::testing::WithParamInterface<DeltaRow> {};
 
 TEST_P(UciIdleDelta, ChangesNothingAndHoldsUpNothing) {
     delta(GetParam().text + std::string("\np.t.o='9'\n"));
@@ -96,17 +96,19 @@ TEST_P(UciIdleDelta, ChangesNothingAndHoldsUpNothing) {
 
 INSTANTIATE_TEST_SUITE_P(
     , UciIdleDelta,
-    ::testing::Values(Row{"OtherPackage", "q.s.o='7'"}, Row{"MissingSection", "p.missing.o='7'"},
-                      Row{"NoValue", "p.s.o"}, Row{"NoSection", "p='7'"}, Row{"FourParts", "p.s.o.x='7'"},
-                      Row{"WrongOptionName", "p.s.a-b='7'"}, Row{"WrongSectionName", "p.@main[0].o='7'"},
-                      Row{"WrongType", "p.s='a b'"}, Row{"OnlyAMark", "-"}, Row{"QuotedMark", "'-p.s.o'"},
-                      Row{"BlankBeforeTheMark", " -p.s.o"}, Row{"HyphenForATuple", "-x"}, Row{"BracketForATuple", "["},
-                      Row{"OptionBracket", "p.s.[='7'"}, Row{"SectionBracket", "p.[='main'"},
-                      Row{"SectionHyphen", "p.-x='main'"}, Row{"Semicolon", ";p.s.o='7'"}, Row{"EmptyWord", "''"},
-                      Row{"AddedSectionThatExists", "+p.s='other'"}, Row{"ListItemWithoutValue", "|p.s.l"},
-                      Row{"RenamingToAWrongName", "@p.s.o='a b'"}, Row{"Moving", "^p.s='1'"},
-                      Row{"ListItemOfASection", "|p.s='x'"}, Row{"Nonsense", "one two three\n=\n.=.\n..="},
-                      Row{"Comment", "# p.s.o='7'"}),
+    ::testing::Values(DeltaRow{"OtherPackage", "q.s.o='7'"}, DeltaRow{"MissingSection", "p.missing.o='7'"},
+                      DeltaRow{"NoValue", "p.s.o"}, DeltaRow{"NoSection", "p='7'"},
+                      DeltaRow{"FourParts", "p.s.o.x='7'"}, DeltaRow{"WrongOptionName", "p.s.a-b='7'"},
+                      DeltaRow{"WrongSectionName", "p.@main[0].o='7'"}, DeltaRow{"WrongType", "p.s='a b'"},
+                      DeltaRow{"OnlyAMark", "-"}, DeltaRow{"QuotedMark", "'-p.s.o'"},
+                      DeltaRow{"BlankBeforeTheMark", " -p.s.o"}, DeltaRow{"HyphenForATuple", "-x"},
+                      DeltaRow{"BracketForATuple", "["}, DeltaRow{"OptionBracket", "p.s.[='7'"},
+                      DeltaRow{"SectionBracket", "p.[='main'"}, DeltaRow{"SectionHyphen", "p.-x='main'"},
+                      DeltaRow{"Semicolon", ";p.s.o='7'"}, DeltaRow{"EmptyWord", "''"},
+                      DeltaRow{"AddedSectionThatExists", "+p.s='other'"}, DeltaRow{"ListItemWithoutValue", "|p.s.l"},
+                      DeltaRow{"RenamingToAWrongName", "@p.s.o='a b'"}, DeltaRow{"Moving", "^p.s='1'"},
+                      DeltaRow{"ListItemOfASection", "|p.s='x'"}, DeltaRow{"Nonsense", "one two three\n=\n.=.\n..="},
+                      DeltaRow{"Comment", "# p.s.o='7'"}),
     [](const auto &param) { return param.param.name; });
 
 TEST_F(UciDelta, MarkMayStandApartFromItsTuple) {

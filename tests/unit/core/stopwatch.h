@@ -12,6 +12,9 @@ inline int64_t monotonic_ms() {
     return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
 
+// A handler for a signal that is only to interrupt what waits.
+inline void ignore_signal(int /*number*/) {}
+
 class stopwatch {
 public:
     [[nodiscard]] int64_t ms() const {

@@ -7,7 +7,7 @@ std::string file_with(const std::string &param, const std::string &couples) {
     return R"({"param": {)" + param + R"(}, "backhual": {)" + couples + "}}";
 }
 
-constexpr char VLAN_IDS[] = R"("eth_vlan_id": 3, "plc_vlan_guest_id": 50, "plc_vlan_backhaul_id": 10)";
+constexpr char COUPLE_VLAN_IDS[] = R"("eth_vlan_id": 3, "plc_vlan_guest_id": 50, "plc_vlan_backhaul_id": 10)";
 
 struct couple_row {
     const char *name;
@@ -36,7 +36,7 @@ protected:
 
 TEST_P(Couple, CoupleIsStoredAndAnnounced) {
     clear_log();
-    const auto record = loaded(file_with(VLAN_IDS, GetParam().entry));
+    const auto record = loaded(file_with(COUPLE_VLAN_IDS, GetParam().entry));
     ASSERT_EQ(record->couple_num, 1U);
     EXPECT_EQ(field(record->couples[0].lan), GetParam().lan);
     EXPECT_EQ(field(record->couples[0].guest), GetParam().guest);
@@ -85,15 +85,15 @@ INSTANTIATE_TEST_SUITE_P(Entries, SkippedCouple,
                                                      R"("plc0": {"couple": "plc1", "exchange": 5})"},
                                          skipped_row{"OtherExchangeWithoutTheEthernetId", R"("plc_vlan_guest_id": 50)",
                                                      R"("eth0": {"couple": "eth1", "exchange": 1})"},
-                                         skipped_row{"KeyExchangeOtherThanFour", VLAN_IDS,
+                                         skipped_row{"KeyExchangeOtherThanFour", COUPLE_VLAN_IDS,
                                                      R"("plc0": {"couple": "plc1", "key_exchange": 5})"},
-                                         skipped_row{"KeyExchangeZero", VLAN_IDS,
+                                         skipped_row{"KeyExchangeZero", COUPLE_VLAN_IDS,
                                                      R"("plc0": {"couple": "plc1", "key_exchange": 0})"},
                                          skipped_row{"KeyExchangeWithoutThePlcBackhaulId", R"("plc_vlan_guest_id": 50)",
                                                      R"("plc0": {"couple": "plc1", "key_exchange": 4})"},
-                                         skipped_row{"NoCouple", VLAN_IDS, R"("plc0": {"exchange": 5})"},
-                                         skipped_row{"NullCouple", VLAN_IDS, R"("plc0": {"couple": null})"},
-                                         skipped_row{"NoObject", VLAN_IDS, R"("plc0": 5)"}),
+                                         skipped_row{"NoCouple", COUPLE_VLAN_IDS, R"("plc0": {"exchange": 5})"},
+                                         skipped_row{"NullCouple", COUPLE_VLAN_IDS, R"("plc0": {"couple": null})"},
+                                         skipped_row{"NoObject", COUPLE_VLAN_IDS, R"("plc0": 5)"}),
                          [](const auto &row) { return row.param.name; });
 
 TEST_F(Couples, LinesAreWrittenOnlyAtInfoLevel) {
@@ -117,8 +117,8 @@ TEST_F(Couples, NameOf16CharactersDoesNotRunIntoItsNeighbour) {
 }
 
 TEST_F(Couples, ExchangedNameThatDoesNotFitStaysInsideItsField) {
-    const auto record = loaded(
-        file_with(VLAN_IDS, R"("x": {"couple": "abcdefghijklmnopqrstuvwxyz", "exchange": 5, "key_exchange": 4})"));
+    const auto record = loaded(file_with(
+        COUPLE_VLAN_IDS, R"("x": {"couple": "abcdefghijklmnopqrstuvwxyz", "exchange": 5, "key_exchange": 4})"));
     ASSERT_EQ(record->couple_num, 1U);
     EXPECT_EQ(field(record->couples[0].lan).substr(0, 15), "abcdefghijklmno");
     EXPECT_EQ(field(record->couples[0].guest).substr(0, 15), "abcdefghijklmno");

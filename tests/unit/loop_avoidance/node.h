@@ -16,6 +16,8 @@
 
 using call_list = lines;
 
+constexpr auto INVALID_MODE = static_cast<kolt_work_mode>(7);
+
 // The calls that program one port, in their order.
 struct port_calls {
     const char *bridge;

@@ -7,7 +7,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr auto INVALID_MODE = static_cast<kolt_work_mode>(7);
 constexpr auto HIGHEST_MODE = static_cast<kolt_work_mode>(0xFFFFFFFF);
 
 // ---- Whole sequences

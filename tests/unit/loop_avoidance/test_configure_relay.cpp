@@ -7,8 +7,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr auto INVALID_MODE = static_cast<kolt_work_mode>(7);
-
 TEST_F(Configure, PowerLineRelayFlagOutlivesTheModeUntilTheNextOne) {
     add_bridge("br-lan");
     const config_interface &plc = add_port("plc0", KOLT_LINK_PLC, 0);

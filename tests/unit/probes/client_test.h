@@ -12,6 +12,8 @@
 #include <vector>
 
 constexpr uint32_t NO_HD = 65535;
+constexpr mac_address FIRST{0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
+constexpr mac_address OTHER{0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF};
 
 class client_probe : public probe {
 protected:

@@ -12,6 +12,8 @@
 
 using probe = fixture;
 
+constexpr char WORK_MODE[] = "/tmp/work_mode";
+
 // A fixture for the rows of a table.
 template <class Row, class Fixture = probe> using probe_rows = table_test<Row, Fixture>;
 

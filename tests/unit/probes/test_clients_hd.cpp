@@ -6,9 +6,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr mac_address FIRST{0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
-constexpr mac_address OTHER{0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF};
-
 class HdClients : public client_probe {};
 
 TEST_F(HdClients, HdPortIsThatOfTheFirstEntryOfTheClient) {

@@ -11,8 +11,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr char WORK_MODE[] = "/tmp/work_mode";
-
 struct mode_row {
     const char *name;
     const char *text;

@@ -7,7 +7,6 @@ namespace {
 
 using testing::IsEmpty;
 
-constexpr char WORK_MODE[] = "/tmp/work_mode";
 constexpr const char *LINK_FILES[] = {"/tmp/eth_runtime_info", "/tmp/plc_runtime_info", "/tmp/wifi_runtime_info.2g",
                                       "/tmp/wifi_runtime_info.5g", "/tmp/wifi_runtime_info.5g2"};
 

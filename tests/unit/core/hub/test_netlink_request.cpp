@@ -53,8 +53,6 @@ void answer_on_third(int /*number*/) {
         (void)send(netlink.peers.at(52), "late reply", 10, 0);
 }
 
-void ignore_signal(int /*number*/) {}
-
 // From then on poll() itself fails: it is asked about more descriptors than the process may have.
 void forbid_descriptors(int /*number*/) {
     rlimit limit{};

@@ -10,8 +10,6 @@ namespace {
 
 constexpr int STOP_SIGNALS[] = {SIGINT, SIGTERM};
 
-void ignore_signal(int /*number*/) {}
-
 // What the process does on the signals that a wait handles.
 struct signal_state {
     std::map<int, void (*)(int)> handlers;

@@ -27,8 +27,6 @@ protected:
 
 uint32_t eth_state_at_event;
 
-void ignore_signal(int /*number*/) {}
-
 } // namespace
 
 TEST_F(LinkState, EachStateThatAnEventCarriesIsStored) {
