@@ -2,8 +2,8 @@
  * Table buffers, the three tables that a bridge keeps, and the calls that write single entries of them.
  */
 #include "journal.h"
-#include "message.h"
 #include "script.h"
+#include "table_message.h"
 
 #pragma GCC visibility push(default)
 #include <duon_bridge.h>

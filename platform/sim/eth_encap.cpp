@@ -2,8 +2,8 @@
  * Bridge queries over a table buffer's message, and the Ethernet profile of the device.
  */
 #include "journal.h"
-#include "message.h"
 #include "script.h"
+#include "table_message.h"
 
 #pragma GCC visibility push(default)
 #include <eth_encap.h>

@@ -1,6 +1,6 @@
 #include "script.h"
 
-#include "message.h"
+#include "table_message.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,9 +1,8 @@
 /*
  * The message that a table buffer belongs to: 52 bytes of header, then the payload whose address callers hold. Both
- * libraries read it, so its layout is settled here.
+ * platform libraries read it, whoever provides them, so its layout is settled here.
  */
-#ifndef SIM_MESSAGE_H
-#define SIM_MESSAGE_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -37,5 +36,3 @@ inline message_header load_header(const void *message) {
 inline void store_header(void *message, const message_header &header) {
     memcpy(message, &header, sizeof(header));
 }
-
-#endif
