@@ -1,0 +1,215 @@
+// Programs on an interface's hooks as filters of a clsact.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include <linux/pkt_cls.h>
+#include <linux/pkt_sched.h>
+#include <linux/rtnetlink.h>
+
+#include <bpf/libbpf.h>
+#include <libmnl/libmnl.h>
+
+#include "core/handle.h"
+#include "kernel/hooks.h"
+
+namespace {
+
+// First of all filters, so that none of them decides before it.
+constexpr uint32_t PRIORITY = 1;
+constexpr uint32_t HANDLE = 0x6b6f6c74;
+
+using netlink = kolt_handle<mnl_socket, mnl_socket_close>;
+
+// What a walk over filters or queueing disciplines looks for and has found.
+struct search {
+    uint32_t ifindex = 0;
+    kolt_direction direction{};
+    bool clsact = false; // the queueing discipline of the hooks is one
+    bool ingress = false;
+    bool ours = false;
+    size_t others = 0;
+    kolt_other_program first;
+};
+
+constexpr uint32_t parent_of(kolt_direction direction) {
+    return TC_H_MAKE(TC_H_CLSACT, direction == kolt_direction::INGRESS ? TC_H_MIN_INGRESS : TC_H_MIN_EGRESS);
+}
+
+const char *text_of(const nlattr *attribute) {
+    const bool valid = attribute != nullptr && mnl_attr_validate(attribute, MNL_TYPE_NUL_STRING) >= 0;
+    return valid ? mnl_attr_get_str(attribute) : "";
+}
+
+const nlattr *find_attribute(const void *begin, const void *end, uint16_t type) {
+    const auto *attribute = static_cast<const nlattr *>(begin);
+    const auto left = [end](const nlattr *from) {
+        return static_cast<int>(static_cast<const char *>(end) - reinterpret_cast<const char *>(from));
+    };
+    for (; mnl_attr_ok(attribute, left(attribute)); attribute = mnl_attr_next(attribute))
+        if (mnl_attr_get_type(attribute) == type)
+            return attribute;
+    return nullptr;
+}
+
+const nlattr *attribute_of(const nlmsghdr *message, uint16_t type) {
+    return find_attribute(mnl_nlmsg_get_payload_offset(message, sizeof(tcmsg)), mnl_nlmsg_get_payload_tail(message),
+                          type);
+}
+
+// The name that a BPF filter has, or else its kind.
+const char *name_of(const nlmsghdr *message) {
+    const char *kind = text_of(attribute_of(message, TCA_KIND));
+    const nlattr *options = attribute_of(message, TCA_OPTIONS);
+    if (strcmp(kind, "bpf") != 0 || options == nullptr)
+        return kind;
+    const auto *begin = static_cast<const char *>(mnl_attr_get_payload(options));
+    const nlattr *name = find_attribute(begin, begin + mnl_attr_get_payload_len(options), TCA_BPF_NAME);
+    return name != nullptr ? text_of(name) : kind;
+}
+
+// Filters are named after their program: "name:[number]".
+bool is_name(const char *text, const char *name) {
+    const size_t length = strlen(name);
+    return strncmp(text, name, length) == 0 && (text[length] == ':' || text[length] == '\0');
+}
+
+int see_filter(const nlmsghdr *message, void *data) {
+    auto *found = static_cast<search *>(data);
+    const auto *filter = static_cast<const tcmsg *>(mnl_nlmsg_get_payload(message));
+    if (message->nlmsg_type != RTM_NEWTFILTER || filter->tcm_handle == 0)
+        return MNL_CB_OK;
+    const char *name = name_of(message);
+    if (filter->tcm_handle == HANDLE && is_name(name, kolt_program_name(found->direction))) {
+        found->ours = true;
+        return MNL_CB_OK;
+    }
+    if (found->others++ == 0)
+        (void)snprintf(found->first.name, sizeof found->first.name, "%s", name);
+    return MNL_CB_OK;
+}
+
+int see_qdisc(const nlmsghdr *message, void *data) {
+    auto *found = static_cast<search *>(data);
+    const auto *qdisc = static_cast<const tcmsg *>(mnl_nlmsg_get_payload(message));
+    if (message->nlmsg_type != RTM_NEWQDISC || static_cast<uint32_t>(qdisc->tcm_ifindex) != found->ifindex)
+        return MNL_CB_OK;
+    const char *kind = text_of(attribute_of(message, TCA_KIND));
+    found->clsact = found->clsact || strcmp(kind, "clsact") == 0;
+    found->ingress = found->ingress || strcmp(kind, "ingress") == 0;
+    return MNL_CB_OK;
+}
+
+bool receive(mnl_socket *socket, uint32_t sequence, mnl_cb_t see, search *found) {
+    alignas(nlmsghdr) char buffer[16384];
+    for (;;) {
+        const ssize_t size = mnl_socket_recvfrom(socket, buffer, sizeof buffer);
+        if (size < 0)
+            return false;
+        const int result =
+            mnl_cb_run(buffer, static_cast<size_t>(size), sequence, mnl_socket_get_portid(socket), see, found);
+        if (result <= MNL_CB_STOP)
+            return result == MNL_CB_STOP;
+    }
+}
+
+bool dump(uint16_t type, uint32_t parent, mnl_cb_t see, search *found) {
+    constexpr uint32_t SEQUENCE = 1;
+    alignas(nlmsghdr) char buffer[256];
+    const netlink socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC));
+    if (!socket || mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) < 0)
+        return false;
+    nlmsghdr *request = mnl_nlmsg_put_header(buffer);
+    request->nlmsg_type = type;
+    request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    request->nlmsg_seq = SEQUENCE;
+    auto *head = static_cast<tcmsg *>(mnl_nlmsg_put_extra_header(request, sizeof(tcmsg)));
+    head->tcm_ifindex = static_cast<int>(found->ifindex);
+    head->tcm_parent = parent;
+    return mnl_socket_sendto(socket.get(), request, request->nlmsg_len) >= 0 &&
+           receive(socket.get(), SEQUENCE, see, found);
+}
+
+search look(uint32_t ifindex, kolt_direction direction) {
+    search found;
+    found.ifindex = ifindex;
+    found.direction = direction;
+    // The older ingress qdisc has the same handle, and takes filters for egress as ones for ingress.
+    if (dump(RTM_GETQDISC, 0, see_qdisc, &found) && found.clsact)
+        (void)dump(RTM_GETTFILTER, parent_of(direction), see_filter, &found); // an interface gone meanwhile has none
+    return found;
+}
+
+bpf_tc_hook hook_of(uint32_t ifindex, kolt_direction direction) {
+    bpf_tc_hook hook{};
+    hook.sz = sizeof hook;
+    hook.ifindex = static_cast<int>(ifindex);
+    hook.attach_point = direction == kolt_direction::INGRESS ? BPF_TC_INGRESS : BPF_TC_EGRESS;
+    return hook;
+}
+
+bpf_tc_opts own_filter() {
+    bpf_tc_opts options{};
+    options.sz = sizeof options;
+    options.handle = HANDLE;
+    options.priority = PRIORITY;
+    return options;
+}
+
+bool make_clsact(uint32_t ifindex, kolt_reason *why) {
+    bpf_tc_hook hook = hook_of(ifindex, kolt_direction::INGRESS);
+    const int error = bpf_tc_hook_create(&hook);
+    return error == 0 || error == -EEXIST || why->say(-error, "cannot put a clsact on interface %u", ifindex);
+}
+
+void remove_empty_clsact(uint32_t ifindex) {
+    for (const auto direction : {kolt_direction::INGRESS, kolt_direction::EGRESS}) {
+        const search left = look(ifindex, direction);
+        if (!left.clsact || left.ours || left.others != 0)
+            return;
+    }
+    bpf_tc_hook hook = hook_of(ifindex, kolt_direction::INGRESS);
+    hook.attach_point = static_cast<bpf_tc_attach_point>(BPF_TC_INGRESS | BPF_TC_EGRESS);
+    (void)bpf_tc_hook_destroy(&hook); // an empty one does no harm
+}
+
+} // namespace
+
+bool clsact_attach(uint32_t ifindex, kolt_direction direction, int program, kolt_reason *why) {
+    search found = look(ifindex, direction);
+    if (found.ingress)
+        return why->say(EBUSY, "an ingress qdisc stands in the way of a clsact on interface %u", ifindex);
+    if (!found.clsact && !make_clsact(ifindex, why))
+        return false;
+    const bpf_tc_hook hook = hook_of(ifindex, direction);
+    bpf_tc_opts options = own_filter();
+    options.prog_fd = program;
+    options.flags = BPF_TC_F_REPLACE;
+    const int error = bpf_tc_attach(&hook, &options);
+    return error == 0 || why->say(-error, "cannot put the filter %s on interface %u%s%s", kolt_program_name(direction),
+                                  ifindex, found.others != 0 ? ", where another one stands: " : "", found.first.name);
+}
+
+bool clsact_detach(uint32_t ifindex, kolt_direction direction, kolt_reason *why) {
+    if (!look(ifindex, direction).ours)
+        return true;
+    const bpf_tc_hook hook = hook_of(ifindex, direction);
+    const bpf_tc_opts options = own_filter();
+    const int error = bpf_tc_detach(&hook, &options);
+    if (error != 0 && error != -ENOENT)
+        return why->say(-error, "cannot take the filter %s off interface %u", kolt_program_name(direction), ifindex);
+    remove_empty_clsact(ifindex);
+    return true;
+}
+
+bool clsact_attached(uint32_t ifindex, kolt_direction direction) {
+    return look(ifindex, direction).ours;
+}
+
+size_t clsact_others(uint32_t ifindex, kolt_direction direction, kolt_other_program *first) {
+    const search found = look(ifindex, direction);
+    if (found.others != 0)
+        *first = found.first;
+    return found.others;
+}

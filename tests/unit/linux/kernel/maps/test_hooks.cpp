@@ -1,0 +1,181 @@
+// Putting the programs on an interface and taking them off.
+#include "linux/support/data_plane.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <stdexcept>
+
+#include <bpf/bpf.h>
+#include <bpf/libbpf.h>
+
+namespace {
+
+using testing::HasSubstr;
+
+constexpr kolt_direction BOTH[] = {kolt_direction::INGRESS, kolt_direction::EGRESS};
+
+bpf_tc_hook ingress_of(uint32_t ifindex) {
+    bpf_tc_hook hook{};
+    hook.sz = sizeof hook;
+    hook.ifindex = static_cast<int>(ifindex);
+    hook.attach_point = BPF_TC_INGRESS;
+    return hook;
+}
+
+// A program of somebody else, that lets everything pass.
+unique_fd foreign_program() {
+    const bpf_insn code[] = {{.code = BPF_ALU64 | BPF_MOV | BPF_K, .dst_reg = 0, .src_reg = 0, .off = 0, .imm = 0},
+                             {.code = BPF_JMP | BPF_EXIT, .dst_reg = 0, .src_reg = 0, .off = 0, .imm = 0}};
+    return unique_fd(bpf_prog_load(BPF_PROG_TYPE_SCHED_CLS, "shaper", "none", code, std::size(code), nullptr));
+}
+
+bool put_foreign_filter(uint32_t ifindex, uint32_t priority, uint32_t handle) {
+    const unique_fd program = foreign_program();
+    bpf_tc_hook hook = ingress_of(ifindex);
+    bpf_tc_opts options{};
+    options.sz = sizeof options;
+    options.prog_fd = program.get();
+    options.priority = priority;
+    options.handle = handle;
+    const int made = bpf_tc_hook_create(&hook);
+    return (made == 0 || made == -EEXIST) && bpf_tc_attach(&hook, &options) == 0;
+}
+
+// What holds for both ways.
+class hooks_test : public data_plane_test, public testing::WithParamInterface<kolt_hooking> {
+protected:
+    hooks_test() {
+        bring_up("p0");
+        bring_up("e0");
+        if (GetParam() == kolt_hooking::TCX && !tcx_available())
+            throw std::runtime_error("this kernel is too old for TCX");
+    }
+    bool attach() {
+        return programs_.attach(one_, &why_, GetParam());
+    }
+    // Whether a frame that arrives at the closed port is stopped.
+    [[nodiscard]] static bool guards() {
+        const wire_end inside("p0", 0x9000); // sees what has passed the hook
+        const wire_end outside("e0");
+        outside.send(ethernet_frame(CLIENT, SERVER, 0x9000));
+        return inside.receive(100).empty();
+    }
+};
+
+TEST_P(hooks_test, BothStandThereUntilTheyAreTakenOff) {
+    EXPECT_FALSE(kolt_programs::attached(one_));
+    EXPECT_FALSE(guards());
+    ASSERT_TRUE(attach()) << why_.text;
+    EXPECT_TRUE(kolt_programs::attached(one_));
+    EXPECT_TRUE(guards());
+    ASSERT_TRUE(programs_.detach(one_, &why_)) << why_.text;
+    EXPECT_FALSE(kolt_programs::attached(one_));
+    EXPECT_FALSE(guards());
+    EXPECT_TRUE(programs_.detach(one_, &why_)) << "there is nothing to take off";
+}
+
+TEST_P(hooks_test, AttachingAgainChangesNothing) {
+    ASSERT_TRUE(attach()) << why_.text;
+    ASSERT_TRUE(attach()) << why_.text;
+    EXPECT_TRUE(guards());
+    ASSERT_TRUE(programs_.detach(one_, &why_));
+    EXPECT_FALSE(guards()) << "there was a second one";
+}
+
+TEST_P(hooks_test, TheNextProcessReplacesThem) {
+    ASSERT_TRUE(attach());
+    kolt_programs next;
+    ASSERT_EQ(kolt_opened::TAKEN_OVER, next.open(PINS, &why_));
+    EXPECT_TRUE(kolt_programs::attached(one_));
+    ASSERT_TRUE(next.attach(one_, &why_, GetParam())) << why_.text;
+    EXPECT_TRUE(guards());
+    ASSERT_TRUE(next.detach(one_, &why_));
+    EXPECT_FALSE(guards());
+}
+
+TEST_P(hooks_test, TheyOutliveTheirProcess) {
+    {
+        kolt_programs gone;
+        ASSERT_EQ(kolt_opened::TAKEN_OVER, gone.open(PINS, &why_));
+        ASSERT_TRUE(gone.attach(one_, &why_, GetParam()));
+    }
+    EXPECT_TRUE(guards());
+}
+
+TEST_P(hooks_test, OneWayReplacesTheOther) {
+    ASSERT_TRUE(attach());
+    const kolt_hooking other = GetParam() == kolt_hooking::TCX ? kolt_hooking::CLSACT : kolt_hooking::TCX;
+    ASSERT_TRUE(programs_.attach(one_, &why_, other)) << why_.text;
+    for (const auto direction : BOTH) {
+        EXPECT_EQ(other == kolt_hooking::TCX, tcx_attached(one_, direction));
+        EXPECT_EQ(other == kolt_hooking::CLSACT, clsact_attached(one_, direction));
+    }
+    EXPECT_TRUE(guards());
+}
+
+TEST_P(hooks_test, AnotherFilterIsToldAndLeftAlone) {
+    kolt_other_program first;
+    EXPECT_EQ(0U, kolt_programs::others(one_, kolt_direction::INGRESS, &first));
+    ASSERT_TRUE(put_foreign_filter(one_, 10, 1));
+    ASSERT_TRUE(attach()) << why_.text;
+    EXPECT_EQ(1U, kolt_programs::others(one_, kolt_direction::INGRESS, &first));
+    EXPECT_THAT(first.name, HasSubstr("shaper"));
+    EXPECT_EQ(0U, kolt_programs::others(one_, kolt_direction::EGRESS, &first));
+    EXPECT_TRUE(guards()) << "it has come first";
+    ASSERT_TRUE(programs_.detach(one_, &why_));
+    EXPECT_EQ(1U, kolt_programs::others(one_, kolt_direction::INGRESS, &first));
+}
+
+TEST_P(hooks_test, AnInterfaceThatIsNotThereIsRefused) {
+    EXPECT_FALSE(programs_.attach(3999, &why_, GetParam()));
+    EXPECT_EQ(ENODEV, why_.error);
+    EXPECT_THAT(why_.text, HasSubstr("interface 3999"));
+    EXPECT_FALSE(kolt_programs::attached(3999));
+    EXPECT_TRUE(programs_.detach(3999, &why_)) << why_.text;
+}
+
+TEST_P(hooks_test, AnInterfaceBeyondTheTableIsRefused) {
+    EXPECT_FALSE(programs_.attach(KOLT_MAX_PORTS, &why_, GetParam()));
+    EXPECT_EQ(ERANGE, why_.error);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, hooks_test, testing::Values(kolt_hooking::CLSACT, kolt_hooking::TCX),
+                         [](const auto &way) { return way.param == kolt_hooking::TCX ? "Tcx" : "Clsact"; });
+
+using clsact_test = data_plane_test;
+
+TEST_F(clsact_test, IsRemovedWithTheLastFilterOnly) {
+    ASSERT_TRUE(programs_.attach(one_, &why_, kolt_hooking::CLSACT));
+    ASSERT_TRUE(programs_.detach(one_, &why_));
+    bpf_tc_hook hook = ingress_of(one_);
+    EXPECT_EQ(0, bpf_tc_hook_create(&hook)) << "one was left behind";
+    ASSERT_TRUE(put_foreign_filter(one_, 5, 1));
+    ASSERT_TRUE(programs_.attach(one_, &why_, kolt_hooking::CLSACT));
+    ASSERT_TRUE(programs_.detach(one_, &why_));
+    EXPECT_EQ(-EEXIST, bpf_tc_hook_create(&hook));
+}
+
+TEST_F(clsact_test, SharesItsPriorityWithAnotherFilter) {
+    ASSERT_TRUE(put_foreign_filter(one_, 1, 1));
+    EXPECT_TRUE(programs_.attach(one_, &why_, kolt_hooking::CLSACT)) << why_.text;
+    kolt_other_program first;
+    EXPECT_EQ(1U, kolt_programs::others(one_, kolt_direction::INGRESS, &first));
+}
+
+TEST_F(clsact_test, DoesNotTakeAnIngressQdiscForOne) {
+    put_ingress_qdisc("p0");
+    EXPECT_FALSE(programs_.attach(one_, &why_, kolt_hooking::CLSACT));
+    EXPECT_EQ(EBUSY, why_.error);
+    EXPECT_FALSE(kolt_programs::attached(one_));
+}
+
+using best_test = data_plane_test;
+
+TEST_F(best_test, TakesTcxWhereTheKernelHasIt) {
+    ASSERT_TRUE(programs_.attach(one_, &why_)) << why_.text;
+    EXPECT_EQ(tcx_available(), tcx_attached(one_, kolt_direction::EGRESS));
+    EXPECT_NE(tcx_available(), clsact_attached(one_, kolt_direction::EGRESS));
+}
+
+} // namespace
