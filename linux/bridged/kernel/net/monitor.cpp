@@ -1,0 +1,96 @@
+// Listening to the kernel's groups.
+#include "kernel/net/monitor.h"
+
+#include "kernel/net/attributes.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <linux/filter.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
+namespace {
+
+constexpr size_t DATAGRAM_SIZE = 32768;
+// A thousand entries that move at once are told one by one.
+constexpr int RECEIVE_BUFFER = 4 << 20;
+constexpr int DATAGRAMS_PER_TURN = 256;
+
+// Keeps the neighbours of IP out, which share a group with the bridges' tables: a busy router has many. The types stand
+// in the machine's byte order, and loads take the network's.
+int keep_bridges(int fd) {
+    const uint16_t learnt = htons(RTM_NEWNEIGH);
+    const uint16_t removed = htons(RTM_DELNEIGH);
+    sock_filter code[] = {
+        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, offsetof(nlmsghdr, nlmsg_type)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, learnt, 1, 0),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, removed, 0, 2),
+        BPF_STMT(BPF_LD | BPF_B | BPF_ABS, sizeof(nlmsghdr) + offsetof(ndmsg, ndm_family)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, AF_BRIDGE, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, UINT32_MAX),
+        BPF_STMT(BPF_RET | BPF_K, 0),
+    };
+    const sock_fprog program{.len = sizeof code / sizeof *code, .filter = code};
+    return setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
+}
+
+void enlarge_buffer(int fd) {
+    if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &RECEIVE_BUFFER, sizeof RECEIVE_BUFFER) != 0)
+        (void)setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &RECEIVE_BUFFER, sizeof RECEIVE_BUFFER); // an overrun is told
+}
+
+int join_groups(int fd) {
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_groups = RTMGRP_LINK | RTMGRP_NEIGH;
+    return bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+}
+
+void tell(const nlmsghdr &message, const monitor_callbacks &callbacks) {
+    link_info link;
+    bridge_port port;
+    fdb_record record;
+    if (link_parse(message, &link))
+        callbacks.link(link);
+    if (bridge_port_parse(message, &port))
+        callbacks.port(port);
+    if (fdb_parse(message, &record))
+        callbacks.fdb(record);
+}
+
+} // namespace
+
+int kernel_monitor::open() {
+    fd_.reset(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE));
+    if (!fd_)
+        return errno;
+    enlarge_buffer(fd_.get());
+    if (keep_bridges(fd_.get()) == 0 && join_groups(fd_.get()) == 0)
+        return 0;
+    const int result = errno;
+    fd_.reset();
+    return result;
+}
+
+int kernel_monitor::receive(const monitor_callbacks &callbacks) {
+    alignas(NLMSG_ALIGNTO) std::array<std::byte, DATAGRAM_SIZE> datagram;
+    for (int turn = 0; turn < DATAGRAMS_PER_TURN; turn++) {
+        sockaddr_nl sender{};
+        socklen_t sender_size = sizeof sender;
+        const ssize_t size = recvfrom(fd_.get(), datagram.data(), datagram.size(), MSG_TRUNC,
+                                      reinterpret_cast<sockaddr *>(&sender), &sender_size);
+        if (size < 0 && errno == EINTR)
+            continue;
+        if (size < 0)
+            return errno == EAGAIN ? 0 : errno;
+        if (static_cast<size_t>(size) > datagram.size())
+            return ENOBUFS; // what was in it is lost just the same
+        if (sender.nl_pid != 0)
+            continue; // not the kernel
+        auto left = static_cast<int>(size);
+        const auto *message = reinterpret_cast<const nlmsghdr *>(datagram.data());
+        for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left))
+            tell(*message, callbacks);
+    }
+    return 0;
+}
