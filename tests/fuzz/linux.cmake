@@ -1,0 +1,5 @@
+# Both sides of what the platform libraries and kolt-bridged say to each other.
+kolt_fuzz_target(fuzz_bridged_requests fuzz_bridged_requests.cpp kolt_bridged_requests)
+kolt_fuzz_target(fuzz_bridged_replies fuzz_bridged_replies.cpp)
+target_sources(fuzz_bridged_replies PRIVATE ${PROJECT_SOURCE_DIR}/linux/lib/reply.cpp)
+target_include_directories(fuzz_bridged_replies PRIVATE ${PROJECT_SOURCE_DIR}/linux ${PROJECT_SOURCE_DIR}/src)
