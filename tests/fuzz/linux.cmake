@@ -3,3 +3,5 @@ kolt_fuzz_target(fuzz_bridged_requests fuzz_bridged_requests.cpp kolt_bridged_re
 kolt_fuzz_target(fuzz_bridged_replies fuzz_bridged_replies.cpp)
 target_sources(fuzz_bridged_replies PRIVATE ${PROJECT_SOURCE_DIR}/linux/lib/reply.cpp)
 target_include_directories(fuzz_bridged_replies PRIVATE ${PROJECT_SOURCE_DIR}/linux ${PROJECT_SOURCE_DIR}/src)
+# What kolt-bridged decides.
+kolt_fuzz_target(fuzz_neighbour_frames fuzz_neighbour_frames.cpp kolt_bridged_decide)

@@ -1,0 +1,188 @@
+// Any bytes as frames of neighbours to a node with a parent, a child, hosts and a port that feeds it. Whatever they
+// say, a port is open in one role at most, one link carries the group frames of a class towards the parent, and what
+// the node says of itself makes sense.
+#include "decide/port_words.h"
+#include "decide/record.h"
+#include "decide/tree.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+
+namespace {
+
+constexpr node_id OWN_ID = 0x0001020000000020;
+constexpr uint32_t FIRST_PORT = 10;
+constexpr uint32_t PORTS = 5;
+constexpr size_t MOST_FRAMES = 200;
+
+void require(bool holds) {
+    if (!holds)
+        abort();
+}
+
+// Reads the input piece by piece; it may end anywhere.
+struct input {
+    const uint8_t *data;
+    size_t size;
+
+    uint8_t byte() {
+        if (size == 0)
+            return 0;
+        size--;
+        return *data++;
+    }
+};
+
+void check_words(const tree &self) {
+    port_settings all;
+    port_words(self, &all);
+    int up[BCAST_CLASSES] = {};
+    int floods_up = 0;
+    for (size_t slot = 0; slot < TREE_PORTS; slot++) {
+        const port_setting &one = all[slot];
+        const port_role role = self.ports[slot].role;
+        const bool open = (one.word.flags & PORT_OPEN) != 0;
+        require(open || (one.word.accepts | one.word.admits) == 0);
+        require(one.word.accepts != 0 || !(one.flooding.flood || one.flooding.bcast_flood || one.flooding.mcast_flood));
+        require(!open || (self.ports[slot].carrier && role != ROLE_CLOSED));
+        require(!open || (one.word.group == GROUP_UP) == (role == ROLE_UPLINK || role == ROLE_OUTSIDE));
+        require(!open || (one.word.group == GROUP_NONE) == (role == ROLE_ACCESS));
+        require(role != ROLE_UPLINK || self.parent != 0);
+        require(role != ROLE_OUTSIDE || self.parent == 0);
+        for (unsigned c = 0; c < BCAST_CLASSES && one.word.group == GROUP_UP; c++)
+            up[c] += carries_class(one, c) ? 1 : 0;
+        floods_up += one.word.group == GROUP_UP && one.flooding.flood ? 1 : 0;
+    }
+    require(up[0] <= 1 && up[1] <= 1 && floods_up <= 1);
+}
+
+void check_state(const tree &self) {
+    require((self.parent == 0) == (self.root == self.id));
+    require(self.parent == 0 || !same_node(self.parent, self.id));
+    require(self.parent == 0 || self.pending.token == 0);
+    require(self.hops < TREE_MAX_HOPS + 1);
+    tree_record record;
+    tree_save(self, &record);
+    tree next;
+    require(tree_take_over(&next, record, node_mac(OWN_ID), 99, self.now_ms));
+    require(next.parent == self.parent || next.parent == 0);
+}
+
+void drain(tree *self) {
+    tree_send due;
+    for (size_t count = 0; tree_take_frame(self, &due); count++) {
+        uint8_t bytes[FRAME_MAX_SIZE];
+        const uint8_t mac[6] = {2};
+        neighbour_frame read;
+        const size_t size = frame_encode(due.frame, mac, bytes);
+        require(size != 0 && frame_decode({bytes, size}, &read) && read == due.frame);
+        require(count < 1000);
+    }
+}
+
+// An echo of what was just asked, as the kernel behind the port would send it.
+void echo(tree *self, uint32_t ifindex, node_id by) {
+    const int slot = tree_slot(*self, ifindex);
+    neighbour_frame frame;
+    frame.kind = FRAME_ECHO;
+    frame.node = self->id;
+    frame.port = ifindex;
+    frame.sequence = self->ports[static_cast<size_t>(slot)].sequence;
+    frame.echoed_by = by;
+    tree_receive(self, ifindex, frame, self->now_ms);
+}
+
+// Bytes straight from the input: whole frames, which a fuzzer hardly ever hits upon, and the fields of a hello.
+void receive(tree *self, uint32_t ifindex, input *in) {
+    const size_t size = in->size < FRAME_MAX_SIZE ? in->size : FRAME_MAX_SIZE;
+    const std::unique_ptr<uint8_t[]> copy(new uint8_t[size]); // a byte behind it is out of bounds
+    if (size > 0)
+        memcpy(copy.get(), in->data, size);
+    neighbour_frame frame;
+    if (!frame_decode({copy.get(), size}, &frame))
+        return;
+    in->data += FRAME_MIN_SIZE;
+    in->size -= FRAME_MIN_SIZE;
+    tree_receive(self, ifindex, frame, self->now_ms);
+}
+
+node_id some_node(input *in) {
+    const uint8_t byte = in->byte();
+    return 0x020000000000 | (node_id{byte} & 0x3f) | (byte & 0x40 ? node_id{1} << NODE_RANK_SHIFT : 0);
+}
+
+void hello(tree *self, uint32_t ifindex, input *in) {
+    neighbour_frame frame;
+    frame.node = some_node(in);
+    frame.port = in->byte();
+    frame.incarnation = in->byte() & 3;
+    frame.version = in->byte();
+    frame.root = some_node(in);
+    frame.parent = in->byte() & 1 ? node_mac(OWN_ID) : node_mac(some_node(in));
+    frame.taking = {in->byte(), in->byte()};
+    frame.hops = in->byte() & 63;
+    frame.link_flags = in->byte();
+    frame.node_flags = in->byte() & 1;
+    frame.join_count = in->byte() % (FRAME_JOINS + 1);
+    for (uint8_t i = 0; i < frame.join_count; i++) {
+        const bool grant = (in->byte() & 1) != 0;
+        const bool pending = (in->byte() & 1) != 0; // the token that a fuzzer cannot guess
+        frame.joins[i] = {.kind = grant ? JOIN_GRANT : JOIN_REQUEST,
+                          .origin = grant && pending ? self->id : some_node(in),
+                          .token = pending ? self->pending.token : in->byte()};
+    }
+    tree_receive(self, ifindex, frame, self->now_ms);
+}
+
+void start(tree *self) {
+    tree_start(self, OWN_ID, 1, 1000, 1000);
+    for (uint32_t i = 0; i < PORTS; i++) {
+        const port_wish wish = {.type = static_cast<uint8_t>(i),
+                                .class_ = static_cast<uint8_t>(i / 4),
+                                .group = i < 2 ? PORT_RELAY : PORT_NONRELAY,
+                                .permit = i == 4};
+        require(tree_port_add(self, FIRST_PORT + i, wish, true, 1000));
+    }
+}
+
+void act(tree *self, input *in) {
+    const uint8_t what = in->byte();
+    const uint32_t ifindex = FIRST_PORT + (what >> 4) % PORTS;
+    switch (what & 7) {
+    case 0:
+        receive(self, ifindex, in);
+        break;
+    case 1:
+        tree_tick(self, self->now_ms + in->byte() * uint64_t{4});
+        break;
+    case 2:
+        tree_port_carrier(self, ifindex, (in->byte() & 1) != 0, self->now_ms);
+        break;
+    case 3:
+        tree_port_foreign(self, ifindex, self->now_ms + in->byte() * uint64_t{100});
+        break;
+    case 4:
+        echo(self, ifindex, some_node(in));
+        break;
+    default:
+        hello(self, ifindex, in);
+    }
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    const auto self = std::make_unique<tree>();
+    start(self.get());
+    input in{.data = data, .size = size};
+    for (size_t i = 0; i < MOST_FRAMES && in.size > 0; i++) {
+        act(self.get(), &in);
+        drain(self.get());
+        check_words(*self);
+        check_state(*self);
+    }
+    return 0;
+}
