@@ -1,0 +1,140 @@
+// One child a message: it connects, sends and ends.
+#include "bridged/bus.h"
+
+#include "core/container_of.h"
+#include "core/log.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int RETRY_MS = 1000;
+constexpr unsigned CHILD_SECONDS = 3; // a bus that hangs does not keep a child for longer
+
+// In the order in which the daemon documents them.
+constexpr struct {
+    const char *name;
+    kolt_link_type type;
+} ATTRIBUTES[] = {{"LINK_WIFI_2G", KOLT_LINK_2G},
+                  {"LINK_WIFI_5G", KOLT_LINK_5G},
+                  {"LINK_WIFI_5G_2", KOLT_LINK_5G_2},
+                  {"LINK_PLC", KOLT_LINK_PLC},
+                  {"LINK_ETH", KOLT_LINK_ETHERNET}};
+
+bool send_links(ubus_context *ctx, const bus_sender *bus) {
+    blob_buf message = {};
+    (void)blob_buf_init(&message, 0);
+    for (const auto &attribute : ATTRIBUTES)
+        (void)blobmsg_add_u32(&message, attribute.name, bus->links[attribute.type]);
+    const int status = ubus_send_event(ctx, "kolt.link_state", message.head);
+    blob_buf_free(&message);
+    return status == 0;
+}
+
+bool send_configure(ubus_context *ctx) {
+    blob_buf message = {};
+    (void)blob_buf_init(&message, 0);
+    // Neither of the modes: the daemon then keeps to the node's role.
+    (void)blobmsg_add_string(&message, "mode", "current");
+    const int status = ubus_send_event(ctx, "kolt.configure", message.head);
+    blob_buf_free(&message);
+    return status == 0;
+}
+
+[[noreturn]] void child_main(const bus_sender *bus, int done) {
+    (void)signal(SIGTERM, SIG_DFL);
+    (void)signal(SIGINT, SIG_DFL);
+    (void)alarm(CHILD_SECONDS);
+    ubus_context *ctx = ubus_connect(nullptr);
+    const bool sent = ctx != nullptr && (!bus->wants_configure || send_configure(ctx)) && send_links(ctx, bus) &&
+                      write(done, "", 1) == 1;
+    _exit(sent ? EXIT_SUCCESS : EXIT_FAILURE); // the parent's buffers and handlers are none of the child's business
+}
+
+void start(bus_sender *bus);
+
+void retry(uloop_timeout *timer) {
+    start(KOLT_CONTAINER_OF(timer, bus_sender, retry));
+}
+
+void retry_later(bus_sender *bus) {
+    bus->pending = true;
+    bus->retry.cb = retry;
+    (void)uloop_timeout_set(&bus->retry, RETRY_MS);
+}
+
+// The child has closed its end: with a byte before when it has sent everything.
+void child_ended(uloop_fd *pipe, unsigned) {
+    bus_sender *bus = KOLT_CONTAINER_OF(pipe, bus_sender, child);
+    char byte = 0;
+    const bool sent = read(pipe->fd, &byte, 1) == 1;
+    (void)uloop_fd_delete(pipe);
+    (void)close(pipe->fd);
+    (void)waitpid(bus->child_pid, nullptr, 0);
+    bus->child_pid = 0;
+    if (!sent) {
+        retry_later(bus);
+        return;
+    }
+    bus->wants_configure = bus->configure_again;
+    bus->configure_again = false;
+    if (bus->pending)
+        start(bus);
+}
+
+void watch_child(bus_sender *bus, pid_t pid, int pipe) {
+    bus->pending = false;
+    bus->child_pid = pid;
+    bus->child.fd = pipe;
+    bus->child.cb = child_ended;
+    (void)uloop_fd_add(&bus->child, ULOOP_READ);
+}
+
+void start(bus_sender *bus) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        KOLT_ERROR("cannot make a pipe: %s", strerror(errno));
+        retry_later(bus);
+        return;
+    }
+    const pid_t pid = fork();
+    if (pid == 0)
+        child_main(bus, ends[1]);
+    (void)close(ends[1]);
+    if (pid > 0) {
+        watch_child(bus, pid, ends[0]);
+        return;
+    }
+    KOLT_ERROR("cannot start a process that tells the bus: %s", strerror(errno));
+    (void)close(ends[0]);
+    retry_later(bus);
+}
+
+} // namespace
+
+void bus_tell(bus_sender *bus, const node_report &report, bool configure) {
+    for (kolt_link_type type : KOLT_LINKS)
+        bus->links[type] = report.links[type].up ? 1 : 0;
+    bool &wanted = bus->child_pid != 0 ? bus->configure_again : bus->wants_configure;
+    wanted |= configure;
+    bus->pending = true;
+    if (bus->child_pid == 0 && !bus->retry.pending)
+        start(bus);
+}
+
+void bus_stop(bus_sender *bus) {
+    (void)uloop_timeout_cancel(&bus->retry);
+    if (bus->child_pid == 0)
+        return;
+    (void)uloop_fd_delete(&bus->child);
+    (void)close(bus->child.fd);
+    (void)kill(bus->child_pid, SIGKILL);
+    (void)waitpid(bus->child_pid, nullptr, 0);
+    bus->child_pid = 0;
+}

@@ -1,0 +1,182 @@
+// A client's place is two entries: one in the programs' table, so that its streams are counted, and one in the bridge's
+// that neither ages nor moves when its frames arrive by several links.
+#include "bridged/clients.h"
+
+#include "core/log.h"
+
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+// Frames for this node itself must not be sent away.
+bool is_own(const bridge_node *node, const uint8_t *mac) {
+    fdb_mac address;
+    memcpy(address.data(), mac, address.size());
+    fdb_record found;
+    return fdb_find(node->owner->rtnl, node->ifindex, address, &found) == 0 && found.is_local;
+}
+
+bool is_open_port(const bridge_node *node, uint32_t ifindex) {
+    const int slot = ifindex == 0 ? NO_SLOT : tree_slot(node->links, ifindex);
+    return slot != NO_SLOT && (node->set[static_cast<size_t>(slot)].word.flags & PORT_OPEN) != 0;
+}
+
+placed_client *find(bridge_node *node, const uint8_t *mac) {
+    for (size_t i = 0; i < node->client_count; i++) {
+        if (memcmp(node->clients[i].mac.data(), mac, KOLT_MAC_SIZE) == 0)
+            return &node->clients[i];
+    }
+    return nullptr;
+}
+
+// Collects what is to be pinned, so that a thousand clients are one exchange with the kernel.
+class placing {
+public:
+    explicit placing(bridge_node *node) : node_(node) {}
+
+    void place(placed_client *client, uint32_t ifindex) {
+        client->placed = ifindex;
+        if (ifindex == 0) {
+            gone_[gone_count_++] = {client->mac, 0};
+            (void)node_->owner->programs.hd_remove(client->mac.data());
+            return;
+        }
+        (void)node_->owner->programs.hd_set(client->mac.data(), ifindex);
+        pinned_[pinned_count_++] = {client->mac, ifindex};
+    }
+
+    // The first error.
+    int finish() {
+        const int pinned = fdb_pin(node_->owner->rtnl, {pinned_.data(), pinned_count_});
+        for (size_t i = 0; i < gone_count_; i++) {
+            fdb_record record;
+            if (fdb_find(node_->owner->rtnl, node_->ifindex, gone_[i].mac, &record) == 0)
+                gone_[i].port = record.port;
+        }
+        (void)fdb_remove(node_->owner->rtnl, {gone_.data(), gone_count_}); // an entry that is not there is fine
+        return pinned;
+    }
+
+private:
+    bridge_node *node_;
+    std::array<fdb_place, MAX_CLIENTS> pinned_;
+    std::array<fdb_place, MAX_CLIENTS> gone_;
+    size_t pinned_count_ = 0;
+    size_t gone_count_ = 0;
+};
+
+} // namespace
+
+int clients_add(bridge_node *node, const uint8_t *mac, const uint8_t *second_mac, const char *ifname) {
+    const node_port *port = node_find_port(node, ifname);
+    if (port == nullptr)
+        return ENODEV;
+    if ((mac[0] & 1) != 0 || is_own(node, mac))
+        return EINVAL;
+    placed_client *client = find(node, mac);
+    if (client == nullptr) {
+        if (node->client_count == MAX_CLIENTS)
+            return ENOSPC;
+        client = &node->clients[node->client_count++];
+        *client = {};
+        memcpy(client->mac.data(), mac, KOLT_MAC_SIZE);
+    }
+    memcpy(client->second_mac.data(), second_mac, KOLT_MAC_SIZE);
+    client->wished = port->ifindex;
+    if (client->placed == port->ifindex)
+        return 0;
+    if (!is_open_port(node, port->ifindex))
+        return client->placed != 0 ? 0 : ENETDOWN;
+    placing work(node);
+    work.place(client, port->ifindex);
+    return work.finish();
+}
+
+int clients_remove(bridge_node *node, const uint8_t *mac) {
+    placed_client *client = find(node, mac);
+    if (client == nullptr)
+        return ENOENT;
+    placing work(node);
+    work.place(client, 0);
+    *client = node->clients[--node->client_count];
+    return work.finish();
+}
+
+void clients_flush(bridge_node *node) {
+    placing work(node);
+    for (size_t i = 0; i < node->client_count; i++)
+        work.place(&node->clients[i], 0);
+    node->client_count = 0;
+    (void)work.finish();
+}
+
+void clients_move_off(bridge_node *node, uint32_t ifindex, uint32_t backup) {
+    placing work(node);
+    for (size_t i = 0; i < node->client_count; i++) {
+        if (node->clients[i].placed == ifindex)
+            work.place(&node->clients[i], backup);
+    }
+    (void)work.finish();
+}
+
+void clients_place(bridge_node *node) {
+    placing work(node);
+    for (size_t i = 0; i < node->client_count; i++) {
+        placed_client &client = node->clients[i];
+        if (client.placed != client.wished && is_open_port(node, client.wished))
+            work.place(&client, client.wished);
+    }
+    if (work.finish() != 0)
+        KOLT_ERROR("%s: cannot place its clients: %s", node->name, node->owner->rtnl.last_error().text.data());
+}
+
+void clients_take_roamed(bridged *self) {
+    fdb_mac mac{};
+    for (int i = 0; i < KOLT_MAX_ROAMED && self->programs.roamed_take(mac.data()); i++) {
+        for (uint32_t j = 0; j < self->bridge_count; j++)
+            (void)clients_remove(&self->bridges[j], mac.data()); // it was placed on one of them at most
+    }
+}
+
+namespace {
+
+constexpr size_t MAX_ANNOUNCED = 512;
+constexpr size_t ANNOUNCEMENT_SIZE = 60;
+
+// A frame from the client to all that tells nothing but where it is: an empty exchange of identifications (LLC XID).
+std::array<uint8_t, ANNOUNCEMENT_SIZE> announcement(const fdb_mac &mac) {
+    constexpr uint8_t EXCHANGE[] = {0x00, 0x06, 0x00, 0x01, 0xAF, 0x81, 0x01, 0x00};
+    std::array<uint8_t, ANNOUNCEMENT_SIZE> frame{};
+    memset(frame.data(), 0xFF, KOLT_MAC_SIZE);
+    memcpy(frame.data() + KOLT_MAC_SIZE, mac.data(), KOLT_MAC_SIZE);
+    memcpy(frame.data() + 2 * KOLT_MAC_SIZE, EXCHANGE, sizeof(EXCHANGE));
+    return frame;
+}
+
+bool leads_up(const bridge_node *node, uint32_t ifindex) {
+    const int slot = tree_slot(node->links, ifindex);
+    return slot != NO_SLOT && node->set[static_cast<size_t>(slot)].word.group == GROUP_UP;
+}
+
+const node_port *port_up(bridge_node *node) {
+    for (const port_setting &setting : node->set) {
+        if (setting.word.group == GROUP_UP && carries_class(setting, KOLT_BCAST_CLASS_0))
+            return node_find_port_index(node, setting.ifindex);
+    }
+    return nullptr;
+}
+
+} // namespace
+
+void clients_announce(bridge_node *node) {
+    const node_port *up = port_up(node);
+    if (up == nullptr)
+        return;
+    size_t told = 0;
+    (void)fdb_dump(node->owner->rtnl, node->ifindex, [&](const fdb_record &entry) {
+        const bool here = entry.is_local ? entry.mac == node->mac : !leads_up(node, entry.port);
+        if (here && told++ < MAX_ANNOUNCED)
+            (void)up->frames.send(announcement(entry.mac)); // one that is lost speaks for itself sooner or later
+    });
+}

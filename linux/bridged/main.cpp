@@ -1,0 +1,213 @@
+// kolt-bridged: owns the programs on the backhaul ports, watches links and neighbours, and answers kolt.
+#include "bridged/calls.h"
+#include "bridged/clients.h"
+#include "bridged/neighbours.h"
+#include "bridged/node.h"
+#include "bridged/ports.h"
+#include "bridged/refusal.h"
+#include "bridged/report.h"
+#include "bridged/settle.h"
+#include "bridged/tables.h"
+#include "core/config_load.h"
+#include "core/container_of.h"
+#include "core/log.h"
+#include "lib/records.h"
+#include "lib/requests.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <sys/stat.h>
+
+namespace {
+
+constexpr int SECOND_MS = 1000;
+constexpr int SHORTEST_PERIOD_MS = 1000; // a configuration without a period is measured every second
+
+void program_log(void * /*context*/, bool warning, const char *line) {
+    if (warning)
+        KOLT_ERROR_AS("kolt_programs", "%s", line);
+    else
+        KOLT_DUMP_AS("kolt_programs", "%s", line);
+}
+
+void fdb_changed(bridged *self, const fdb_record &entry) {
+    bridge_node *node = node_find_index(self, entry.bridge);
+    if (node == nullptr || entry.removed || entry.is_local || entry.is_static)
+        return;
+    const bridge_fdb_record record = table_record_of(entry);
+    (void)requests_send_event(self->requests, PROTOCOL_BRIDGE_EVENTS, BRIDGE_EVENT_LEARNT, &record, sizeof(record));
+}
+
+void kernel_changed(uloop_fd *watch, unsigned /*events*/) {
+    bridged *self = KOLT_CONTAINER_OF(watch, bridged, monitor_watch);
+    const auto link_changed = [self](const link_info &link) { ports_link_changed(self, link); };
+    const auto entry_changed = [self](const fdb_record &entry) { fdb_changed(self, entry); };
+    monitor_callbacks callbacks;
+    callbacks.link = link_changed;
+    callbacks.fdb = entry_changed;
+    const int error = self->monitor.receive(callbacks);
+    if (error == ENOBUFS)
+        ports_look(self);
+    else if (error != 0)
+        KOLT_ERROR("cannot hear of changes: %s", strerror(error));
+    // An overrun counts as an error of the descriptor, for which the loop drops it.
+    (void)uloop_fd_add(watch, ULOOP_READ);
+}
+
+void beat(uloop_timeout *timer) {
+    bridged *self = KOLT_CONTAINER_OF(timer, bridged, beat);
+    clients_take_roamed(self);
+    for (uint32_t i = 0; i < self->bridge_count; i++) {
+        if (self->bridges[i].ifindex == 0)
+            continue;
+        neighbours_hear(&self->bridges[i]);
+        tree_tick(&self->bridges[i].links, node_now());
+        settle(&self->bridges[i]);
+    }
+}
+
+void second_passed(uloop_timeout *timer) {
+    bridged *self = KOLT_CONTAINER_OF(timer, bridged, second);
+    (void)self->streams.sweep(node_now());
+    for (uint32_t i = 0; i < self->bridge_count; i++) {
+        if (self->bridges[i].ifindex != 0)
+            neighbours_count_foreign(&self->bridges[i]);
+    }
+    (void)uloop_timeout_set(timer, SECOND_MS);
+}
+
+int period_ms(const bridged *self) {
+    const uint32_t period = self->configured.param.period;
+    return period < SHORTEST_PERIOD_MS ? SHORTEST_PERIOD_MS : static_cast<int>(period & INT32_MAX);
+}
+
+void period_passed(uloop_timeout *timer) {
+    bridged *self = KOLT_CONTAINER_OF(timer, bridged, period);
+    self->streams.end_period();
+    (void)uloop_timeout_set(timer, period_ms(self));
+}
+
+void name_bridges(bridged *self) {
+    for (uint32_t i = 0; i < self->configured.bridge_num; i++) {
+        const config_bridge &bridge = self->configured.bridges[i];
+        if ((bridge.flags & CONFIG_LOOP_AVOIDANCE) == 0)
+            continue;
+        bridge_node &node = self->bridges[self->bridge_count++];
+        node.owner = self;
+        kolt_copy_name(node.name, bridge.name);
+        node.links.timing.interval_ms = self->settings.interval_ms;
+        node.links.timing.quiet =
+            (self->settings.listen_ms + self->settings.interval_ms - 1) / self->settings.interval_ms;
+    }
+}
+
+bool open_programs(bridged *self) {
+    kolt_reason why;
+    switch (self->programs.open(self->settings.pin_folder, &why)) {
+    case kolt_opened::FRESH:
+        break;
+    case kolt_opened::TAKEN_OVER:
+        KOLT_INFO("the tables of the process before are taken over");
+        break;
+    default:
+        KOLT_ERROR("%s", why.text);
+        return false;
+    }
+    if (self->streams.open(self->programs, node_now(), &why))
+        return true;
+    KOLT_ERROR("%s", why.text);
+    return false;
+}
+
+bool open_requests(bridged *self) {
+    char path[96];
+    (void)snprintf(path, sizeof(path), "%s/" KOLT_BRIDGED_SOCKET_NAME, self->settings.run_folder);
+    self->requests = requests_open(path, calls_of(self));
+    if (self->requests == nullptr)
+        KOLT_ERROR("cannot listen at %s: %s", path, strerror(errno));
+    return self->requests != nullptr;
+}
+
+bool open_monitor(bridged *self) {
+    const int error = self->monitor.open();
+    if (error != 0) {
+        KOLT_ERROR("cannot listen to the kernel: %s", strerror(error));
+        return false;
+    }
+    self->monitor_watch.fd = self->monitor.fd();
+    self->monitor_watch.cb = kernel_changed;
+    return uloop_fd_add(&self->monitor_watch, ULOOP_READ) == 0;
+}
+
+void start_timers(bridged *self) {
+    self->beat.cb = beat;
+    self->second.cb = second_passed;
+    self->period.cb = period_passed;
+    (void)uloop_timeout_set(&self->second, SECOND_MS);
+    (void)uloop_timeout_set(&self->period, period_ms(self));
+}
+
+// The bridge stays as it is at the end: frozen, and free of loops.
+int run(bridged *self) {
+    (void)uloop_init();
+    (void)mkdir(self->settings.run_folder, 0755); // one that is there already is what we want
+    if (!open_programs(self) || !open_monitor(self))
+        return EXIT_FAILURE;
+    start_timers(self);
+    ports_look(self);
+    // Whoever finds the socket may rely on the ports being guarded.
+    if (!open_requests(self))
+        return EXIT_FAILURE;
+    report_all(self);
+    (void)uloop_run();
+    bus_stop(&self->bus);
+    requests_close(self->requests);
+    uloop_done();
+    return EXIT_SUCCESS;
+}
+
+int release(bridged *self) {
+    (void)uloop_init();
+    if (!open_programs(self))
+        return EXIT_FAILURE;
+    ports_look(self);
+    kolt_reason why;
+    const bool complete = ports_release(self);
+    if (!complete || kolt_programs::unpin(self->settings.pin_folder, &why))
+        return complete ? EXIT_SUCCESS : EXIT_FAILURE;
+    KOLT_ERROR("%s", why.text);
+    return EXIT_FAILURE;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    // Too large for a stack. It lives for as long as the process.
+    void *memory = calloc(1, sizeof(bridged));
+    if (memory == nullptr)
+        return EXIT_FAILURE;
+    auto *self = new (memory) bridged;
+    int status = EXIT_SUCCESS;
+    if (!settings_read(argc, argv, &self->settings, &status))
+        return status;
+    openlog("kolt-bridged", LOG_CONS | LOG_PERROR, LOG_DAEMON);
+    if (self->settings.action == BRIDGED_CHECK)
+        log_level = KOLT_LOG_QUIET; // its lines are the answer
+    kolt_list_init(&self->configured.modules);
+    config_load(&self->configured, self->settings.config_file);
+    self->mode = self->settings.mode;
+    kolt_set_bpf_log(program_log, nullptr);
+    if (self->rtnl.open() != 0) {
+        KOLT_ERROR("cannot ask the kernel anything: %s", strerror(errno));
+        return EXIT_FAILURE;
+    }
+    if (self->settings.action == BRIDGED_CHECK)
+        return refusal_check(self, stdout) ? EXIT_SUCCESS : EXIT_FAILURE;
+    name_bridges(self);
+    (void)signal(SIGPIPE, SIG_IGN);
+    return self->settings.action == BRIDGED_RELEASE ? release(self) : run(self);
+}

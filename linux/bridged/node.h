@@ -1,0 +1,98 @@
+// The whole state of kolt-bridged: what it holds open, and for each bridge of the configuration the tree of nodes that
+// its links span, the clients that were placed, and what its ports are set to.
+#pragma once
+
+#include "bridged/bus.h"
+#include "bridged/node_report.h"
+#include "bridged/requests/server.h"
+#include "bridged/settings.h"
+#include "core/config.h"
+#include "core/ubus.h"
+#include "decide/port_words.h"
+#include "decide/record.h"
+#include "kernel/net/bridge_ports.h"
+#include "kernel/net/fdb.h"
+#include "kernel/net/monitor.h"
+#include "kernel/net/raw_socket.h"
+#include "kernel/net/rtnl.h"
+#include "kernel/programs.h"
+#include "kernel/streams.h"
+
+#include <array>
+#include <cstdint>
+
+constexpr size_t MAX_CLIENTS = 1024;   // with an HD entry, of one bridge
+constexpr size_t MAX_NODE_PORTS = 128; // of one bridge, access ports included
+
+struct bridged;
+struct bridge_node;
+
+// A port of a bridge. Those that are no backhaul ports have neither socket nor programs.
+struct node_port {
+    uint32_t ifindex = 0; // 0: the place is free
+    char name[KOLT_NAME_SIZE] = {};
+    bool backhaul = false;
+    bool listened = false; // in the loop
+    fdb_mac mac{};         // that its frames to neighbours come from: the bridge's, which they may learn
+    raw_socket frames;
+    uloop_fd watch = {};
+    uint64_t foreign_packets = 0;  // the interface's counter when it was last looked at
+    uint64_t neighbour_frames = 0; // of those since then
+    uint64_t heard_packets = 0;    // the counter at the last beat, while echoes are late
+    bridge_port_flags found;       // how the port was set before
+    bridge_node *node = nullptr;
+};
+
+// A client that kolt has placed, where it wants it. Where it is, the kernel's table says.
+struct placed_client {
+    fdb_mac mac{};
+    fdb_mac second_mac{};
+    uint32_t wished = 0; // interface index
+    uint32_t placed = 0;
+};
+
+struct bridge_node {
+    bridged *owner = nullptr;
+    char name[KOLT_NAME_SIZE] = {};
+    uint32_t ifindex = 0; // 0: there is no such bridge at present
+    fdb_mac mac{};
+    tree links;
+    port_settings set{}; // what the ports were set to last
+    uint32_t seen_changes = 0;
+    uint64_t seen_parent = 0; // MAC
+    tree_record saved{};      // as it stands in its file
+    std::array<node_port, MAX_NODE_PORTS> ports;
+    std::array<placed_client, MAX_CLIENTS> clients{};
+    size_t client_count = 0;
+};
+
+struct bridged {
+    bridged_settings settings;
+    config configured;
+    kolt_work_mode mode = KOLT_MODE_RE;
+    rtnl_socket rtnl;
+    kernel_monitor monitor;
+    uloop_fd monitor_watch = {};
+    kolt_programs programs;
+    kolt_streams streams;
+    requests_server *requests = nullptr;
+    bus_sender bus;
+    node_report reported;
+    uloop_timeout beat = {}; // the trees' own time
+    uint64_t beat_at = 0;
+    uloop_timeout second = {}; // what is looked at every second
+    uloop_timeout period = {}; // the measuring period
+    std::array<bridge_node, CONFIG_MAX_BRIDGES> bridges;
+    uint32_t bridge_count = 0;
+};
+
+// CLOCK_MONOTONIC in ms.
+[[nodiscard]] uint64_t node_now();
+
+// The bridge of that name or index, null when the configuration has none such.
+[[nodiscard]] bridge_node *node_find(bridged *self, const char *name);
+[[nodiscard]] bridge_node *node_find_index(bridged *self, uint32_t ifindex);
+
+// The port of that name or index, or null.
+[[nodiscard]] node_port *node_find_port(bridge_node *node, const char *name);
+[[nodiscard]] node_port *node_find_port_index(bridge_node *node, uint32_t ifindex);

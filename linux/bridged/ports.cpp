@@ -1,0 +1,256 @@
+// A backhaul port gets the programs before anything may pass it: until the tree has said so, they drop all but the
+// neighbours' frames.
+#include "bridged/ports.h"
+
+#include "bridged/neighbours.h"
+#include "bridged/refusal.h"
+#include "bridged/saved_state.h"
+#include "bridged/settle.h"
+#include "core/log.h"
+#include "lib/records.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <span>
+#include <sys/random.h>
+
+namespace {
+
+const config_interface *configured(const bridged *self, const char *name) {
+    for (uint32_t i = 0; i < self->configured.interface_num; i++) {
+        if (kolt_name_equal(self->configured.interfaces[i].name, name))
+            return &self->configured.interfaces[i];
+    }
+    return nullptr;
+}
+
+bool is_backhaul(const config_interface *interface) {
+    return interface != nullptr && (interface->path != 0 || !interface->is_relay());
+}
+
+port_wish first_wish(const config_interface &interface) {
+    return {.type = static_cast<uint8_t>(interface.type),
+            .class_ = interface.class_,
+            .group = interface.is_relay() ? PORT_RELAY : PORT_NONRELAY,
+            .permit = interface.is_relay(),
+            .need_ha = interface.needha != 0};
+}
+
+uint64_t random_number() {
+    uint64_t number = 0;
+    if (getrandom(&number, sizeof(number), 0) != sizeof(number))
+        return node_now(); // two lives do not begin in the same millisecond
+    return number;
+}
+
+void start_tree(bridge_node *node) {
+    if (saved_state_read(node, random_number())) {
+        KOLT_INFO("%s: goes on as the process before left it", node->name);
+        return;
+    }
+    const node_rank rank = node->owner->mode == KOLT_MODE_RE ? NODE_RANK_EXTENDER : NODE_RANK_ROOT;
+    const uint64_t random = random_number();
+    tree_start(&node->links, make_node_id(rank, node->mac.data()), static_cast<uint32_t>(random >> 32), random,
+               node_now());
+}
+
+node_port *free_place(bridge_node *node) {
+    for (node_port &port : node->ports) {
+        if (port.ifindex == 0)
+            return &port;
+    }
+    return nullptr;
+}
+
+// How the port is set in the bridge before we set it; what an earlier process found counts more.
+void remember_found(bridge_node *node, node_port *port) {
+    if (saved_port_read(node, port->name, &port->found))
+        return;
+    bridge_port described;
+    if (bridge_port_get(node->owner->rtnl, port->ifindex, &described) == 0) {
+        port->found = described.flags;
+        saved_port_write(node, *port);
+    }
+}
+
+bool guard(bridge_node *node, node_port *port) {
+    if (!refusal_allows_port(node, *port))
+        return false;
+    remember_found(node, port);
+    kolt_port_identity identity{};
+    for (unsigned i = 0; i < sizeof(identity.node); i++)
+        identity.node[i] = static_cast<uint8_t>(node->links.id >> (8 * (sizeof(identity.node) - 1 - i)));
+    memcpy(identity.mac, port->mac.data(), sizeof(identity.mac));
+    identity.valid = 1;
+    kolt_reason why;
+    if (!node->owner->programs.set_identity(port->ifindex, &identity) ||
+        !node->owner->programs.attach(port->ifindex, &why)) {
+        KOLT_ERROR("%s: %s", port->name, why.text);
+        return false;
+    }
+    return neighbours_listen(port);
+}
+
+void take_in(bridge_node *node, const link_info &link) {
+    node_port *port = free_place(node);
+    if (port == nullptr) {
+        KOLT_ERROR("%s: too many ports, %s is left alone", node->name, link.name.data());
+        return;
+    }
+    *port = node_port{};
+    port->ifindex = link.index;
+    memcpy(port->name, link.name.data(), KOLT_NAME_SIZE);
+    port->mac = node->mac;
+    port->node = node;
+    const config_interface *interface = configured(node->owner, port->name);
+    if (is_backhaul(interface) && guard(node, port)) {
+        port->backhaul =
+            tree_port_add(&node->links, port->ifindex, first_wish(*interface), link_works(link), node_now());
+        if (!port->backhaul)
+            KOLT_ERROR("%s: too many links, %s stays closed", node->name, port->name);
+    } else if (interface != nullptr && interface->class_ != 0) {
+        (void)node->owner->programs.set_port(port->ifindex, {.class_ = interface->class_});
+    }
+}
+
+void let_go(bridge_node *node, node_port *port) {
+    if (port->backhaul)
+        tree_port_remove(&node->links, port->ifindex, node_now());
+    neighbours_forget(port);
+    (void)node->owner->programs.set_port(port->ifindex, {});
+    (void)node->owner->programs.set_identity(port->ifindex, nullptr);
+    port->ifindex = 0;
+}
+
+void tell_joined(bridged *self, uint16_t type) {
+    if (self->requests != nullptr) // at the start nobody listens yet
+        (void)requests_send_event(self->requests, PROTOCOL_BRIDGE_EVENTS, type, nullptr, 0);
+}
+
+void bridge_came(bridge_node *node, const link_info &link) {
+    if (node->ifindex == link.index || !refusal_allows_bridge(node->owner, node->name, link.index))
+        return;
+    node->ifindex = link.index;
+    node->mac = link.mac;
+    node->set = {};
+    start_tree(node);
+    node->seen_parent = node->links.parent;
+}
+
+void bridge_gone(bridge_node *node) {
+    for (node_port &port : node->ports) {
+        if (port.ifindex != 0)
+            let_go(node, &port);
+    }
+    node->ifindex = 0;
+    node->client_count = 0;
+}
+
+void port_changed(bridge_node *node, const link_info &link) {
+    node_port *port = node_find_port_index(node, link.index);
+    const bool belongs = !link.deleted && node->ifindex != 0 && link.master == node->ifindex;
+    if (port != nullptr && belongs) {
+        if (port->backhaul)
+            tree_port_carrier(&node->links, link.index, link_works(link), node_now());
+    } else if (port != nullptr) {
+        let_go(node, port);
+        tell_joined(node->owner, BRIDGE_EVENT_PORT_LEFT);
+    } else if (belongs) {
+        take_in(node, link);
+        tell_joined(node->owner, BRIDGE_EVENT_PORT_JOINED);
+    }
+}
+
+constexpr size_t MAX_LOOKED_AT = 512;
+
+// Those of the kernel's interfaces that are `wanted`.
+template <class Wanted>
+void collect(bridged *self, std::array<link_info, MAX_LOOKED_AT> *found, size_t *count, Wanted wanted) {
+    int error = EINTR;
+    for (int attempt = 0; attempt < 10 && error == EINTR; attempt++) {
+        *count = 0;
+        error = links_dump(self->rtnl, [&](const link_info &link) {
+            if (*count < found->size() && wanted(link))
+                (*found)[(*count)++] = link;
+        });
+    }
+    if (error != 0)
+        KOLT_ERROR_AS("ports_look", "cannot list the interfaces: %s", self->rtnl.last_error().text.data());
+}
+
+void look_bridges(bridged *self) {
+    std::array<link_info, MAX_LOOKED_AT> found;
+    size_t count = 0;
+    collect(self, &found, &count,
+            [self](const link_info &link) { return link.is_bridge && node_find(self, link.name.data()) != nullptr; });
+    for (size_t i = 0; i < count; i++)
+        bridge_came(node_find(self, found[i].name.data()), found[i]);
+}
+
+bool has_port(const bridge_node &node, uint32_t ifindex, std::span<const link_info> links) {
+    return std::any_of(links.begin(), links.end(),
+                       [&](const link_info &link) { return link.index == ifindex && link.master == node.ifindex; });
+}
+
+} // namespace
+
+void ports_link_changed(bridged *self, const link_info &link) {
+    for (uint32_t i = 0; i < self->bridge_count; i++) {
+        bridge_node *node = &self->bridges[i];
+        if (link.deleted ? node->ifindex == link.index : kolt_name_equal(node->name, link.name.data())) {
+            if (link.deleted)
+                bridge_gone(node);
+            else if (link.is_bridge)
+                bridge_came(node, link);
+        } else {
+            port_changed(node, link);
+        }
+        settle(node);
+    }
+}
+
+void ports_look(bridged *self) {
+    // The kernel can be asked nothing else in the middle of a dump. Bridges first: a port is known by its bridge's
+    // index.
+    look_bridges(self);
+    std::array<link_info, MAX_LOOKED_AT> found;
+    size_t count = 0;
+    collect(self, &found, &count, [self](const link_info &link) {
+        return link.master != 0 && node_find_index(self, link.master) != nullptr;
+    });
+    for (uint32_t i = 0; i < self->bridge_count; i++) {
+        bridge_node *node = &self->bridges[i];
+        for (node_port &port : node->ports) {
+            if (port.ifindex != 0 && !has_port(*node, port.ifindex, {found.data(), count}))
+                let_go(node, &port);
+        }
+        for (size_t j = 0; j < count; j++)
+            port_changed(node, found[j]);
+        if (node->ifindex != 0)
+            settle(node);
+    }
+}
+
+bool ports_release(bridged *self) {
+    bool complete = true;
+    for (uint32_t i = 0; i < self->bridge_count; i++) {
+        bridge_node *node = &self->bridges[i];
+        for (node_port &port : node->ports) {
+            bridge_port_flags found;
+            if (port.ifindex == 0 || !saved_port_read(node, port.name, &found))
+                continue;
+            kolt_reason why;
+            const int error = bridge_port_set(self->rtnl, port.ifindex, found);
+            if (error != 0)
+                KOLT_ERROR("%s: cannot put its flags back: %s", port.name, self->rtnl.last_error().text.data());
+            else
+                saved_port_remove(node, port.name);
+            if (!self->programs.detach(port.ifindex, &why))
+                KOLT_ERROR("%s: %s", port.name, why.text);
+            complete &= error == 0 && why.error == 0;
+        }
+        saved_state_remove(node);
+    }
+    return complete;
+}

@@ -1,0 +1,16 @@
+// What keeps this machine, or one of its ports, from being kept free of loops.
+#pragma once
+
+#include "bridged/node.h"
+
+#include <cstdio>
+
+// Whether the port may be taken into care; a line in the log says why not. One that traffic control does not see all of
+// is refused, since nothing could be promised for it.
+[[nodiscard]] bool refusal_allows_port(const bridge_node *node, const node_port &port);
+
+// Whether the bridge may be: not one that runs a spanning tree of its own, or tells VLANs apart.
+[[nodiscard]] bool refusal_allows_bridge(bridged *self, const char *name, uint32_t ifindex);
+
+// Writes one line for each thing that kolt-bridged needs, to `out`, and touches nothing. True when nothing is missing.
+[[nodiscard]] bool refusal_check(bridged *self, FILE *out);

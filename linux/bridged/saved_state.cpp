@@ -1,0 +1,105 @@
+// Plain records in small files: tree.<bridge> and port.<interface>.
+#include "bridged/saved_state.h"
+
+#include "bridged/replace_file.h"
+#include "core/file.h"
+#include "core/log.h"
+#include "decide/record.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
+namespace {
+
+constexpr size_t PATH_SIZE = 96;
+
+struct saved_flags {
+    uint32_t version = 1;
+    uint8_t learning = 0;
+    uint8_t flood = 0;
+    uint8_t mcast_flood = 0;
+    uint8_t bcast_flood = 0;
+    uint8_t mcast_router = 0;
+    uint8_t zeros[3] = {};
+};
+static_assert(sizeof(saved_flags) == 12);
+
+void file_name(const bridge_node *node, const char *kind, const char *name, char *path) {
+    (void)snprintf(path, PATH_SIZE, "%s/%s.%s", node->owner->settings.run_folder, kind, kolt_name_text(name).text);
+}
+
+bool read_whole(const char *path, void *record, size_t size) {
+    const file_ptr file(fopen(path, "re"));
+    if (!file)
+        return false;
+    char more = 0;
+    return fread(record, 1, size, file.get()) == size && fread(&more, 1, 1, file.get()) == 0;
+}
+
+} // namespace
+
+void saved_state_write(bridge_node *node) {
+    static_assert(sizeof(tree_record) < size_t{64} * 1024);
+    tree_record record;
+    tree_save(node->links, &record);
+    if (memcmp(&record, &node->saved, sizeof(record)) == 0)
+        return;
+    char path[PATH_SIZE];
+    file_name(node, "tree", node->name, path);
+    if (replace_file(path, reinterpret_cast<const char *>(&record), sizeof(record)))
+        node->saved = record;
+}
+
+bool saved_state_read(bridge_node *node, uint64_t seed) {
+    char path[PATH_SIZE];
+    file_name(node, "tree", node->name, path);
+    tree_record record;
+    if (!read_whole(path, &record, sizeof(record)))
+        return false;
+    uint64_t own_mac = 0;
+    for (uint8_t octet : node->mac)
+        own_mac = own_mac << 8 | octet;
+    return tree_take_over(&node->links, record, own_mac, seed, node_now());
+}
+
+void saved_state_remove(bridge_node *node) {
+    char path[PATH_SIZE];
+    file_name(node, "tree", node->name, path);
+    (void)unlink(path); // one that is not there needs no removing
+}
+
+void saved_port_write(const bridge_node *node, const node_port &port) {
+    char path[PATH_SIZE];
+    file_name(node, "port", port.name, path);
+    if (access(path, F_OK) == 0)
+        return;
+    const saved_flags flags{.learning = port.found.learning,
+                            .flood = port.found.flood,
+                            .mcast_flood = port.found.mcast_flood,
+                            .bcast_flood = port.found.bcast_flood,
+                            .mcast_router = port.found.mcast_router};
+    (void)replace_file(path, reinterpret_cast<const char *>(&flags), sizeof(flags)); // it has logged a failure
+}
+
+bool saved_port_read(const bridge_node *node, const char *name, bridge_port_flags *found) {
+    char path[PATH_SIZE];
+    file_name(node, "port", name, path);
+    saved_flags flags;
+    if (!read_whole(path, &flags, sizeof(flags)) || flags.version != saved_flags{}.version ||
+        flags.mcast_router > MCAST_ROUTER_TEMPORARY)
+        return false;
+    *found = {.learning = flags.learning != 0,
+              .flood = flags.flood != 0,
+              .mcast_flood = flags.mcast_flood != 0,
+              .bcast_flood = flags.bcast_flood != 0,
+              .mcast_router = static_cast<bridge_mcast_router>(flags.mcast_router)};
+    return true;
+}
+
+void saved_port_remove(const bridge_node *node, const char *name) {
+    char path[PATH_SIZE];
+    file_name(node, "port", name, path);
+    (void)unlink(path);
+}

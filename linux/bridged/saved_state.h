@@ -1,0 +1,19 @@
+// What outlives kolt-bridged, in a file of its run folder: the trees, so that a restart moves nothing, and how the
+// ports were set before, so that they can be put back.
+#pragma once
+
+#include "bridged/node.h"
+
+// Writes the state of this bridge when it differs from what was written last.
+void saved_state_write(bridge_node *node);
+
+// Takes over what an earlier process left: true when the tree goes on from there.
+[[nodiscard]] bool saved_state_read(bridge_node *node, uint64_t seed);
+
+// Forgets the bridge's state, after its ports were put back.
+void saved_state_remove(bridge_node *node);
+
+// How a port was set before kolt-bridged had it; false when that was never told. The first telling counts.
+void saved_port_write(const bridge_node *node, const node_port &port);
+[[nodiscard]] bool saved_port_read(const bridge_node *node, const char *name, bridge_port_flags *found);
+void saved_port_remove(const bridge_node *node, const char *name);

@@ -1,0 +1,133 @@
+// One way from the tree to the kernel.
+#include "bridged/settle.h"
+
+#include "bridged/clients.h"
+#include "bridged/neighbours.h"
+#include "bridged/report.h"
+#include "bridged/saved_state.h"
+#include "core/log.h"
+
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+bool is_open(const port_setting &setting) {
+    return (setting.word.flags & PORT_OPEN) != 0;
+}
+
+// The programs know one flag more, and the numbers of both are the same otherwise.
+static_assert(uint8_t{PORT_OPEN} == uint8_t{KOLT_PORT_OPEN} && uint8_t{PORT_NEED_HA} == uint8_t{KOLT_PORT_NEED_HA} &&
+              uint8_t{PORT_FOLLOW} == uint8_t{KOLT_PORT_FOLLOW});
+
+kolt_port program_word(const port_word &word) {
+    return {.group = static_cast<uint16_t>(word.group),
+            .flags = static_cast<uint8_t>(word.flags | KOLT_PORT_GUARDED),
+            .admits = word.admits,
+            .accepts = word.accepts,
+            .class_ = word.class_};
+}
+
+bridge_port_flags bridge_flags(const port_flooding &flooding) {
+    return {.learning = flooding.learning,
+            .flood = flooding.flood,
+            .mcast_flood = flooding.mcast_flood,
+            .bcast_flood = flooding.bcast_flood,
+            .mcast_router = flooding.mcast_router ? MCAST_ROUTER_LEARNT : MCAST_ROUTER_NEVER};
+}
+
+// What left by a port that is closed now leaves by the next best one.
+void move_off(bridge_node *node, const port_settings &to, uint32_t ifindex) {
+    const uint32_t backup = backup_port(node->links, to, ifindex);
+    if (backup != 0)
+        (void)node->owner->streams.repoint_all(ifindex, backup);
+    clients_move_off(node, ifindex, backup);
+}
+
+// Entries that the bridge has learnt on a link that no longer teaches it would send frames into the void.
+void forget_learnt(bridge_node *node, const port_setting &before, const port_setting &after) {
+    if (before.flooding.learning && !after.flooding.learning)
+        (void)bridge_port_flush(node->owner->rtnl, after.ifindex);
+}
+
+const port_setting *find_setting(const port_settings &settings, uint32_t ifindex) {
+    for (const port_setting &setting : settings) {
+        if (setting.ifindex == ifindex)
+            return &setting;
+    }
+    return nullptr;
+}
+
+void close_ports(bridge_node *node, const port_plan &plan, const port_settings &to) {
+    for (size_t i = 0; i < plan.closing_count; i++) {
+        const port_setting &step = plan.closing[i];
+        const port_setting *before = find_setting(node->set, step.ifindex);
+        settle_port(node, step);
+        if (before != nullptr && is_open(*before) && !is_open(step))
+            move_off(node, to, step.ifindex);
+        if (before != nullptr)
+            forget_learnt(node, *before, step);
+    }
+}
+
+void open_ports(bridge_node *node, const port_plan &plan) {
+    for (size_t i = 0; i < plan.opening_count; i++)
+        settle_port(node, plan.opening[i]);
+}
+
+// The way up is another one: what was placed on the old one is for kolt to place again.
+void new_parent(bridge_node *node) {
+    node->seen_parent = node->links.parent;
+    clients_flush(node);
+    if (node->links.parent != 0)
+        clients_announce(node);
+}
+
+// The beat comes when the first of the trees wants it.
+void wake_for(bridge_node *node) {
+    bridged *owner = node->owner;
+    const uint64_t next = tree_next_ms(node->links);
+    if (owner->beat.pending && owner->beat_at <= next)
+        return;
+    const uint64_t now = node_now();
+    owner->beat_at = next;
+    (void)uloop_timeout_set(&owner->beat, next > now ? static_cast<int>(next - now) : 0);
+}
+
+} // namespace
+
+void settle_port(bridge_node *node, const port_setting &setting) {
+    const node_port *port = node_find_port_index(node, setting.ifindex);
+    if (port == nullptr)
+        return; // it has gone, and its word with it
+    (void)node->owner->programs.set_port(setting.ifindex, program_word(setting.word));
+    const int error = bridge_port_set(node->owner->rtnl, setting.ifindex, bridge_flags(setting.flooding));
+    if (error != 0 && error != ENODEV && error != EOPNOTSUPP)
+        KOLT_ERROR("%s: cannot set what the bridge sends there: %s", port->name,
+                   node->owner->rtnl.last_error().text.data());
+}
+
+void settle(bridge_node *node) {
+    if (node->ifindex == 0)
+        return;
+    port_settings to{};
+    port_words(node->links, &to);
+    const bool moved = to != node->set;
+    if (moved || node->links.changes != node->seen_changes) {
+        node->seen_changes = node->links.changes;
+        port_plan plan;
+        port_plan_make(node->set, to, &plan);
+        close_ports(node, plan, to);
+        saved_state_write(node);
+        neighbours_send(node);
+        open_ports(node, plan);
+        node->set = to;
+        if (node->seen_parent != node->links.parent)
+            new_parent(node);
+        else if (moved)
+            clients_place(node);
+        report_links(node->owner);
+    }
+    neighbours_send(node);
+    wake_for(node);
+}

@@ -1,0 +1,11 @@
+// Bringing the kernel to what the trees say, and telling whom it concerns.
+#pragma once
+
+#include "bridged/node.h"
+
+// After anything that may have changed the tree of this bridge: sets its ports (first what closes, then, once the
+// neighbours were told, what opens), moves clients and streams off links that are lost, and reports.
+void settle(bridge_node *node);
+
+// Puts the settings of a port into the kernel: the programs' word and the flags of the bridge.
+void settle_port(bridge_node *node, const port_setting &setting);
