@@ -135,8 +135,8 @@ class Agent:
     def _do_signal(self, pid: int, number: int) -> None:
         self._children.signal(pid, number)
 
-    def _do_accepts(self, path: str) -> bool:
-        with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as client:
+    def _do_accepts(self, path: str, kind: int = socket.SOCK_STREAM) -> bool:
+        with socket.socket(socket.AF_UNIX, kind) as client:
             return client.connect_ex(path) == 0
 
     def _do_add_link(self, name: str, kind: str, index: int, mac: str, up: bool) -> int:

@@ -79,6 +79,8 @@ def parse_log(text: str, when: int) -> LogRecord:
 class Control:
     """A running agent in namespaces of its own. Everything that waits has a timeout."""
 
+    agent = AGENT  # the program that runs inside
+
     def __init__(self, keep: tuple[str | Path, ...] = ()) -> None:
         self._keep = [str(ROOT), *(str(path) for path in keep)]
         self._socket: socket.socket | None = None
@@ -105,18 +107,22 @@ class Control:
         self.close()
 
     def start(self) -> Self:
-        ways = [["-mn"], ["-Urmn"]] if os.geteuid() == 0 else [["-Urmn"]]
-        reasons = [reason for way in ways if (reason := self._try_start(way))]
+        reasons = [reason for way in self.ways() if (reason := self._try_start(way))]
         if self._ready is None:
             raise NodeError(f"this machine does not allow the namespaces that a simulated node needs: {reasons[-1]}")
         return self
 
+    def ways(self) -> list[list[str]]:
+        """The commands, best first, that make the namespaces and become what is written behind them."""
+        with_root = [["unshare", "-mn"]] if os.geteuid() == 0 else []
+        return [*with_root, ["unshare", "-Urmn"]]
+
     def _try_start(self, way: list[str]) -> str:
-        """Starts the agent by one way of unsharing; returns why it could not, or nothing."""
+        """Starts the agent in one way; returns why it could not, or nothing."""
         if self._ready is not None:
             return ""
         ours, theirs = socket.socketpair()
-        command = ["unshare", *way, PYTHON, "-I", "-S", str(AGENT), str(theirs.fileno()), *self._keep]
+        command = [*way, PYTHON, "-I", "-S", str(self.agent), str(theirs.fileno()), *self._keep]
         try:
             self._agent = subprocess.Popen(command, pass_fds=[theirs.fileno()], stdin=subprocess.DEVNULL,
                                            stderr=subprocess.PIPE)

@@ -30,18 +30,23 @@ def write_report(result: dict, path: Path) -> None:
 def render_report(result: dict) -> str:
     """The page about a result, as one text that refers to nothing outside itself."""
     scenario = result["scenario"]
+    plots = report_plots.plots(result)
+    texts = {"title": escape(scenario["title"]), "what": "modelled run of kolt", "about": escape(scenario["about"]),
+             "facts": parts.facts(result), "verdict": parts.verdict(result), "figures": parts.figures(result),
+             "notes": parts.notes(result), "paths": parts.paths(result), "reading": _reading(result),
+             "records": parts.records(result)}
+    return render_page(texts, plots, report_plots.drawn(result, plots))
+
+
+def render_page(texts: dict[str, str], plots: list[dict], drawn: dict) -> str:
+    """A page from its texts, which are HTML already, its plots, and what the page's script gets to draw them."""
     library = "\n".join(map(_script_text, ("dygraph.min.js", "extras/synchronizer.js")))
     script = _inline_script(_own_script())
-    plots = report_plots.plots(result)
     return Template((HERE / "report.html").read_text(encoding="utf-8")).substitute(
-        title=escape(scenario["title"]), about=escape(scenario["about"]), facts=parts.facts(result),
-        policy=POLICY.format(" ".join(map(_digest, (library, script)))),
+        texts, policy=POLICY.format(" ".join(map(_digest, (library, script)))),
         style=_library("dygraph.min.css") + (HERE / "report.css").read_text(encoding="utf-8"),
-        verdict=parts.verdict(result), figures=parts.figures(result), notes=parts.notes(result),
-        paths=parts.paths(result), reading=_reading(result),
-        plots="\n".join(map(report_plots.figure, plots)), records=parts.records(result),
-        licence=escape(_read_package(LICENCE)), data=_inline_data(report_plots.drawn(result, plots)),
-        library=library, script=script)
+        plots="\n".join(map(report_plots.figure, plots)), licence=escape(_read_package(LICENCE)),
+        data=_inline_data(drawn), library=library, script=script)
 
 
 def _reading(result: dict) -> str:

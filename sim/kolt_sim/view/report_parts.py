@@ -29,7 +29,7 @@ def facts(result: dict) -> str:
 
 def verdict(result: dict) -> str:
     good = judged.as_expected(result)
-    listed = "".join(map(_expectation, result["expectations"]))
+    listed = "".join(map(expectation, result["expectations"]))
     return (f'<div><p class="outcome {_met(good)}">{"✓ As expected" if good else "✗ Not as expected"}</p>'
             f"<p>{escape(_sentence(result))}</p>{_storm_alarm(result)}</div>"
             f'<ul class="expectations">{listed or "<li>Nothing was expected.</li>"}</ul>')
@@ -46,7 +46,7 @@ def _met(good: bool) -> str:
     return "met" if good else "missed"
 
 
-def _expectation(one: dict) -> str:
+def expectation(one: dict) -> str:
     mark = "✓ met" if one["met"] else "✗ not met"
     return (f'<li><span class="mark {_met(one["met"])}">{mark}</span><span>{escape(one["what"])}</span>'
             f'<span class="measured">{escape(str(one["measured"]))}</span></li>')
@@ -121,11 +121,11 @@ def records(result: dict) -> str:
              for move in result["moves"][:MAX_LISTED]]
     placements = [(words.clock(one["time"]), one["client"], _path(one["path"]))
                   for one in result["placements"][:MAX_LISTED]]
-    return (_table("Events", ("", "time", "event"), [(str(number), *row) for number, row in enumerate(events, 1)],
+    return (table("Events", ("", "time", "event"), [(str(number), *row) for number, row in enumerate(events, 1)],
                    data.MAX_EVENTS, len(events), "event-")
-            + _table("Stream moves", ("time", "stream", "client", "from", "to"), moves, MAX_LISTED,
+            + table("Stream moves", ("time", "stream", "client", "from", "to"), moves, MAX_LISTED,
                      len(result["moves"]))
-            + _table("Placements of clients", ("time", "client", "path"), placements, MAX_LISTED,
+            + table("Placements of clients", ("time", "client", "path"), placements, MAX_LISTED,
                      len(result["placements"])))
 
 
@@ -133,7 +133,7 @@ def _path(name: str) -> str:
     return words.path_label(name) if name else "no path"
 
 
-def _table(title: str, heads: Iterable[str], rows: list[tuple], limit: int, total: int, anchor: str = "") -> str:
+def table(title: str, heads: Iterable[str], rows: list[tuple], limit: int, total: int, anchor: str = "") -> str:
     """A table that can be opened; `anchor` gives each row an id to point at."""
     if not total:
         return f'<p class="empty">{title}: none.</p>'

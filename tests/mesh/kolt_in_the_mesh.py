@@ -1,0 +1,112 @@
+"""
+The mesh with kolt and kolt-bridged in its nodes. $KOLT_MESH_CASES is how many disturbed cases of each topology are played:
+40 are some 200 in all.
+"""
+import os
+import signal
+from collections.abc import Callable
+
+import pytest
+from kolt_mesh import cases, frames, measures, stream, tcp, topology
+from kolt_mesh.frames import Broadcasts
+from kolt_mesh.kolt import Kolt
+from kolt_mesh.lab import Lab
+
+HOMES = [home.name for home in topology.shipped()]
+CASES = int(os.environ.get("KOLT_MESH_CASES", "4"))
+SETTLES = 8.0
+
+
+@pytest.fixture
+def whole(make_lab) -> Callable[..., Lab]:
+    """A mesh with everything in its nodes, in which every host reaches every other one."""
+    def make(home: topology.Topology, **how: object) -> Lab:
+        lab = make_lab(home, Kolt(**how))
+        if not frames.reachable(lab, SETTLES):
+            lab.check()
+            pytest.fail("\n".join(node.diagnosis() for node in lab.kind.nodes.values()), pytrace=False)
+        return lab
+    return make
+
+
+@pytest.mark.parametrize("name", HOMES)
+def test_a_home_has_one_copy_of_every_broadcast_everywhere(whole, name):
+    lab = whole(topology.load(name))
+    census = measures.copies(lab)
+    assert census.exactly_one(), (census.lost(), census.duplicates(), census.circled())
+
+
+@pytest.mark.parametrize("name", HOMES)
+def test_a_frame_for_an_unknown_address_arrives_once_everywhere(whole, name):
+    lab = whole(topology.load(name))
+    with Broadcasts(lab) as counting:
+        for host in lab.hosts:
+            counting.burst(host, 20, target=frames.UNKNOWN)
+    assert counting.census.exactly_one(), counting.census.circled()
+
+
+@pytest.mark.parametrize("name", HOMES)
+def test_a_group_that_nobody_asked_for_does_not_circle(whole, name):
+    lab = whole(topology.load(name))
+    with Broadcasts(lab) as counting:
+        for host in lab.hosts:
+            counting.burst(host, 20, target=bytes.fromhex("01005e010203"))
+    assert not counting.census.circled() and not counting.census.duplicates()
+
+
+def test_all_links_coming_up_at_once_let_nothing_circle(make_lab):
+    lab = make_lab(topology.load("house"), Kolt())
+    with Broadcasts(lab) as counting:
+        counting.run(3.0, gap=0.003)
+        counting.listen()
+    assert not counting.census.circled() and not counting.census.duplicates()
+
+
+@pytest.mark.parametrize("name", HOMES)
+def test_a_disturbed_home_lets_nothing_circle_and_becomes_whole(name):
+    home = topology.load(name)
+    failed = cases.play_all(lambda: Lab(home, Kolt()), cases.sample(home, CASES), lambda outcome: print(outcome))
+    assert not failed, "\n".join(map(str, failed))
+
+
+@pytest.mark.parametrize("way, limit", [("cut", 0.1), ("silence", 0.6)])
+def test_a_lost_link_is_left_soon(whole, way, limit):
+    lab = whole(topology.pair(3))
+    with stream.Stream(lab, "h1", "h2") as running:
+        lab.wait(1.0)
+        getattr(lab, way)(measures.busiest_link(lab, 0.3))
+        lab.wait(1.5)
+        seen = running.end()
+    assert seen.outage < limit and seen.duplicates == 0
+
+
+def test_a_download_lives_through_a_cut(whole):
+    lab = whole(topology.pair(3))
+    with tcp.Download(lab, "h1", "h2", 6, 8) as download:
+        lab.wait(4.0)
+        lab.cut("a-b 5g")
+        run = download.result()
+    assert not run.broken and run.rate > 60e6
+
+
+def test_a_download_uses_all_links(whole):
+    lab = whole(topology.pair(3))
+    assert measures.throughput(lab, 16, 8) > 120
+
+
+def test_a_killed_kolt_bridged_leaves_a_bridge_that_forwards_and_does_not_circle(whole):
+    lab = whole(topology.pair(3))
+    with Broadcasts(lab) as counting:
+        counting.run(0.2)
+        for node in lab.kind.nodes.values():
+            node.kill_program("kolt-bridged", signal.SIGKILL)
+        counting.run(1.0)
+        counting.listen()
+    assert counting.census.exactly_one()
+    with stream.Stream(lab, "h1", "h2") as running:
+        for node in lab.kind.nodes.values():
+            node.start_bridged()
+        lab.wait(1.0)
+        seen = running.end()
+    assert seen.lost == 0 and seen.duplicates == 0
+    assert frames.reachable(lab, SETTLES)

@@ -1,0 +1,62 @@
+"""The commands as a person calls them."""
+import json
+import subprocess
+from pathlib import Path
+
+import pytest
+from kolt_mesh import command, show
+from kolt_mesh.command import AS_EXPECTED, CANNOT, main
+from kolt_mesh.kinds import TunedSpanningTree
+
+TOP = Path(__file__).resolve().parents[2]
+COMMAND = TOP / "linux/mesh/kolt-mesh"
+
+
+def test_the_shipped_topologies_are_listed(capsys):
+    assert main(["--list"]) == AS_EXPECTED
+    lines = capsys.readouterr().out.splitlines()
+    assert [line.split()[0] for line in lines] == ["chain", "house", "ring", "single", "star", "two-roots"]
+    assert "A house with six nodes" in lines[1] and "6 nodes, 10 links" in lines[1]
+
+
+@pytest.mark.parametrize("arguments, reason", [
+    (["--topology", "nosuch"], "nosuch: No such file"),
+    (["--build", "/nosuch"], "/nosuch holds no build of the open platform"),
+])
+def test_what_cannot_be_done_is_told_in_one_line(capsys, arguments, reason):
+    assert main(arguments) == CANNOT
+    told = capsys.readouterr().err
+    assert reason in told and told.startswith("kolt-mesh: ") and told.count("\n") == 1
+
+
+def test_missing_rights_are_told_in_one_line():
+    done = subprocess.run([COMMAND, "--without"], user=65534, group=65534, extra_groups=[], capture_output=True, text=True,
+                          check=False)
+    assert done.returncode == CANNOT
+    assert "does not allow network namespaces" in done.stderr and done.stderr.count("\n") == 1
+
+
+def test_scripts_ask_for_root_in_one_line():
+    for script in ("scripts/mesh", "bench/mesh"):
+        done = subprocess.run([TOP / script], user=65534, group=65534, extra_groups=[], capture_output=True, text=True,
+                              check=False)
+        assert done.returncode == CANNOT and done.stderr.count("\n") == 1 and "root" in done.stderr
+
+
+def test_a_home_under_the_spanning_tree_is_shown_to_its_end(tmp_path, capsys, monkeypatch):
+    monkeypatch.setattr(command, "SpanningTree", TunedSpanningTree)
+    monkeypatch.setattr(show, "AFTER_EVENTS", 4.0)
+    home = tmp_path / "home.json"
+    home.write_text(json.dumps({
+        "title": "Two rooms", "nodes": {"a": {"mode": "FAP"}, "b": {"mode": "RE"}}, "hosts": {"h1": "a", "h2": "b"},
+        "links": [{"between": ["a", "b"], "type": "5g", "rate": "20mbit"}],
+        "traffic": [{"from": "h1", "to": "h2", "streams": 2}],
+        "events": [{"at": 3.5, "do": "slow", "link": "a-b 5g", "rate": "5mbit"}]}))
+    assert main(["--without", "--topology", str(home), "--json", str(tmp_path / "run.json"),
+                 "--report", str(tmp_path / "run.html")]) == AS_EXPECTED
+    told = capsys.readouterr().out
+    assert "exactly one copy of each at h2" in told and "** a-b 5g becomes slower: 5mbit" in told
+    run = json.loads((tmp_path / "run.json").read_text())
+    link = run["links"]["a-b 5g"]
+    assert max(link["mbit"][:3]) > 15 and link["mbit"][-2] < 8 and link["state"] == ["up"] * 3 + ["slow"] * 4
+    assert "<title>Two rooms" in (tmp_path / "run.html").read_text()
