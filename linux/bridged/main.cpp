@@ -14,18 +14,21 @@
 #include "lib/records.h"
 #include "lib/requests.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <new>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 namespace {
 
 constexpr int SECOND_MS = 1000;
-constexpr int SHORTEST_PERIOD_MS = 1000; // a configuration without a period is measured every second
+constexpr uint32_t SHORTEST_PERIOD_MS = 1000; // a configuration without a period is measured every second
 
 void program_log(void * /*context*/, bool warning, const char *line) {
     if (warning)
@@ -43,7 +46,7 @@ void fdb_changed(bridged *self, const fdb_record &entry) {
 }
 
 void kernel_changed(uloop_fd *watch, unsigned /*events*/) {
-    bridged *self = KOLT_CONTAINER_OF(watch, bridged, monitor_watch);
+    bridged *self = KOLT_CONTAINER_OF(watch, bridged_watches, monitor)->owner;
     const auto link_changed = [self](const link_info &link) { ports_link_changed(self, link); };
     const auto entry_changed = [self](const fdb_record &entry) { fdb_changed(self, entry); };
     monitor_callbacks callbacks;
@@ -59,7 +62,7 @@ void kernel_changed(uloop_fd *watch, unsigned /*events*/) {
 }
 
 void beat(uloop_timeout *timer) {
-    bridged *self = KOLT_CONTAINER_OF(timer, bridged, beat);
+    bridged *self = KOLT_CONTAINER_OF(timer, bridged_watches, beat)->owner;
     clients_take_roamed(self);
     for (uint32_t i = 0; i < self->bridge_count; i++) {
         if (self->bridges[i].ifindex == 0)
@@ -71,7 +74,7 @@ void beat(uloop_timeout *timer) {
 }
 
 void second_passed(uloop_timeout *timer) {
-    bridged *self = KOLT_CONTAINER_OF(timer, bridged, second);
+    bridged *self = KOLT_CONTAINER_OF(timer, bridged_watches, second)->owner;
     (void)self->streams.sweep(node_now());
     for (uint32_t i = 0; i < self->bridge_count; i++) {
         if (self->bridges[i].ifindex != 0)
@@ -82,11 +85,11 @@ void second_passed(uloop_timeout *timer) {
 
 int period_ms(const bridged *self) {
     const uint32_t period = self->configured.param.period;
-    return period < SHORTEST_PERIOD_MS ? SHORTEST_PERIOD_MS : static_cast<int>(period & INT32_MAX);
+    return static_cast<int>(std::clamp<uint32_t>(period, SHORTEST_PERIOD_MS, INT32_MAX));
 }
 
 void period_passed(uloop_timeout *timer) {
-    bridged *self = KOLT_CONTAINER_OF(timer, bridged, period);
+    bridged *self = KOLT_CONTAINER_OF(timer, bridged_watches, period)->owner;
     self->streams.end_period();
     (void)uloop_timeout_set(timer, period_ms(self));
 }
@@ -138,23 +141,33 @@ bool open_monitor(bridged *self) {
         KOLT_ERROR("cannot listen to the kernel: %s", strerror(error));
         return false;
     }
-    self->monitor_watch.fd = self->monitor.fd();
-    self->monitor_watch.cb = kernel_changed;
-    return uloop_fd_add(&self->monitor_watch, ULOOP_READ) == 0;
+    self->watches.monitor.fd = self->monitor.fd();
+    self->watches.monitor.cb = kernel_changed;
+    return uloop_fd_add(&self->watches.monitor, ULOOP_READ) == 0;
 }
 
 void start_timers(bridged *self) {
-    self->beat.cb = beat;
-    self->second.cb = second_passed;
-    self->period.cb = period_passed;
-    (void)uloop_timeout_set(&self->second, SECOND_MS);
-    (void)uloop_timeout_set(&self->period, period_ms(self));
+    self->watches.beat.cb = beat;
+    self->watches.second.cb = second_passed;
+    self->watches.period.cb = period_passed;
+    (void)uloop_timeout_set(&self->watches.second, SECOND_MS);
+    (void)uloop_timeout_set(&self->watches.period, period_ms(self));
+}
+
+// Two processes would set the same ports against each other. The lock goes with the process.
+bool be_the_only_one(const bridged *self) {
+    (void)mkdir(self->settings.run_folder, 0755); // one that is there already is what we want
+    char path[96];
+    (void)snprintf(path, sizeof(path), "%s/lock", self->settings.run_folder);
+    const int lock = open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (lock >= 0 && flock(lock, LOCK_EX | LOCK_NB) == 0)
+        return true;
+    KOLT_ERROR("%s: %s", path, errno == EWOULDBLOCK ? "another kolt-bridged runs" : strerror(errno));
+    return false;
 }
 
 // The bridge stays as it is at the end: frozen, and free of loops.
 int run(bridged *self) {
-    (void)uloop_init();
-    (void)mkdir(self->settings.run_folder, 0755); // one that is there already is what we want
     if (!open_programs(self) || !open_monitor(self))
         return EXIT_FAILURE;
     start_timers(self);
@@ -171,14 +184,14 @@ int run(bridged *self) {
 }
 
 int release(bridged *self) {
-    (void)uloop_init();
     if (!open_programs(self))
         return EXIT_FAILURE;
     ports_look(self);
     kolt_reason why;
-    const bool complete = ports_release(self);
-    if (!complete || kolt_programs::unpin(self->settings.pin_folder, &why))
-        return complete ? EXIT_SUCCESS : EXIT_FAILURE;
+    if (!ports_release(self))
+        return EXIT_FAILURE; // the pins are still of use to whoever tries again
+    if (kolt_programs::unpin(self->settings.pin_folder, &why))
+        return EXIT_SUCCESS;
     KOLT_ERROR("%s", why.text);
     return EXIT_FAILURE;
 }
@@ -191,6 +204,7 @@ int main(int argc, char **argv) {
     if (memory == nullptr)
         return EXIT_FAILURE;
     auto *self = new (memory) bridged;
+    self->watches.owner = self;
     int status = EXIT_SUCCESS;
     if (!settings_read(argc, argv, &self->settings, &status))
         return status;
@@ -207,7 +221,14 @@ int main(int argc, char **argv) {
     }
     if (self->settings.action == BRIDGED_CHECK)
         return refusal_check(self, stdout) ? EXIT_SUCCESS : EXIT_FAILURE;
+    if (self->configured.enable != 1 && self->settings.action == BRIDGED_RUN) {
+        KOLT_ERROR("%s says that kolt is disabled", self->settings.config_file);
+        return EXIT_SUCCESS;
+    }
+    if (!be_the_only_one(self))
+        return EXIT_FAILURE;
     name_bridges(self);
     (void)signal(SIGPIPE, SIG_IGN);
+    (void)uloop_init();
     return self->settings.action == BRIDGED_RELEASE ? release(self) : run(self);
 }

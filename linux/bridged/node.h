@@ -32,6 +32,7 @@ struct node_port {
     uint32_t ifindex = 0; // 0: the place is free
     char name[KOLT_NAME_SIZE] = {};
     bool backhaul = false;
+    bool guarded = false;  // the programs stand on it
     bool listened = false; // in the loop
     fdb_mac mac{};         // that its frames to neighbours come from: the bridge's, which they may learn
     raw_socket frames;
@@ -66,22 +67,28 @@ struct bridge_node {
     size_t client_count = 0;
 };
 
+// What the loop calls back. It tells who is meant by an address of its own, for which it is plain enough.
+struct bridged_watches {
+    bridged *owner = nullptr;
+    uloop_fd monitor = {};     // the kernel's announcements
+    uloop_timeout beat = {};   // the trees' own time
+    uloop_timeout second = {}; // what is looked at every second
+    uloop_timeout period = {}; // the measuring period
+};
+
 struct bridged {
     bridged_settings settings;
     config configured;
     kolt_work_mode mode = KOLT_MODE_RE;
     rtnl_socket rtnl;
     kernel_monitor monitor;
-    uloop_fd monitor_watch = {};
     kolt_programs programs;
     kolt_streams streams;
     requests_server *requests = nullptr;
     bus_sender bus;
     node_report reported;
-    uloop_timeout beat = {}; // the trees' own time
+    bridged_watches watches;
     uint64_t beat_at = 0;
-    uloop_timeout second = {}; // what is looked at every second
-    uloop_timeout period = {}; // the measuring period
     std::array<bridge_node, CONFIG_MAX_BRIDGES> bridges;
     uint32_t bridge_count = 0;
 };

@@ -89,6 +89,7 @@ bool guard(bridge_node *node, node_port *port) {
         KOLT_ERROR("%s: %s", port->name, why.text);
         return false;
     }
+    port->guarded = true;
     return neighbours_listen(port);
 }
 
@@ -114,10 +115,16 @@ void take_in(bridge_node *node, const link_info &link) {
     }
 }
 
+// A port that leaves its bridge is somebody else's from then on: with the programs on it, nothing would pass.
 void let_go(bridge_node *node, node_port *port) {
     if (port->backhaul)
         tree_port_remove(&node->links, port->ifindex, node_now());
     neighbours_forget(port);
+    if (port->guarded) {
+        kolt_reason why; // an interface that is gone has taken its programs along
+        (void)node->owner->programs.detach(port->ifindex, &why);
+        saved_port_remove(node, port->name);
+    }
     (void)node->owner->programs.set_port(port->ifindex, {});
     (void)node->owner->programs.set_identity(port->ifindex, nullptr);
     port->ifindex = 0;
@@ -147,18 +154,36 @@ void bridge_gone(bridge_node *node) {
     node->client_count = 0;
 }
 
-void port_changed(bridge_node *node, const link_info &link) {
+bool belongs(const bridge_node *node, const link_info &link) {
+    return !link.deleted && node->ifindex != 0 && link.master == node->ifindex;
+}
+
+void port_left(bridge_node *node, const link_info &link) {
     node_port *port = node_find_port_index(node, link.index);
-    const bool belongs = !link.deleted && node->ifindex != 0 && link.master == node->ifindex;
-    if (port != nullptr && belongs) {
-        if (port->backhaul)
-            tree_port_carrier(&node->links, link.index, link_works(link), node_now());
-    } else if (port != nullptr) {
-        let_go(node, port);
-        tell_joined(node->owner, BRIDGE_EVENT_PORT_LEFT);
-    } else if (belongs) {
+    if (port == nullptr || belongs(node, link))
+        return;
+    let_go(node, port);
+    tell_joined(node->owner, BRIDGE_EVENT_PORT_LEFT);
+}
+
+void port_there(bridge_node *node, const link_info &link) {
+    if (!belongs(node, link))
+        return;
+    const node_port *port = node_find_port_index(node, link.index);
+    if (port == nullptr) {
         take_in(node, link);
         tell_joined(node->owner, BRIDGE_EVENT_PORT_JOINED);
+    } else if (port->backhaul) {
+        tree_port_carrier(&node->links, link.index, link_works(link), node_now());
+    }
+}
+
+void bridge_changed(bridge_node *node, const link_info &link) {
+    if (link.deleted ? node->ifindex == link.index : kolt_name_equal(node->name, link.name.data())) {
+        if (link.deleted)
+            bridge_gone(node);
+        else if (link.is_bridge)
+            bridge_came(node, link);
     }
 }
 
@@ -193,21 +218,34 @@ bool has_port(const bridge_node &node, uint32_t ifindex, std::span<const link_in
                        [&](const link_info &link) { return link.index == ifindex && link.master == node.ifindex; });
 }
 
+// The flags before the programs: as long as these stand, a port that floods again is still kept by its word.
+bool put_back(bridge_node *node, node_port *port) {
+    const int error = bridge_port_set(node->owner->rtnl, port->ifindex, port->found);
+    if (error != 0)
+        KOLT_ERROR_AS("ports_release", "%s: cannot put its flags back: %s", port->name,
+                      node->owner->rtnl.last_error().text.data());
+    kolt_reason why;
+    const bool detached = node->owner->programs.detach(port->ifindex, &why);
+    if (!detached)
+        KOLT_ERROR_AS("ports_release", "%s: %s", port->name, why.text);
+    if (error == 0)
+        saved_port_remove(node, port->name);
+    return error == 0 && detached;
+}
+
 } // namespace
 
 void ports_link_changed(bridged *self, const link_info &link) {
-    for (uint32_t i = 0; i < self->bridge_count; i++) {
-        bridge_node *node = &self->bridges[i];
-        if (link.deleted ? node->ifindex == link.index : kolt_name_equal(node->name, link.name.data())) {
-            if (link.deleted)
-                bridge_gone(node);
-            else if (link.is_bridge)
-                bridge_came(node, link);
-        } else {
-            port_changed(node, link);
-        }
-        settle(node);
-    }
+    const std::span<bridge_node> nodes(self->bridges.data(), self->bridge_count);
+    for (bridge_node &node : nodes)
+        bridge_changed(&node, link);
+    // Leaving comes first: a port may go from one of the bridges to another.
+    for (bridge_node &node : nodes)
+        port_left(&node, link);
+    for (bridge_node &node : nodes)
+        port_there(&node, link);
+    for (bridge_node &node : nodes)
+        settle(&node);
 }
 
 void ports_look(bridged *self) {
@@ -219,16 +257,17 @@ void ports_look(bridged *self) {
     collect(self, &found, &count, [self](const link_info &link) {
         return link.master != 0 && node_find_index(self, link.master) != nullptr;
     });
-    for (uint32_t i = 0; i < self->bridge_count; i++) {
-        bridge_node *node = &self->bridges[i];
-        for (node_port &port : node->ports) {
-            if (port.ifindex != 0 && !has_port(*node, port.ifindex, {found.data(), count}))
-                let_go(node, &port);
+    const std::span<bridge_node> nodes(self->bridges.data(), self->bridge_count);
+    for (bridge_node &node : nodes) {
+        for (node_port &port : node.ports) {
+            if (port.ifindex != 0 && !has_port(node, port.ifindex, {found.data(), count}))
+                let_go(&node, &port);
         }
-        for (size_t j = 0; j < count; j++)
-            port_changed(node, found[j]);
-        if (node->ifindex != 0)
-            settle(node);
+    }
+    for (bridge_node &node : nodes) {
+        for (size_t i = 0; i < count; i++)
+            port_there(&node, found[i]);
+        settle(&node);
     }
 }
 
@@ -237,18 +276,8 @@ bool ports_release(bridged *self) {
     for (uint32_t i = 0; i < self->bridge_count; i++) {
         bridge_node *node = &self->bridges[i];
         for (node_port &port : node->ports) {
-            bridge_port_flags found;
-            if (port.ifindex == 0 || !saved_port_read(node, port.name, &found))
-                continue;
-            kolt_reason why;
-            const int error = bridge_port_set(self->rtnl, port.ifindex, found);
-            if (error != 0)
-                KOLT_ERROR("%s: cannot put its flags back: %s", port.name, self->rtnl.last_error().text.data());
-            else
-                saved_port_remove(node, port.name);
-            if (!self->programs.detach(port.ifindex, &why))
-                KOLT_ERROR("%s: %s", port.name, why.text);
-            complete &= error == 0 && why.error == 0;
+            if (port.ifindex != 0 && port.guarded)
+                complete &= put_back(node, &port);
         }
         saved_state_remove(node);
     }

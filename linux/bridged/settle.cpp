@@ -87,11 +87,11 @@ void new_parent(bridge_node *node) {
 void wake_for(bridge_node *node) {
     bridged *owner = node->owner;
     const uint64_t next = tree_next_ms(node->links);
-    if (owner->beat.pending && owner->beat_at <= next)
+    if (owner->watches.beat.pending && owner->beat_at <= next)
         return;
     const uint64_t now = node_now();
     owner->beat_at = next;
-    (void)uloop_timeout_set(&owner->beat, next > now ? static_cast<int>(next - now) : 0);
+    (void)uloop_timeout_set(&owner->watches.beat, next > now ? static_cast<int>(next - now) : 0);
 }
 
 } // namespace

@@ -197,8 +197,12 @@ uint64_t monotonic_ms() {
 TEST_F(streams_test, StreamsThatComeWhileOthersGoLoseNoSlot) {
     const pid_t traffic = fork();
     ASSERT_GE(traffic, 0);
-    for (uint32_t number = 0; traffic == 0; number += 7919)
-        make(static_cast<uint16_t>(number % 20000));
+    if (traffic == 0) {
+        const uint64_t given_up = monotonic_ms() + 60000;
+        for (uint32_t number = 0; monotonic_ms() < given_up; number += 7919)
+            make(static_cast<uint16_t>(number % 20000));
+        _exit(0);
+    }
     size_t removed = 0;
     // Long enough for slots to be given back and taken again.
     for (const uint64_t end = monotonic_ms() + 1500; removed < 200 || monotonic_ms() < end;) {
