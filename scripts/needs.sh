@@ -4,4 +4,4 @@ KOLT_NODE_NEEDS=(python3 iproute2 util-linux mount)
 KOLT_SIM_NEEDS=(python3-numpy python3-jsonschema python3-rich libjs-dygraphs)
 KOLT_TEST_NEEDS=(libgtest-dev libgmock-dev python3-pytest valgrind clang libclang-rt-14-dev clang-format clang-tidy
     binutils git chromium)
-KOLT_MESH_NEEDS=(iperf3 libbpf-dev libmnl-dev bpftool clang)
+KOLT_MESH_NEEDS=(clang iperf3 libbpf-dev libmnl-dev)

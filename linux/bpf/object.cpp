@@ -3,18 +3,18 @@
 
 asm(".pushsection .rodata.kolt_bpf_object, \"a\"\n"
     ".balign 8\n"
-    ".hidden kolt_bpf_object_begin\n"
-    ".hidden kolt_bpf_object_end\n"
-    ".globl kolt_bpf_object_begin\n"
-    ".globl kolt_bpf_object_end\n"
-    "kolt_bpf_object_begin:\n"
+    ".hidden KOLT_BPF_OBJECT_BEGIN\n"
+    ".hidden KOLT_BPF_OBJECT_END\n"
+    ".globl KOLT_BPF_OBJECT_BEGIN\n"
+    ".globl KOLT_BPF_OBJECT_END\n"
+    "KOLT_BPF_OBJECT_BEGIN:\n"
     ".incbin \"" KOLT_BPF_OBJECT_FILE "\"\n"
-    "kolt_bpf_object_end:\n"
+    "KOLT_BPF_OBJECT_END:\n"
     ".popsection\n");
 
-extern "C" const std::byte kolt_bpf_object_begin[];
-extern "C" const std::byte kolt_bpf_object_end[];
+extern "C" const std::byte KOLT_BPF_OBJECT_BEGIN[];
+extern "C" const std::byte KOLT_BPF_OBJECT_END[];
 
 std::span<const std::byte> kolt_bpf_object() {
-    return {kolt_bpf_object_begin, kolt_bpf_object_end};
+    return {KOLT_BPF_OBJECT_BEGIN, KOLT_BPF_OBJECT_END};
 }

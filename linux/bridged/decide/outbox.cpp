@@ -72,6 +72,6 @@ bool tree_tell_stream(tree *self, const stream_notice &notice) {
         return false;
     self->notices[(self->notice_first + self->notice_count) % TREE_NOTICES] = notice;
     self->notice_count++;
-    self->ports[static_cast<size_t>(self->taking_slot[0])].hello_due = true;
+    self->ports[static_cast<uint8_t>(self->taking_slot[0])].hello_due = true;
     return true;
 }

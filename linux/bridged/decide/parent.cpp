@@ -110,12 +110,12 @@ tree_node *best_parent(tree *self) {
 }
 
 void parent_check(tree *self) {
-    const tree_node *parent = find_node(*self, self->parent);
-    if (self->parent != 0 &&
-        (parent == nullptr || upward_ports(*self, self->parent) == 0 || contradicts(*self, *parent))) {
-        leave(self);
-    }
-    if (self->parent == 0) {
+    const tree_node *parent = self->parent == 0 ? nullptr : find_node(*self, self->parent);
+    if (parent != nullptr && (upward_ports(*self, self->parent) == 0 || contradicts(*self, *parent)))
+        parent = nullptr;
+    if (parent == nullptr) {
+        if (self->parent != 0)
+            leave(self);
         self->root = self->id;
         self->hops = 0;
         self->flags = 0;

@@ -85,11 +85,13 @@ feature pin_folder_find(const char *pin_folder) {
         result = statfs(path, &found);
     if (result != 0)
         return make(FEATURE_UNKNOWN, {"cannot look at ", path, ": ", strerror(errno)});
-    if (static_cast<unsigned long>(found.f_type) != BPF_FS_MAGIC)
-        return make(FEATURE_NO, {pin_folder, " is not on a BPF file system"});
+    const bool is_bpf = static_cast<unsigned long>(found.f_type) == BPF_FS_MAGIC;
+    if (!is_bpf && (effective_capabilities() >> CAP_SYS_ADMIN & 1) == 0)
+        return make(FEATURE_NO, {pin_folder, " is not on a BPF file system, and this process may not mount one"});
     if (faccessat(AT_FDCWD, path, W_OK, AT_EACCESS) != 0)
         return make(FEATURE_NO, {"cannot write to ", path, ": ", strerror(errno)});
-    return make(FEATURE_YES, {pin_folder, " is on a BPF file system"});
+    return make(FEATURE_YES,
+                {pin_folder, is_bpf ? " is on a BPF file system" : " gets a BPF file system at the start"});
 }
 
 kernel_features features_find(const char *pin_folder) {

@@ -21,7 +21,7 @@ struct kernel_features {
     feature clsact;      // the hook for programs at both directions of a port can be made
     feature programs;    // can be loaded
     feature attach;      // and attached to the hook
-    feature pin_folder;  // is on a BPF file system, and can be written
+    feature pin_folder;  // is on a BPF file system, or gets one, and can be written
 };
 
 // Tries what can be tried in a network namespace that lives for as long as the call takes.
@@ -37,5 +37,5 @@ struct kernel_features {
 // is the errno for which it could not be tried at all, or 0.
 [[nodiscard]] feature judge_trial(const char *what, int code, int why_not);
 
-// Whether pins can be made in the folder, which need not exist yet.
+// Whether pins can be made in the folder, which need not exist yet: a start makes it and mounts what is missing.
 [[nodiscard]] feature pin_folder_find(const char *pin_folder);

@@ -8,6 +8,11 @@
 #include <cstdlib>
 #include <vector>
 
+// Neighbours: one that every node would rather have as its root, and two that come after it.
+constexpr node_id BEST = 0x020000000001;
+constexpr node_id OTHER = 0x0001020000000005;
+constexpr node_id WORSE = 0x0001020000000090;
+
 // A neighbour as it looks on the node's port `ifindex`: by default the best of all roots, 02:00:00:00:00:01.
 struct puppet {
     uint32_t ifindex = 0;

@@ -9,10 +9,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr node_id BEST = 0x020000000001;
-constexpr node_id OTHER = 0x0001020000000005;
-constexpr node_id WORSE = 0x0001020000000090;
-
 join_record request(node_id origin, uint64_t token) {
     return {.kind = JOIN_REQUEST, .origin = origin, .token = token};
 }

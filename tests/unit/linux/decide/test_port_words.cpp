@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr node_id WORSE = 0x0001020000000090;
 constexpr port_flooding NOTHING = {};
 constexpr port_flooding EVERYTHING = {true, true, true, true, true};
 

@@ -8,9 +8,6 @@
 
 namespace {
 
-constexpr node_id BEST = 0x020000000001;
-constexpr node_id WORSE = 0x0001020000000090;
-
 class Record : public testing::Test {
 protected:
     Record() {

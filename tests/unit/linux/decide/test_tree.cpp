@@ -8,10 +8,6 @@
 
 namespace {
 
-constexpr node_id BEST = 0x020000000001;
-constexpr node_id OTHER = 0x0001020000000005;
-constexpr node_id WORSE = 0x0001020000000090;
-
 TEST(Tree, RelayPortIsForHostsWhenNobodyIsHeard) {
     one_node node;
     node.port(10, RELAY);

@@ -57,20 +57,20 @@ protected:
     kolt_reason why_;
 };
 
-const std::string DOWN = ip_frame{}.bytes();
-const std::string BROADCAST_FRAME = ethernet_frame(BROADCAST, SERVER, 0x9000);
+const std::string PLACED_FRAME = ip_frame{}.bytes();
+const std::string CIRCLING_FRAME = ethernet_frame(BROADCAST, SERVER, 0x9000);
 
 TEST_P(forwarding_test, AGroupFrameLeavesByTheAcceptingPortsOnce) {
     programs_.set_port(port(1), {.group = 1, .flags = KOLT_PORT_OPEN, .admits = 1});
-    end(3).send(BROADCAST_FRAME);
-    EXPECT_EQ(BROADCAST_FRAME, end(0).receive());
-    EXPECT_EQ(BROADCAST_FRAME, end(2).receive());
+    end(3).send(CIRCLING_FRAME);
+    EXPECT_EQ(CIRCLING_FRAME, end(0).receive());
+    EXPECT_EQ(CIRCLING_FRAME, end(2).receive());
     EXPECT_EQ(0U, end(0).count_arrived());
     EXPECT_EQ(0U, end(1).count_arrived());
 }
 
 TEST_P(forwarding_test, NothingReturnsToTheNeighbourThatSentIt) {
-    for (const std::string &frame : {BROADCAST_FRAME, ethernet_frame(CLIENT, SERVER, 0x9000)}) {
+    for (const std::string &frame : {CIRCLING_FRAME, ethernet_frame(CLIENT, SERVER, 0x9000)}) {
         end(0).send(frame);
         EXPECT_EQ(frame, end(2).receive());
         EXPECT_EQ(frame, end(3).receive());
@@ -80,10 +80,10 @@ TEST_P(forwarding_test, NothingReturnsToTheNeighbourThatSentIt) {
 
 TEST_P(forwarding_test, AClosedPortIsSilentInBothDirections) {
     programs_.set_port(port(2), {.group = 2, .admits = 1, .accepts = 1});
-    end(3).send(BROADCAST_FRAME);
-    EXPECT_EQ(BROADCAST_FRAME, end(0).receive());
+    end(3).send(CIRCLING_FRAME);
+    EXPECT_EQ(CIRCLING_FRAME, end(0).receive());
     EXPECT_THAT(end(2).receive(50), IsEmpty());
-    end(2).send(BROADCAST_FRAME);
+    end(2).send(CIRCLING_FRAME);
     EXPECT_THAT(end(3).receive(50), IsEmpty());
 }
 
@@ -92,32 +92,32 @@ TEST_P(forwarding_test, AStreamLeavesByThePortItPointsTo) {
     open_port(1, 1, KOLT_PORT_NEED_HA);
     client_at(0);
     ASSERT_TRUE(programs_.hd_set(CLIENT.data(), port(0)));
-    end(3).send(DOWN);
-    EXPECT_EQ(DOWN, end(0).receive());
+    end(3).send(PLACED_FRAME);
+    EXPECT_EQ(PLACED_FRAME, end(0).receive());
     ASSERT_EQ(1U, streams_.count());
     EXPECT_EQ(port(0), streams_.record(0).target);
     streams_.repoint(0, port(1));
     for (int times = 0; times < 3; times++) {
-        end(3).send(DOWN);
-        EXPECT_EQ(DOWN, end(1).receive());
+        end(3).send(PLACED_FRAME);
+        EXPECT_EQ(PLACED_FRAME, end(1).receive());
     }
     EXPECT_EQ(0U, end(0).count_arrived());
     EXPECT_EQ(0U, end(1).count_arrived());
     streams_.end_period();
     EXPECT_EQ(4U, streams_.record(0).tx_packets) << "each frame once";
-    EXPECT_EQ(4 * DOWN.size(), streams_.record(0).tx_bytes);
+    EXPECT_EQ(4 * PLACED_FRAME.size(), streams_.record(0).tx_bytes);
 }
 
 TEST_P(forwarding_test, AStreamOfAClosedPortGoesNowhere) {
     open_port(0, 1, KOLT_PORT_NEED_HA);
     client_at(0);
     ASSERT_TRUE(programs_.hd_set(CLIENT.data(), port(0)));
-    end(3).send(DOWN);
-    EXPECT_EQ(DOWN, end(0).receive());
+    end(3).send(PLACED_FRAME);
+    EXPECT_EQ(PLACED_FRAME, end(0).receive());
     streams_.repoint(0, port(1));
     programs_.set_port(port(1), {.group = 1});
-    end(3).send(DOWN);
-    EXPECT_EQ(DOWN, end(0).receive()) << "the bridge's choice stands";
+    end(3).send(PLACED_FRAME);
+    EXPECT_EQ(PLACED_FRAME, end(0).receive()) << "the bridge's choice stands";
 }
 
 TEST_P(forwarding_test, AStreamFollowsItsOtherDirection) {
@@ -128,8 +128,8 @@ TEST_P(forwarding_test, AStreamFollowsItsOtherDirection) {
     end(1).send(up);
     EXPECT_EQ(up, end(3).receive());
     client_at(0);
-    end(3).send(DOWN);
-    EXPECT_EQ(DOWN, end(1).receive());
+    end(3).send(PLACED_FRAME);
+    EXPECT_EQ(PLACED_FRAME, end(1).receive());
     EXPECT_EQ(0U, end(0).count_arrived());
 }
 
@@ -173,7 +173,8 @@ TEST_P(forwarding_test, ATaggedFrameIsForwardedWithoutAStream) {
     open_port(2, 2, KOLT_PORT_FOLLOW);
     client_at(0);
     ASSERT_TRUE(programs_.hd_set(CLIENT.data(), port(0)));
-    const std::string tagged = DOWN.substr(0, 12) + std::string("\x81\x00\x00\x05", 4) + DOWN.substr(12);
+    const std::string tagged =
+        PLACED_FRAME.substr(0, 12) + std::string("\x81\x00\x00\x05", 4) + PLACED_FRAME.substr(12);
     end(2).send(tagged);
     EXPECT_FALSE(end(0).receive().empty());
     EXPECT_EQ(0U, streams_.count());
@@ -214,7 +215,7 @@ TEST_P(forwarding_test, ACircleOfTwoLinksCarriesNothingRound) {
     usleep(100000);
     programs_.set_port(port(1), {.group = 1, .flags = KOLT_PORT_OPEN});
     for (int times = 0; times < 100; times++)
-        end(3).send(times % 2 == 0 ? BROADCAST_FRAME : ethernet_frame(CLIENT, SERVER, 0x9000));
+        end(3).send(times % 2 == 0 ? CIRCLING_FRAME : ethernet_frame(CLIENT, SERVER, 0x9000));
     usleep(50000);
     EXPECT_GT(500U, end(0).count_arrived(20));
     EXPECT_GT(500U, end(1).count_arrived(20));
