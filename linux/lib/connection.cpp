@@ -1,5 +1,6 @@
 #include "lib/connection.h"
 
+#include "lib/passed_descriptor.h"
 #include "lib/reply.h"
 #include "lib/socket_identity.h"
 
@@ -118,17 +119,6 @@ bool send_request(const deadline &until, const call_request &request, int passed
         if (errno != EINTR && (errno != EAGAIN || !wait_for(state.fd, POLLOUT, until)))
             return false;
     }
-}
-
-// The descriptor that came with a reply; there is room for one.
-unique_fd take_descriptor(msghdr *header) {
-    const cmsghdr *control = CMSG_FIRSTHDR(header);
-    if (control == nullptr || control->cmsg_level != SOL_SOCKET || control->cmsg_type != SCM_RIGHTS ||
-        control->cmsg_len != CMSG_LEN(sizeof(int)))
-        return unique_fd();
-    int fd;
-    memcpy(&fd, CMSG_DATA(control), sizeof fd);
-    return unique_fd(fd);
 }
 
 bool receive_reply(const deadline &until, const call_request &request, call_answer *answer) {

@@ -2,6 +2,7 @@
 
 #include "bridged/requests/dispatch.h"
 #include "core/container_of.h"
+#include "lib/passed_descriptor.h"
 
 #include <cerrno>
 #include <cstring>
@@ -20,17 +21,6 @@ struct message {
 };
 
 enum class receipt { MESSAGE, NOTHING, BROKEN };
-
-// The descriptor that came with a message; there is room for one.
-unique_fd take_descriptor(msghdr *header) {
-    const cmsghdr *control = CMSG_FIRSTHDR(header);
-    if (control == nullptr || control->cmsg_level != SOL_SOCKET || control->cmsg_type != SCM_RIGHTS ||
-        control->cmsg_len != CMSG_LEN(sizeof(int)))
-        return unique_fd();
-    int fd;
-    memcpy(&fd, CMSG_DATA(control), sizeof fd);
-    return unique_fd(fd);
-}
 
 receipt receive_message(int fd, message *message) {
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))];

@@ -1,14 +1,10 @@
 // Which streams of a client are ranked, in which order, and what its records then say.
-#include "stream_test.h"
+#include "two_ways.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr mac_address CLIENT{0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
-constexpr mac_address PEER{0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF};
-constexpr mac_address STRANGER{0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F};
 
 class Streams : public stream_test {};
 

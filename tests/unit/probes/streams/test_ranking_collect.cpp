@@ -1,28 +1,9 @@
 // The ranking of one client by itself, with a limit.
-#include "stream_test.h"
+#include "two_ways.h"
 
 namespace {
 
 using testing::IsEmpty;
-
-constexpr mac_address CLIENT{0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
-constexpr mac_address PEER{0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF};
-
-stream_fields forward() {
-    return {
-        .src = PEER, .dst = CLIENT, .port = 10, .counter_a = 30, .counter_b = 4000, .src_port = 80, .dst_port = 5000};
-}
-
-stream_fields reverse() {
-    return {.src = CLIENT,
-            .dst = PEER,
-            .port = 20,
-            .counter_a = 7,
-            .counter_b = 500,
-            .src_port = 5000,
-            .dst_port = 80,
-            .flags = 0x10};
-}
 
 class StreamCollect : public stream_test {
 protected:

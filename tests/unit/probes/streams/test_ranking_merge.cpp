@@ -1,16 +1,10 @@
 // What comes back of a stream is added to what went out.
-#include "stream_test.h"
+#include "two_ways.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr mac_address CLIENT{0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
-constexpr mac_address PEER{0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF};
-constexpr mac_address STRANGER{0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F};
-
-constexpr uint8_t MERGEABLE = 0x10;
 
 // The counters of a record: bytes and packets of both directions, then those of the reverse one.
 std::vector<uint32_t> counters_of(const kolt_client &client, size_t record = 0) {
@@ -18,22 +12,6 @@ std::vector<uint32_t> counters_of(const kolt_client &client, size_t record = 0) 
     for (const size_t offset : {24U, 28U, 40U, 44U})
         counters.push_back(field<uint32_t>(records_of(client)[record], offset));
     return counters;
-}
-
-stream_fields forward() {
-    return {
-        .src = PEER, .dst = CLIENT, .port = 10, .counter_a = 30, .counter_b = 4000, .src_port = 80, .dst_port = 5000};
-}
-
-stream_fields reverse() {
-    return {.src = CLIENT,
-            .dst = PEER,
-            .port = 20,
-            .counter_a = 7,
-            .counter_b = 500,
-            .src_port = 5000,
-            .dst_port = 80,
-            .flags = MERGEABLE};
 }
 
 class StreamMerge : public stream_test {};

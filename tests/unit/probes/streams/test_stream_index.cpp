@@ -1,5 +1,5 @@
 // The chains of streams by the clients at their ends.
-#include "stream_test.h"
+#include "two_ways.h"
 
 #include "probes/streams/stream_index.h"
 
@@ -7,9 +7,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr mac_address CLIENT{0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
-constexpr mac_address PEER{0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF};
 
 class StreamIndex : public stream_test {
 protected:
