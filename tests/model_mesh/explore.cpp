@@ -8,7 +8,7 @@ namespace {
 
 constexpr uint64_t BEGIN_MS = 9000;
 constexpr uint64_t REST_MS = 2700;     // without a change: longer than any patience of the protocol
-constexpr uint64_t LONGEST_MS = 60000; // until everybody who was refused has asked again
+constexpr uint64_t LONGEST_MS = 19000; // what takes the time of forgetting a neighbour has lost something till then
 constexpr int CRASH_POINTS = 4;
 
 const char *name_of(happening kind) {

@@ -86,11 +86,15 @@ bool enter_incarnation(tree_node *node, uint32_t incarnation) {
 // What a node says is the same on all of its links, which are not equally fast: the latest holds.
 bool hear_state(tree *self, const neighbour_frame &frame) {
     tree_node *node = place_of(self, node_mac(frame.node));
-    if (node == nullptr || !enter_incarnation(node, frame.incarnation))
+    if (node == nullptr)
         return false;
-    node->heard_ms = self->now_ms;
+    node->refused_ms = self->now_ms;
+    if (!enter_incarnation(node, frame.incarnation))
+        return false;
     if (node->known && static_cast<int32_t>(frame.version - node->version) < 0)
         return true;
+    node->refused_ms = 0;
+    node->heard_ms = self->now_ms;
     if (node->root != frame.root)
         node->refusals = 0;
     node->known = true;
@@ -215,14 +219,18 @@ void reset_port(const tree &self, tree_port *port, bool carrier) {
 
 void forget_nodes(tree *self) {
     for (tree_node &node : self->nodes) {
-        const uint64_t mac = node_mac(node.id);
         if (node.id == 0)
             continue;
+        const uint64_t mac = node_mac(node.id);
         const bool heard = std::any_of(self->ports.begin(), self->ports.end(), [mac](const tree_port &port) {
             return std::any_of(port.neighbours.begin(), port.neighbours.end(),
                                [mac](const port_neighbour &one) { return one.mac == mac; });
         });
-        if (!heard)
+        // All that it says is older than what was said in its name once: that was somebody else's frame, or a broken
+        // one.
+        const bool misheard =
+            node.refused_ms != 0 && node.refused_ms - node.heard_ms > span_ms(*self, self->timing.memory);
+        if (!heard || misheard)
             node = {};
     }
 }

@@ -85,7 +85,8 @@ struct tree_node {
     std::array<uint32_t, BCAST_CLASSES> taking{};
     uint8_t hops = 0;
     uint8_t flags = 0;
-    uint64_t heard_ms = 0; // its last hello
+    uint64_t heard_ms = 0;   // its last hello that was believed
+    uint64_t refused_ms = 0; // the last that was not, 0 when one was believed since
     uint8_t refusals = 0;
     uint64_t refused_until_ms = 0;
 };

@@ -8,6 +8,17 @@
 
 namespace {
 
+// A neighbour below the node, which it reaches by that port.
+puppet child_on(uint32_t ifindex) {
+    return {.ifindex = ifindex,
+            .id = WORSE,
+            .version = 5,
+            .root = OWN_ID,
+            .parent = node_mac(OWN_ID),
+            .hops = 1,
+            .link_flags = LINK_ALIVE | LINK_UPWARD};
+}
+
 TEST(Tree, RelayPortIsForHostsWhenNobodyIsHeard) {
     one_node node;
     node.port(10, RELAY);
@@ -253,33 +264,55 @@ TEST(Tree, SilentPortIsForHostsAfterTheCarrierWasGone) {
 TEST(Tree, StateThatWasSaidEarlierIsIgnored) {
     one_node node;
     node.port(10, RELAY);
-    const puppet child{.ifindex = 10,
-                       .id = WORSE,
-                       .version = 5,
-                       .root = OWN_ID,
-                       .parent = node_mac(OWN_ID),
-                       .hops = 1,
-                       .link_flags = LINK_ALIVE | LINK_UPWARD};
+    const puppet child = child_on(10);
     node.puppets.push_back(child);
     node.pass(200);
     ASSERT_EQ(node.role(10), ROLE_DOWNLINK);
     puppet before = child;
-    before.version = 4;
+    before.version = child.version - 1;
     before.parent = 0;
     node.hello(before);
     EXPECT_EQ(node.role(10), ROLE_DOWNLINK);
 }
 
+// What a frame said in the child's name once must not stand for ever: nobody can take it back.
+class MisheardChild : public testing::Test {
+protected:
+    MisheardChild() {
+        node_.port(10, RELAY);
+        node_.puppets.push_back(child_on(10));
+        node_.pass(200);
+        EXPECT_EQ(node_.role(10), ROLE_DOWNLINK);
+    }
+
+    void expect_back_after_memory(puppet misheard) {
+        misheard.parent = 0;
+        node_.hello(misheard);
+        node_.pass(19000);
+        EXPECT_NE(node_.role(10), ROLE_DOWNLINK) << "the latest word holds, and late ones come";
+        node_.pass(2000);
+        EXPECT_EQ(node_.role(10), ROLE_DOWNLINK);
+    }
+
+    one_node node_;
+};
+
+TEST_F(MisheardChild, LaterStateIsForgottenWhenItIsNotSaidAgain) {
+    puppet later = child_on(10);
+    later.version += 1000;
+    expect_back_after_memory(later);
+}
+
+TEST_F(MisheardChild, OtherLifeIsForgottenWhenItIsNotHeardAgain) {
+    puppet other = child_on(10);
+    other.incarnation += 1;
+    expect_back_after_memory(other);
+}
+
 TEST(Tree, LateWordOfAForgottenLifeIsIgnored) {
     one_node node;
     node.port(10, RELAY);
-    const puppet child{.ifindex = 10,
-                       .id = WORSE,
-                       .version = 5,
-                       .root = OWN_ID,
-                       .parent = node_mac(OWN_ID),
-                       .hops = 1,
-                       .link_flags = LINK_ALIVE | LINK_UPWARD};
+    const puppet child = child_on(10);
     node.puppets.push_back(child);
     node.pass(200);
     puppet reborn{.ifindex = 10, .id = WORSE, .incarnation = 2, .version = 0, .root = WORSE};
