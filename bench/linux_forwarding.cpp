@@ -1,6 +1,7 @@
 // What the traffic control programs cost a forwarded frame: frames from one wire through a bridge to another, with
 // nothing on the ports, with a program that does nothing, and with this project's and a live stream. The ways take
-// short turns, so that whatever else the machine does meets all of them alike.
+// short turns, so that whatever else the machine does meets all of them alike. Prints a JSON list of {"name", "value",
+// "unit"}.
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -69,11 +70,13 @@ public:
         }
     }
 
-    // Nanoseconds a frame.
-    double send() {
+    // Nanoseconds a frame; `after` follows every batch.
+    template <typename AFTER> double send(AFTER after) {
         const auto begin = std::chrono::steady_clock::now();
-        for (size_t batch = 0; batch < BATCHES; batch++)
+        for (size_t batch = 0; batch < BATCHES; batch++) {
             must(sendmmsg(socket_.get(), messages_.data(), BATCH, 0) == BATCH, "sendmmsg");
+            after();
+        }
         const std::chrono::duration<double, std::nano> time = std::chrono::steady_clock::now() - begin;
         return time.count() / (BATCH * BATCHES);
     }
@@ -82,6 +85,41 @@ private:
     unique_fd socket_{socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0)};
     std::string frame_;
     iovec part_{};
+    std::array<mmsghdr, BATCH> messages_{};
+};
+
+// A program of the host at the far end, which gets every frame.
+class receiver {
+public:
+    explicit receiver(const std::string &name) {
+        sockaddr_ll address{};
+        address.sll_family = AF_PACKET;
+        address.sll_protocol = htons(ETH_P_ALL);
+        address.sll_ifindex = static_cast<int>(if_nametoindex(name.c_str()));
+        must(bind(socket_.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) == 0, "bind");
+        must(setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &BUFFER, sizeof BUFFER) == 0, "room");
+        for (size_t place = 0; place < BATCH; place++) {
+            parts_[place] = {frames_[place].data(), FRAME};
+            messages_[place].msg_hdr.msg_iov = &parts_[place];
+            messages_[place].msg_hdr.msg_iovlen = 1;
+        }
+    }
+
+    void take_batch() {
+        for (size_t got = 0; got < BATCH;) {
+            const int more = recvmmsg(socket_.get(), messages_.data(), static_cast<unsigned>(BATCH - got), 0, nullptr);
+            must(more > 0, "recvmmsg");
+            got += static_cast<size_t>(more);
+        }
+    }
+
+private:
+    static constexpr size_t FRAME = 2048;
+    static constexpr int BUFFER = 1 << 22;
+
+    unique_fd socket_{socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0)};
+    std::array<std::array<char, FRAME>, BATCH> frames_{};
+    std::array<iovec, BATCH> parts_{};
     std::array<mmsghdr, BATCH> messages_{};
 };
 
@@ -127,6 +165,12 @@ private:
     bridged_wires wires_;
 };
 
+void print(const std::string &name, double value, const char *unit) {
+    static const char *separator = "[";
+    printf("%s{\"name\": \"%s\", \"value\": %.4g, \"unit\": \"%s\"}", separator, name.c_str(), value, unit);
+    separator = ",\n ";
+}
+
 // Whether the streams of the guarded lanes have counted each frame once, in both directions.
 void check(kolt_streams *streams, size_t frames) {
     std::array<kolt_stream_record, 64> records;
@@ -143,25 +187,41 @@ void check(kolt_streams *streams, size_t frames) {
                 static_cast<unsigned long long>(tx), static_cast<unsigned long long>(rx));
 }
 
-void measure(kolt_streams *streams, size_t size, size_t turns) {
+// Where the frames end: at the far interface, which nobody listens at, or in a program of the host there.
+enum ending { AT_INTERFACE, AT_PROGRAM };
+
+void measure(kolt_streams *streams, size_t size, ending where, size_t turns) {
     std::deque<sender> senders;
-    for (size_t which = 0; which < WAYS; which++)
+    std::deque<receiver> receivers;
+    for (size_t which = 0; which < WAYS; which++) {
         senders.emplace_back("e" + std::to_string(2 * which),
                              ip_frame{.src_port = static_cast<uint16_t>(which), .payload = size - 42}.bytes());
+        if (where == AT_PROGRAM)
+            receivers.emplace_back("e" + std::to_string(2 * which + 1));
+    }
+    const auto send = [&](size_t which) {
+        return senders[which].send([&] {
+            if (where == AT_PROGRAM)
+                receivers[which].take_batch();
+        });
+    };
     std::array<std::vector<double>, WAYS> times;
     std::array<std::vector<double>, WAYS> ratios;
     streams->end_period();
     for (size_t turn = 0; turn < turns; turn++) {
         for (size_t step = 0; step < WAYS; step++)
-            times[(turn + step) % WAYS].push_back(senders[(turn + step) % WAYS].send());
+            times[(turn + step) % WAYS].push_back(send((turn + step) % WAYS));
         for (size_t which = 0; which < WAYS; which++)
             ratios[which].push_back(times[PLAIN].back() / times[which].back());
     }
     check(streams, turns * BATCH * BATCHES);
-    for (size_t which = 0; which < WAYS; which++)
-        printf("%5zu bytes  %-22s %7.1f ns/frame (best tenth %7.1f)  rate %5.3f of plain (best tenths %5.3f)\n", size,
-               NAMES[which], quantile(times[which], 0.5), quantile(times[which], 0.1), quantile(ratios[which], 0.5),
-               quantile(times[PLAIN], 0.1) / quantile(times[which], 0.1));
+    for (size_t which = 0; which < WAYS; which++) {
+        const std::string name = std::to_string(size) + " bytes " +
+                                 (where == AT_PROGRAM ? "to a program" : "forwarded") + ", " + NAMES[which];
+        print(name, quantile(times[which], 0.5), "ns a frame");
+        if (which != PLAIN)
+            print(name, quantile(ratios[which], 0.5), "of the plain bridge's rate");
+    }
 }
 
 void run(size_t turns) {
@@ -174,8 +234,10 @@ void run(size_t turns) {
     for (size_t which = 0; which < WAYS; which++)
         lanes[which] = std::make_unique<lane>(static_cast<way>(which), &programs);
     must(programs.hd_set(CLIENT.data(), lanes[OURS_TCX]->leaves_by()), "hd");
-    for (const size_t size : {size_t{64}, size_t{1500}})
-        measure(&streams, size, turns);
+    for (const ending where : {AT_INTERFACE, AT_PROGRAM})
+        for (const size_t size : {size_t{64}, size_t{1500}})
+            measure(&streams, size, where, turns);
+    printf("]\n");
 }
 
 } // namespace

@@ -18,6 +18,7 @@ from statistics import median
 HERE = Path(__file__).resolve().parent
 sys.path[:0] = [str(HERE.parent / "linux/mesh"), str(HERE.parent / "sim")]
 
+import live_streams  # noqa: E402
 from kolt_mesh import measures, node, tcp, topology  # noqa: E402
 from kolt_mesh.kinds import Kind, OneLink, SpanningTree, TunedSpanningTree  # noqa: E402
 from kolt_mesh.kolt import Kolt  # noqa: E402
@@ -27,7 +28,8 @@ from kolt_mesh.netns import MeshError  # noqa: E402
 from kolt_mesh.node import NodeError  # noqa: E402
 from kolt_sim.view.columns import align  # noqa: E402
 
-PARTS = ("throughput", "outage", "copies", "moves", "forwarding")
+PARTS = ("throughput", "outage", "copies", "moves", "forwarding", "streams")
+LIVE = (1000, 5000, 10000)
 LINKS, STREAMS = (2, 3), (4, 16, 64)
 SECONDS, ROUNDS, MOVES = 10, 10, 5
 WATCHED = 3  # seconds after a link was cut or came back, at least
@@ -157,8 +159,24 @@ class Bench:
         if done.returncode != 0:
             raise MeshError(f"{program.name}: {done.stderr.strip() or done.returncode}")
         self.data["forwarding"] = json.loads(done.stdout)
-        show("Forwarding and streams", [[one["name"], f"{one['value']:g}", one.get("unit", "")]
+        show("Forwarding, without a rate on the links", [[one["name"], f"{one['value']:g}", one.get("unit", "")]
                                         for one in self.data["forwarding"]], left=(0, 2))
+
+    # Many streams
+
+    def streams(self) -> None:
+        if "kolt" not in self.contenders:
+            return
+        found = live_streams.measure(self.build, LIVE, 2 if self.quick else self.seconds)
+        self.data["streams"] = asdict(found)
+        table = [["streams", "kolt a period", "kolt-bridged a period", "reading them all", "re-pointing", "of them"]]
+        table += [["0", time_text(found.idle_kolt), time_text(found.idle_bridged), "", "", ""]]
+        table += [[str(load.streams), time_text(load.kolt), time_text(load.bridged), time_text(load.read),
+                   time_text(load.point), str(load.moved)] for load in found.loads]
+        show("Live streams of one node: processor time in a period of a second, and the library's calls", table)
+        print(f"\n  kolt-bridged: {found.private_kib} KiB of private memory without streams, "
+              f"{found.full_kib} KiB with the most of them")
+        print(f"  bytes by the streams' counters over bytes by the interfaces': {found.counted:.5f}")
 
 
 def outages(contender: Contender, rounds: int) -> dict[str, list[dict]]:
