@@ -29,7 +29,7 @@ struct tree_timing {
     uint32_t quiet = 4;         // without a neighbour: a port is an access port
     uint32_t join = 10;         // until a neighbour is given up that does not let this node join
     uint32_t rest = 2;          // between two such neighbours
-    uint32_t better = 3;        // a neighbour of a better tree has been there
+    uint32_t better = 1;        // a neighbour of a better tree has been there: the parent may find its way back first
     uint32_t nearer = 20;       // a neighbour with a shorter way to the same root has been there
     uint32_t memory = 200;      // of a neighbour that is silent
 };

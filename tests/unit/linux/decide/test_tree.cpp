@@ -330,7 +330,7 @@ TEST(Tree, LeavesForABetterRootOnlyWhenItIsThereForAWhile) {
     node.join({.ifindex = 11, .id = OTHER, .root = OTHER});
     ASSERT_EQ(node.state.root, OTHER);
     node.puppets.push_back({.ifindex = 12, .port = 51});
-    node.pass(300);
+    node.pass(100);
     EXPECT_EQ(node.state.parent, node_mac(OTHER));
     node.pass(150);
     EXPECT_EQ(node.state.parent, 0U);
