@@ -97,8 +97,8 @@ void wait_for_forwarding(const std::string &port) {
 
 } // namespace
 
-void make_wire(const std::string &near, const std::string &far, uint32_t mtu) {
-    route_request request(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, 0);
+void make_wire(const std::string &near, const std::string &far, uint32_t mtu, uint32_t near_index) {
+    route_request request(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, near_index);
     nlmsghdr *message = request.message();
     mnl_attr_put_strz(message, IFLA_IFNAME, near.c_str());
     mnl_attr_put_u32(message, IFLA_MTU, mtu);
@@ -116,8 +116,11 @@ void make_wire(const std::string &near, const std::string &far, uint32_t mtu) {
 }
 
 void make_bridge(const std::string &name) {
+    // Of its own, or it would change with the ports.
+    const uint8_t mac[] = {0x02, 0, 0, 0, 0xb0, static_cast<uint8_t>(name.back())};
     route_request request(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, 0);
     mnl_attr_put_strz(request.message(), IFLA_IFNAME, name.c_str());
+    mnl_attr_put(request.message(), IFLA_ADDRESS, sizeof mac, mac);
     nlattr *info = mnl_attr_nest_start(request.message(), IFLA_LINKINFO);
     mnl_attr_put_strz(request.message(), IFLA_INFO_KIND, "bridge");
     nlattr *data = mnl_attr_nest_start(request.message(), IFLA_INFO_DATA);
@@ -133,6 +136,12 @@ void put_into_bridge(const std::string &port, const std::string &bridge) {
     request.send("cannot put " + port + " into " + bridge);
 }
 
+void take_out_of_bridge(const std::string &port) {
+    route_request request(RTM_SETLINK, 0, index_of(port));
+    mnl_attr_put_u32(request.message(), IFLA_MASTER, 0);
+    request.send("cannot take " + port + " out of its bridge");
+}
+
 // Without addresses of its own, a wire carries nothing but what a test sends.
 void bring_up(const std::string &name) {
     route_request quiet(RTM_SETLINK, 0, index_of(name));
@@ -143,6 +152,12 @@ void bring_up(const std::string &name) {
     mnl_attr_nest_end(quiet.message(), families);
     quiet.send("cannot quiet " + name);
     route_request(RTM_SETLINK, 0, index_of(name), IFF_UP).send("cannot bring up " + name);
+}
+
+void bring_down(const std::string &name) {
+    route_request request(RTM_SETLINK, 0, index_of(name));
+    static_cast<ifinfomsg *>(mnl_nlmsg_get_payload(request.message()))->ifi_change = IFF_UP;
+    request.send("cannot bring down " + name);
 }
 
 void remove_interface(const std::string &name) {

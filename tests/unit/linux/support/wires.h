@@ -6,10 +6,12 @@
 #include <vector>
 
 // Requests to route netlink that have to succeed.
-void make_wire(const std::string &near, const std::string &far, uint32_t mtu = 1500);
+void make_wire(const std::string &near, const std::string &far, uint32_t mtu = 1500, uint32_t near_index = 0);
 void make_bridge(const std::string &name);
 void put_into_bridge(const std::string &port, const std::string &bridge);
+void take_out_of_bridge(const std::string &port);
 void bring_up(const std::string &name);
+void bring_down(const std::string &name);
 void remove_interface(const std::string &name);
 // The queueing discipline that had clsact's place before there was clsact.
 void put_ingress_qdisc(const std::string &name);

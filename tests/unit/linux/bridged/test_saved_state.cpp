@@ -1,0 +1,199 @@
+// What outlives kolt-bridged in the files of its run folder.
+#include "bridged/saved_state.h"
+
+#include "linux/decide/support_node.h"
+#include "support/log_capture.h"
+#include "support/sandbox.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char TREE_FILE[] = "/tmp/run/tree.br-lan";
+constexpr char PORT_FILE[] = "/tmp/run/port.wlan1.1";
+constexpr bridge_port_flags FLAGS = {false, true, false, true, MCAST_ROUTER_ALWAYS};
+
+std::string bytes_of(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class SavedState : public testing::Test {
+protected:
+    SavedState() {
+        self_->settings.run_folder = "/tmp/run";
+        kolt_copy_name(node_.name, "br-lan");
+        kolt_copy_name(port_.name, "wlan1.1");
+        node_.owner = self_.get();
+        for (unsigned i = 0; i < node_.mac.size(); i++)
+            node_.mac[i] = static_cast<uint8_t>(node_mac(OWN_ID) >> (8 * (5 - i)));
+        port_.found = FLAGS;
+        fs::remove_all("/tmp/run");
+        fs::create_directory("/tmp/run");
+        clear_log();
+    }
+    // The tree of a node with a parent.
+    void write_child() {
+        one_node node;
+        node.port(10, NONRELAY);
+        node.join({.ifindex = 10});
+        ASSERT_EQ(node.state.parent, node_mac(BEST));
+        node_.links = node.state;
+        saved_state_write(&node_);
+    }
+    // Whether the tree of a new process goes on from the file.
+    [[nodiscard]] bool goes_on() {
+        tree_start(&node_.links, OWN_ID, 1, 1, 1);
+        return saved_state_read(&node_, 5);
+    }
+
+    std::unique_ptr<bridged> self_ = std::make_unique<bridged>();
+    bridge_node &node_ = self_->bridges[0];
+    node_port port_;
+};
+
+TEST_F(SavedState, TreeGoesOnFromItsFile) {
+    write_child();
+    EXPECT_TRUE(goes_on());
+    EXPECT_EQ(node_.links.parent, node_mac(BEST));
+    EXPECT_NE(tree_slot(node_.links, 10), NO_SLOT);
+}
+
+TEST_F(SavedState, TreeIsWrittenOnlyWhenItIsAnother) {
+    write_child();
+    ASSERT_TRUE(fs::remove(TREE_FILE));
+    saved_state_write(&node_);
+    EXPECT_FALSE(fs::exists(TREE_FILE));
+    tree_set_follow(&node_.links, true, 1);
+    saved_state_write(&node_);
+    EXPECT_TRUE(fs::exists(TREE_FILE));
+}
+
+TEST_F(SavedState, WithoutAFileTheTreeBeginsAnew) {
+    EXPECT_FALSE(goes_on());
+    EXPECT_EQ(node_.links.parent, 0U);
+}
+
+TEST_F(SavedState, DamagedTreeIsNotTakenOver) {
+    write_child();
+    const std::string whole = bytes_of(TREE_FILE);
+    ASSERT_EQ(whole.size(), sizeof(tree_record));
+    std::vector<std::string> damaged = {"", whole.substr(0, whole.size() - 1), whole + '\0',
+                                        std::string(whole.size(), '\0')};
+    for (const size_t offset : {size_t{0}, offsetof(tree_record, record_version), offsetof(tree_record, size),
+                                offsetof(tree_record, checksum), offsetof(tree_record, parent), whole.size() - 1}) {
+        damaged.push_back(whole);
+        damaged.back()[offset] = static_cast<char>(damaged.back()[offset] ^ 1);
+    }
+    for (const std::string &bytes : damaged) {
+        write_file(TREE_FILE, bytes);
+        EXPECT_FALSE(goes_on()) << "one of " << bytes.size() << " bytes";
+        EXPECT_EQ(node_.links.parent, 0U);
+    }
+    write_file(TREE_FILE, whole);
+    EXPECT_TRUE(goes_on());
+}
+
+TEST_F(SavedState, TreeOfAnotherNodeIsNotTakenOver) {
+    write_child();
+    node_.mac[5] ^= 1;
+    EXPECT_FALSE(goes_on());
+}
+
+TEST_F(SavedState, EachBridgeHasAFileOfItsOwn) {
+    write_child();
+    kolt_copy_name(node_.name, "br-guest");
+    EXPECT_FALSE(goes_on());
+}
+
+TEST_F(SavedState, RemovedTreeIsForgotten) {
+    write_child();
+    saved_state_remove(&node_);
+    EXPECT_FALSE(fs::exists(TREE_FILE));
+    saved_state_remove(&node_);
+    EXPECT_FALSE(goes_on());
+    EXPECT_THAT(logged(), IsEmpty());
+}
+
+TEST_F(SavedState, WhatCannotBeWrittenIsToldAndTriedAgain) {
+    fs::remove_all("/tmp/run");
+    write_child();
+    EXPECT_THAT(logged_texts(), ElementsAre(HasSubstr("Error: cannot write /tmp/run/tree.br-lan: No such file")));
+    saved_port_write(&node_, port_);
+    EXPECT_EQ(logged().size(), 2U);
+    fs::create_directory("/tmp/run");
+    saved_state_write(&node_);
+    EXPECT_TRUE(fs::exists(TREE_FILE));
+}
+
+TEST_F(SavedState, FlagsOfAPortComeBackAsTheyWere) {
+    bridge_port_flags found;
+    EXPECT_FALSE(saved_port_read(&node_, "wlan1.1", &found));
+    saved_port_write(&node_, port_);
+    ASSERT_TRUE(saved_port_read(&node_, "wlan1.1", &found));
+    EXPECT_EQ(found, FLAGS);
+    EXPECT_FALSE(saved_port_read(&node_, "wlan0.1", &found));
+}
+
+TEST_F(SavedState, EveryFlagIsKeptByItself) {
+    for (const bridge_port_flags &flags : {bridge_port_flags{true, false, false, false, MCAST_ROUTER_NEVER},
+                                           bridge_port_flags{false, true, false, false, MCAST_ROUTER_LEARNT},
+                                           bridge_port_flags{false, false, true, false, MCAST_ROUTER_ALWAYS},
+                                           bridge_port_flags{false, false, false, true, MCAST_ROUTER_TEMPORARY}}) {
+        port_.found = flags;
+        saved_port_write(&node_, port_);
+        bridge_port_flags found;
+        ASSERT_TRUE(saved_port_read(&node_, "wlan1.1", &found));
+        EXPECT_EQ(found, flags);
+        saved_port_remove(&node_, "wlan1.1");
+    }
+}
+
+TEST_F(SavedState, FirstTellingCounts) {
+    saved_port_write(&node_, port_);
+    port_.found = {};
+    saved_port_write(&node_, port_);
+    bridge_port_flags found;
+    ASSERT_TRUE(saved_port_read(&node_, "wlan1.1", &found));
+    EXPECT_EQ(found, FLAGS);
+}
+
+TEST_F(SavedState, DamagedFlagsAreNotBelieved) {
+    saved_port_write(&node_, port_);
+    const std::string whole = bytes_of(PORT_FILE);
+    ASSERT_EQ(whole.size(), 12U);
+    std::string other_version = whole;
+    other_version[0]++;
+    std::string other_router = whole;
+    other_router[8] = MCAST_ROUTER_TEMPORARY + 1;
+    for (const std::string &bytes : {std::string(), whole.substr(0, 11), whole + '\0', other_version, other_router}) {
+        write_file(PORT_FILE, bytes);
+        bridge_port_flags found = FLAGS;
+        EXPECT_FALSE(saved_port_read(&node_, "wlan1.1", &found));
+        EXPECT_EQ(found, FLAGS);
+    }
+}
+
+TEST_F(SavedState, RemovedFlagsAreForgotten) {
+    saved_port_write(&node_, port_);
+    saved_port_remove(&node_, "wlan1.1");
+    bridge_port_flags found;
+    EXPECT_FALSE(saved_port_read(&node_, "wlan1.1", &found));
+    EXPECT_FALSE(fs::exists(PORT_FILE));
+    saved_port_remove(&node_, "wlan1.1");
+    EXPECT_THAT(logged(), IsEmpty());
+}
+
+} // namespace

@@ -1,0 +1,150 @@
+// Clients that kolt places on links.
+#include "bridged/clients.h"
+
+#include "bridged/settle.h"
+#include "linux/support/bridged_test.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+
+namespace {
+
+constexpr mac_address SECOND = {0x02, 0, 0, 0, 0, 0xc2};
+
+class clients_test : public bridged_test {
+protected:
+    int add(const char *ifname, const mac_address &mac = CLIENT, const mac_address &second = SECOND) {
+        return clients_add(&life_.node(), mac.data(), second.data(), ifname);
+    }
+    int remove(const mac_address &mac = CLIENT) {
+        return clients_remove(&life_.node(), mac.data());
+    }
+    // Where both tables have the client; they must agree.
+    uint32_t place(const mac_address &mac = CLIENT) {
+        const fdb_record entry = life_.entry(mac);
+        EXPECT_EQ(entry.port, life_->programs.hd_find(mac.data()));
+        EXPECT_EQ(entry.is_static && entry.sticky, entry.port != 0);
+        return entry.port;
+    }
+};
+
+TEST_F(clients_test, AreStaticEntriesOfBothTables) {
+    join();
+    ASSERT_EQ(add("p0"), 0);
+    EXPECT_EQ(place(), port(SLOW_LINK));
+    EXPECT_EQ(life_.node().client_count, 1U);
+    ASSERT_EQ(add("p1"), 0);
+    EXPECT_EQ(place(), port(FAST_LINK));
+    EXPECT_EQ(life_.node().client_count, 1U);
+}
+
+TEST_F(clients_test, NeedAPortOfTheBridge) {
+    join();
+    EXPECT_EQ(add("p9"), ENODEV);
+    EXPECT_EQ(life_.node().client_count, 0U);
+}
+
+TEST_F(clients_test, AreNeitherGroupsNorThisNode) {
+    join();
+    EXPECT_EQ(add("p1", {0x01, 0, 0x5e, 1, 2, 3}), EINVAL);
+    EXPECT_EQ(add("p1", life_.node().mac), EINVAL);
+    EXPECT_EQ(life_.node().client_count, 0U);
+}
+
+TEST_F(clients_test, HaveTheSecondMacThatWasSaidLast) {
+    join();
+    ASSERT_EQ(add("p1"), 0);
+    ASSERT_EQ(add("p1", CLIENT, SERVER), 0);
+    EXPECT_EQ(life_.node().clients[0].second_mac, SERVER);
+    EXPECT_EQ(place(), port(FAST_LINK));
+}
+
+TEST_F(clients_test, WaitForAClosedPortToOpen) {
+    join();
+    lose(FAST_LINK);
+    EXPECT_EQ(add("p1"), ENETDOWN);
+    EXPECT_EQ(place(), 0U);
+    find_again();
+    EXPECT_EQ(place(), port(FAST_LINK));
+}
+
+TEST_F(clients_test, StayWhereTheyAreWhileTheWishedPortIsClosed) {
+    join();
+    ASSERT_EQ(add("p0"), 0);
+    lose(FAST_LINK);
+    EXPECT_EQ(add("p1"), 0);
+    EXPECT_EQ(place(), port(SLOW_LINK));
+}
+
+TEST_F(clients_test, AreTakenBack) {
+    join();
+    ASSERT_EQ(add("p1"), 0);
+    EXPECT_EQ(remove(), 0);
+    EXPECT_EQ(place(), 0U);
+    EXPECT_EQ(life_.node().client_count, 0U);
+    EXPECT_EQ(remove(), ENOENT);
+}
+
+TEST_F(clients_test, AreTakenBackAllAtOnce) {
+    join();
+    ASSERT_EQ(add("p1"), 0);
+    ASSERT_EQ(add("p0", SECOND), 0);
+    clients_flush(&life_.node());
+    EXPECT_EQ(place(), 0U);
+    EXPECT_EQ(place(SECOND), 0U);
+    EXPECT_EQ(life_.node().client_count, 0U);
+}
+
+TEST_F(clients_test, OfOnePortAreMovedToAnother) {
+    join();
+    ASSERT_EQ(add("p1"), 0);
+    ASSERT_EQ(add("p0", SECOND), 0);
+    clients_move_off(&life_.node(), port(FAST_LINK), port(SLOW_LINK));
+    EXPECT_EQ(place(), port(SLOW_LINK));
+    clients_move_off(&life_.node(), port(SLOW_LINK), 0);
+    EXPECT_EQ(place(), 0U);
+    EXPECT_EQ(place(SECOND), 0U);
+    clients_place(&life_.node());
+    EXPECT_EQ(place(), port(FAST_LINK));
+    EXPECT_EQ(place(SECOND), port(SLOW_LINK));
+}
+
+TEST_F(clients_test, ThatSpeakFromElsewhereLoseTheirPlace) {
+    join();
+    ASSERT_EQ(add("p1"), 0);
+    clients_take_roamed(life_.get());
+    EXPECT_EQ(place(), port(FAST_LINK)) << "it has not spoken yet";
+    wires_.end(CHILD_LINK).send(ethernet_frame(BROADCAST, CLIENT, 0x9000));
+    ASSERT_TRUE(comes_true([&] { return life_->programs.hd_find(CLIENT.data()) == 0; }));
+    clients_take_roamed(life_.get());
+    EXPECT_EQ(life_.node().client_count, 0U);
+    EXPECT_FALSE(life_.entry(CLIENT).is_static);
+}
+
+TEST_F(clients_test, ThatSpeakOnTheOtherLinkOfTheirBundleKeepTheirs) {
+    join();
+    ASSERT_EQ(add("p0"), 0);
+    wires_.end(FAST_LINK).send(ethernet_frame(BROADCAST, CLIENT, 0x9000));
+    ASSERT_FALSE(wires_.end(HOSTS).receive().empty());
+    clients_take_roamed(life_.get());
+    EXPECT_EQ(place(), port(SLOW_LINK));
+}
+
+TEST_F(clients_test, BeyondTheTableAreRefused) {
+    join();
+    mac_address mac = CLIENT;
+    for (size_t i = 0; i < MAX_CLIENTS; i++) {
+        mac[3] = static_cast<uint8_t>(i >> 8);
+        mac[4] = static_cast<uint8_t>(i);
+        ASSERT_EQ(add("p1", mac), 0);
+    }
+    EXPECT_EQ(add("p1", SERVER), ENOSPC);
+    EXPECT_EQ(life_.entry(SERVER).port, 0U);
+    EXPECT_EQ(add("p0", mac), 0) << "one that is in it may move";
+    EXPECT_EQ(place(mac), port(SLOW_LINK));
+    EXPECT_EQ(remove(mac), 0);
+    EXPECT_EQ(add("p1", SERVER), 0) << "there is room again";
+}
+
+} // namespace

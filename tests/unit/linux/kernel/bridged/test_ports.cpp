@@ -1,0 +1,171 @@
+// Ports that come to the bridges and leave them, and what one process leaves to the next.
+#include "bridged/ports.h"
+
+#include "bridged/clients.h"
+#include "linux/support/bridged_test.h"
+
+#include <unistd.h>
+
+namespace {
+
+constexpr bridge_port_flags AS_FOUND = {true, false, true, false, MCAST_ROUTER_ALWAYS};
+constexpr mac_address NOBODY{};
+
+bool is_kept(const char *file) {
+    return access((std::string(RUN_FOLDER) + "/" + file).c_str(), F_OK) == 0;
+}
+
+class ports_test : public bridged_test {
+protected:
+    [[nodiscard]] bool knows(uint32_t ifindex, size_t place = 0) {
+        return node_find_port_index(&life_.node(place), ifindex) != nullptr;
+    }
+    [[nodiscard]] bool is_link(uint32_t ifindex, size_t place = 0) {
+        return tree_slot(life_.node(place).links, ifindex) != NO_SLOT;
+    }
+};
+
+TEST_F(ports_test, BackhaulPortsAreGuardedAndOthersAreNot) {
+    for (const size_t place : {SLOW_LINK, FAST_LINK, CHILD_LINK}) {
+        EXPECT_TRUE(kolt_programs::attached(port(place)));
+        EXPECT_TRUE(is_link(port(place)));
+    }
+    EXPECT_TRUE(knows(port(HOSTS)));
+    EXPECT_FALSE(kolt_programs::attached(port(HOSTS)));
+    EXPECT_FALSE(is_link(port(HOSTS)));
+    EXPECT_TRUE(is_kept("port.p0") && is_kept("port.p1") && is_kept("port.p2"));
+    EXPECT_FALSE(is_kept("port.p3"));
+}
+
+TEST_F(ports_test, PortThatLeavesIsGivenBack) {
+    join();
+    take_out_of_bridge("p1");
+    ASSERT_TRUE(life_.hear_until([this] { return !knows(port(FAST_LINK)); }));
+    EXPECT_FALSE(kolt_programs::attached(port(FAST_LINK)));
+    EXPECT_FALSE(is_link(port(FAST_LINK)));
+    EXPECT_FALSE(is_kept("port.p1"));
+    EXPECT_EQ(life_.word(port(FAST_LINK)), kolt_port{});
+    EXPECT_EQ(life_.word(port(SLOW_LINK)).accepts, 3) << "the other one has its work at once";
+}
+
+TEST_F(ports_test, PortThatComesIsGuardedBeforeItsFirstFrame) {
+    take_out_of_bridge("p1");
+    ASSERT_TRUE(life_.hear_until([this] { return !knows(port(FAST_LINK)); }));
+    put_into_bridge("p1", "br0");
+    ASSERT_TRUE(life_.hear_until([this] { return knows(port(FAST_LINK)); }));
+    EXPECT_TRUE(kolt_programs::attached(port(FAST_LINK)));
+    EXPECT_EQ(life_.word(port(FAST_LINK)).flags & KOLT_PORT_OPEN, 0);
+    EXPECT_TRUE(is_kept("port.p1"));
+}
+
+TEST_F(ports_test, InterfaceThatIsRemovedIsForgotten) {
+    const uint32_t gone = port(FAST_LINK);
+    join();
+    remove_interface("p1");
+    ASSERT_TRUE(life_.hear_until([&] { return !knows(gone); }));
+    EXPECT_FALSE(is_link(gone));
+    EXPECT_FALSE(is_kept("port.p1"));
+    EXPECT_EQ(life_.word(gone), kolt_port{});
+}
+
+TEST_F(ports_test, LookingFindsWhatWasNotAnnounced) {
+    take_out_of_bridge("p1");
+    make_wire("p6", "e6");
+    put_into_bridge("p6", "br0");
+    ports_look(life_.get());
+    EXPECT_FALSE(knows(port(FAST_LINK)));
+    EXPECT_FALSE(kolt_programs::attached(port(FAST_LINK)));
+    EXPECT_NE(node_find_port(&life_.node(), "p6"), nullptr);
+}
+
+TEST_F(ports_test, LostCarrierClosesThePortAtOnce) {
+    join();
+    bring_down("e1");
+    ASSERT_TRUE(life_.hear_until([this] { return (life_.word(port(FAST_LINK)).flags & KOLT_PORT_OPEN) == 0; }));
+    EXPECT_EQ(life_.word(port(SLOW_LINK)).accepts, 3);
+}
+
+// The same node with a second bridge.
+class two_bridges_test : public testing::Test {
+protected:
+    two_bridges_test() {
+        ports_look(life_.get());
+    }
+    bridged_wires one_{2};
+    bridged_wires two_{1, 1500, 2}; // br2 with p2
+    bridged_life life_{{SLOW, FAST, DOWNWARD}, {"br0", "br2"}};
+};
+
+TEST_F(two_bridges_test, PortThatMovesIsGuardedByTheOtherTree) {
+    const uint32_t moved = one_.port(1);
+    put_into_bridge("p1", "br2");
+    ASSERT_TRUE(life_.hear_until([&] { return node_find_port_index(&life_.node(1), moved) != nullptr; }));
+    EXPECT_EQ(node_find_port_index(&life_.node(0), moved), nullptr);
+    EXPECT_EQ(tree_slot(life_.node(0).links, moved), NO_SLOT);
+    EXPECT_NE(tree_slot(life_.node(1).links, moved), NO_SLOT);
+    EXPECT_TRUE(kolt_programs::attached(moved));
+    EXPECT_TRUE(is_kept("port.p1"));
+}
+
+TEST_F(ports_test, BridgeThatComesBackBeginsAnew) {
+    join();
+    remove_interface("br0");
+    ASSERT_TRUE(life_.hear_until([this] { return life_.node().ifindex == 0; }));
+    make_bridge("br0");
+    put_into_bridge("p1", "br0");
+    bring_up("br0");
+    ASSERT_TRUE(life_.hear_until([this] { return knows(port(FAST_LINK)); }));
+    EXPECT_TRUE(kolt_programs::attached(port(FAST_LINK)));
+    EXPECT_EQ(life_.node().links.parent, 0U);
+    EXPECT_FALSE(is_link(port(SLOW_LINK)));
+    EXPECT_EQ(life_.word(port(FAST_LINK)).flags & KOLT_PORT_OPEN, 0);
+}
+
+// What a process finds that another one has left, and puts back in the end.
+class next_life_test : public testing::Test {
+protected:
+    [[nodiscard]] uint32_t port(size_t place) const {
+        return wires_.port(place);
+    }
+    std::unique_ptr<bridged_life> begin() {
+        auto life = std::make_unique<bridged_life>(std::vector<kept_interface>{SLOW, FAST, DOWNWARD});
+        ports_look(life->get());
+        return life;
+    }
+    // A process that has joined a parent by both links, until it was killed.
+    void first_life() {
+        const auto life = begin();
+        life->settle_after([this](one_node &node) {
+            node.join({.ifindex = port(FAST_LINK)});
+            node.puppets.push_back({.ifindex = port(SLOW_LINK), .port = 51});
+            node.pass(200);
+        });
+        EXPECT_EQ(life->word(port(FAST_LINK)).accepts, 3);
+    }
+    bridged_wires wires_{PORTS};
+};
+
+TEST_F(next_life_test, GoesOnWhereTheOneBeforeEnded) {
+    first_life();
+    const auto life = begin();
+    EXPECT_EQ(life->node().links.parent, node_mac(BEST));
+    EXPECT_EQ(life->word(port(FAST_LINK)).accepts, 3);
+    EXPECT_EQ(life->word(port(SLOW_LINK)).flags & KOLT_PORT_OPEN, KOLT_PORT_OPEN);
+}
+
+TEST_F(next_life_test, ReleasesWhatTheOneBeforeHeld) {
+    rtnl_socket rtnl;
+    ASSERT_EQ(rtnl.open(), 0);
+    ASSERT_EQ(bridge_port_set(rtnl, port(FAST_LINK), AS_FOUND), 0);
+    first_life();
+    const auto life = begin();
+    EXPECT_TRUE(ports_release(life->get()));
+    EXPECT_EQ(life->port(port(FAST_LINK)).flags, AS_FOUND);
+    EXPECT_EQ(life->port(port(SLOW_LINK)).flags, bridge_port_flags{});
+    for (const size_t place : {SLOW_LINK, FAST_LINK, CHILD_LINK})
+        EXPECT_FALSE(kolt_programs::attached(port(place)));
+    for (const char *file : {"tree.br0", "port.p0", "port.p1", "port.p2"})
+        EXPECT_FALSE(is_kept(file)) << file;
+}
+
+} // namespace

@@ -1,0 +1,61 @@
+// One extender for a test: two links towards its parent, one towards children, and a port for hosts.
+#pragma once
+
+#include "bridged/ports.h"
+#include "linux/support/bridged_life.h"
+#include "linux/support/frames.h"
+#include "linux/support/wires.h"
+
+#include <gtest/gtest.h>
+
+// Ports of the bridge br0, by their number: "p0" and so on.
+enum : size_t { SLOW_LINK, FAST_LINK, CHILD_LINK, HOSTS, PORTS };
+
+constexpr kept_interface SLOW = {.name = "p0", .type = KOLT_LINK_2G, .needha = 1};
+constexpr kept_interface FAST = {.name = "p1", .type = KOLT_LINK_5G, .needha = 1};
+constexpr kept_interface DOWNWARD = {.name = "p2", .type = KOLT_LINK_5G, .relay = 1};
+constexpr kept_interface WIRED = {.name = "p3", .type = KOLT_LINK_ETHERNET, .relay = 1, .path = 0};
+
+class bridged_test : public testing::Test {
+protected:
+    bridged_test() {
+        ports_look(life_.get());
+        (void)life_.announced_ports();
+    }
+
+    [[nodiscard]] uint32_t port(size_t place) const {
+        return wires_.port(place);
+    }
+    // Both links lead to the parent then, and the fast one carries group frames.
+    void join() {
+        life_.settle_after([this](one_node &node) {
+            node.join({.ifindex = port(FAST_LINK)});
+            node.puppets.push_back({.ifindex = port(SLOW_LINK), .port = 51});
+            node.pass(500);
+        });
+    }
+    // Nothing comes back any more from what is behind the link.
+    void lose(size_t place) {
+        life_.settle_after([this, place](one_node &node) {
+            for (puppet &one : node.puppets)
+                one.talks = one.echoes = one.ifindex != port(place);
+            node.pass(500);
+        });
+    }
+    // What was lost is back.
+    void find_again() {
+        life_.settle_after([](one_node &node) {
+            for (puppet &one : node.puppets)
+                one.talks = one.echoes = true;
+            node.pass(1000);
+        });
+    }
+    // The bridge has heard the MAC on the port.
+    [[nodiscard]] bool learns(const mac_address &mac, size_t place) {
+        wires_.end(place).send(ethernet_frame(SERVER, mac, 0x9000));
+        return comes_true([&] { return life_.entry(mac).port == port(place); });
+    }
+
+    bridged_wires wires_{PORTS};
+    bridged_life life_{{SLOW, FAST, DOWNWARD, WIRED}};
+};
