@@ -38,7 +38,7 @@ bridge_port_flags bridge_flags(const port_flooding &flooding) {
 
 // What left by a port that is closed now leaves by the next best one.
 void move_off(bridge_node *node, const port_settings &to, uint32_t ifindex) {
-    const uint32_t backup = backup_port(node->links, to, ifindex);
+    const uint32_t backup = backup_port(node->links, node->set, to, ifindex);
     if (backup != 0)
         (void)node->owner->streams.repoint_all(ifindex, backup);
     clients_move_off(node, ifindex, backup);

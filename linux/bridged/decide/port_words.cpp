@@ -111,19 +111,19 @@ bool carries_class(const port_setting &setting, unsigned bcast_class) {
     return (setting.word.flags & PORT_OPEN) != 0 && (setting.word.accepts >> bcast_class & 1) != 0;
 }
 
-uint32_t backup_port(const tree &self, const port_settings &settings, uint32_t ifindex) {
-    const port_setting *lost = find(settings, ifindex);
+uint32_t backup_port(const tree &self, const port_settings &from, const port_settings &to, uint32_t ifindex) {
+    const port_setting *lost = find(from, ifindex);
     if (ifindex == 0 || lost == nullptr || lost->word.group == GROUP_NONE)
         return 0;
     bundle links{};
     int slot = NO_SLOT;
     for (size_t i = 0; i < TREE_PORTS; i++) {
-        const port_word &word = settings[i].word;
-        if (settings[i].ifindex != 0 && (word.flags & PORT_OPEN) != 0 && word.group == lost->word.group)
+        const port_word &word = to[i].word;
+        if (to[i].ifindex != 0 && (word.flags & PORT_OPEN) != 0 && word.group == lost->word.group)
             links[i] = &self.ports[i].wish;
-        if (settings[i].ifindex == ifindex)
+        if (to[i].ifindex == ifindex)
             slot = static_cast<int>(i);
     }
     const int backup = bundle_backup(links, slot);
-    return backup == NO_SLOT ? 0 : settings[static_cast<size_t>(backup)].ifindex;
+    return backup == NO_SLOT ? 0 : to[static_cast<size_t>(backup)].ifindex;
 }

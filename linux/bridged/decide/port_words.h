@@ -64,5 +64,7 @@ void port_plan_make(const port_settings &from, const port_settings &to, port_pla
 // Whether the group frames of a class leave towards the parent here.
 [[nodiscard]] bool carries_class(const port_setting &setting, unsigned bcast_class);
 
-// The port that takes over the streams of another: the best open one of the same group; 0 without any.
-[[nodiscard]] uint32_t backup_port(const tree &self, const port_settings &settings, uint32_t ifindex);
+// The port that takes over the streams of another, which is closed on the way from `from` to `to`: the best one of its
+// group that is open then; 0 without any.
+[[nodiscard]] uint32_t backup_port(const tree &self, const port_settings &from, const port_settings &to,
+                                   uint32_t ifindex);

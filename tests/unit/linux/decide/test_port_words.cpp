@@ -115,7 +115,7 @@ TEST(PortWords, OnlyOnePortFeedsARoot) {
     EXPECT_EQ(node.setting(11), (port_setting{11, {GROUP_UP, PORT_OPEN | PORT_NEED_HA, 3, 3, 0}, EVERYTHING}));
 }
 
-TEST(PortWords, BackupIsTheBestOpenPortOfTheSameGroup) {
+TEST(PortWords, BackupIsTheBestPortOfTheSameGroupThatStaysOpen) {
     one_node node;
     node.port(10, wish(2));
     node.port(11, wish(3));
@@ -123,12 +123,21 @@ TEST(PortWords, BackupIsTheBestOpenPortOfTheSameGroup) {
     node.join({.ifindex = 10});
     node.puppets.push_back({.ifindex = 11, .port = 51});
     node.pass(200);
-    port_settings all;
-    port_words(node.state, &all);
-    EXPECT_EQ(backup_port(node.state, all, 10), 11U);
-    EXPECT_EQ(backup_port(node.state, all, 11), 10U);
-    EXPECT_EQ(backup_port(node.state, all, 12), 0U) << "leads to nobody";
-    EXPECT_EQ(backup_port(node.state, all, 99), 0U);
+    port_settings both;
+    port_words(node.state, &both);
+    EXPECT_EQ(backup_port(node.state, both, both, 10), 11U);
+    EXPECT_EQ(backup_port(node.state, both, both, 11), 10U);
+    EXPECT_EQ(backup_port(node.state, both, both, 12), 0U) << "leads to nobody";
+    EXPECT_EQ(backup_port(node.state, both, both, 99), 0U);
+    tree_port_carrier(&node.state, 11, false, node.now);
+    port_settings slower;
+    port_words(node.state, &slower);
+    EXPECT_EQ(backup_port(node.state, both, slower, 11), 10U);
+    EXPECT_EQ(backup_port(node.state, slower, slower, 11), 0U) << "it was closed before";
+    tree_port_remove(&node.state, 10, node.now);
+    port_settings none;
+    port_words(node.state, &none);
+    EXPECT_EQ(backup_port(node.state, slower, none, 10), 0U);
 }
 
 // The plan from and to states of two ports, as words.

@@ -90,6 +90,21 @@ TEST_F(settle_test, AnotherLinkTakesOverFromOneThatIsLost) {
     EXPECT_EQ(life_.entry(CLIENT).port, 0U) << "what was learnt there leads nowhere";
 }
 
+TEST_F(settle_test, ClientsAndStreamsOfALostLinkTakeTheNextBest) {
+    join();
+    ASSERT_EQ(clients_add(&life_.node(), CLIENT.data(), NOBODY.data(), "p1"), 0);
+    wires_.end(HOSTS).send(ip_frame{}.bytes());
+    ASSERT_TRUE(comes_true([this] { return life_->streams.count() == 1; }));
+    lose(FAST_LINK);
+    EXPECT_EQ(life_->programs.hd_find(CLIENT.data()), port(SLOW_LINK));
+    EXPECT_EQ(life_.entry(CLIENT).port, port(SLOW_LINK));
+    kolt_stream_record stream;
+    ASSERT_EQ(life_->streams.read({&stream, 1}), 1U);
+    EXPECT_EQ(stream.target, port(SLOW_LINK));
+    find_again();
+    EXPECT_EQ(life_->programs.hd_find(CLIENT.data()), port(FAST_LINK)) << "where it is wished";
+}
+
 TEST_F(settle_test, PlacedClientsAreTakenBackWhenTheParentIsLost) {
     join();
     ASSERT_EQ(clients_add(&life_.node(), CLIENT.data(), NOBODY.data(), "p1"), 0);
