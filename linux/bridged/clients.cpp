@@ -90,7 +90,13 @@ int clients_add(bridge_node *node, const uint8_t *mac, const uint8_t *second_mac
         return client->placed != 0 ? 0 : ENETDOWN;
     placing work(node);
     work.place(client, port->ifindex);
-    return work.finish();
+    const int error = work.finish();
+    if (error != 0) { // one that stands nowhere may be asked for again
+        placing undo(node);
+        undo.place(client, 0);
+        (void)undo.finish();
+    }
+    return error;
 }
 
 int clients_remove(bridge_node *node, const uint8_t *mac) {

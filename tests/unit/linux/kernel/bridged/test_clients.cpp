@@ -77,6 +77,18 @@ TEST_F(clients_test, StayWhereTheyAreWhileTheWishedPortIsClosed) {
     EXPECT_EQ(place(), port(SLOW_LINK));
 }
 
+TEST_F(clients_test, ThatCouldNotBePlacedMayBeAskedForAgain) {
+    join();
+    take_out_of_bridge("p1"); // of which nobody has heard yet
+    EXPECT_NE(add("p1"), 0);
+    EXPECT_NE(add("p1"), 0);
+    EXPECT_EQ(place(), 0U);
+    EXPECT_EQ(add("p0"), 0);
+    EXPECT_EQ(place(), port(SLOW_LINK));
+    EXPECT_NE(add("p1"), 0);
+    EXPECT_EQ(place(), 0U);
+}
+
 TEST_F(clients_test, AreTakenBack) {
     join();
     ASSERT_EQ(add("p1"), 0);
