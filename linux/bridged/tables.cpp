@@ -11,6 +11,8 @@ namespace {
 int write_clients(const bridge_node *node, table_writer *table) {
     for (size_t i = 0; i < node->client_count; i++) {
         const placed_client &client = node->clients[i];
+        if (client.placed == 0)
+            continue; // it waits for its port
         bridge_hd_record record{};
         memcpy(record.client_mac, client.mac.data(), sizeof(record.client_mac));
         memcpy(record.second_mac, client.second_mac.data(), sizeof(record.second_mac));

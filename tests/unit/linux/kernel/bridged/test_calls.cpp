@@ -181,6 +181,14 @@ TEST_F(calls_test, PlacedClientsAreATable) {
     EXPECT_TRUE(table<bridge_hd_record>(BRIDGE_TABLE_HD).empty());
 }
 
+TEST_F(calls_test, ClientThatWaitsForItsPortIsInNoPlace) {
+    lose(FAST_LINK);
+    ASSERT_EQ(calls_.add_hd_entry(life_.get(), "br0", CLIENT.data(), SECOND.data(), "p1", "p1"), ENETDOWN);
+    EXPECT_TRUE(table<bridge_hd_record>(BRIDGE_TABLE_HD).empty());
+    find_again();
+    EXPECT_EQ(table<bridge_hd_record>(BRIDGE_TABLE_HD).size(), 1U);
+}
+
 TEST_F(calls_test, FlushingTakesAllPlacesBack) {
     ASSERT_EQ(calls_.add_hd_entry(life_.get(), "br0", CLIENT.data(), SECOND.data(), "p1", "p1"), 0);
     EXPECT_EQ(calls_.flush_hd_table(life_.get(), "br0"), 0);
