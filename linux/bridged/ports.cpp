@@ -2,6 +2,7 @@
 // neighbours' frames.
 #include "bridged/ports.h"
 
+#include "bridged/guard.h"
 #include "bridged/neighbours.h"
 #include "bridged/refusal.h"
 #include "bridged/saved_state.h"
@@ -63,36 +64,6 @@ node_port *free_place(bridge_node *node) {
     return nullptr;
 }
 
-// How the port is set in the bridge before we set it; what an earlier process found counts more.
-void remember_found(bridge_node *node, node_port *port) {
-    if (saved_port_read(node, port->name, &port->found))
-        return;
-    bridge_port described;
-    if (bridge_port_get(node->owner->rtnl, port->ifindex, &described) == 0) {
-        port->found = described.flags;
-        saved_port_write(node, *port);
-    }
-}
-
-bool guard(bridge_node *node, node_port *port) {
-    if (!refusal_allows_port(node, *port))
-        return false;
-    remember_found(node, port);
-    kolt_port_identity identity{};
-    for (unsigned i = 0; i < sizeof(identity.node); i++)
-        identity.node[i] = static_cast<uint8_t>(node->links.id >> (8 * (sizeof(identity.node) - 1 - i)));
-    memcpy(identity.mac, port->mac.data(), sizeof(identity.mac));
-    identity.valid = 1;
-    kolt_reason why;
-    if (!node->owner->programs.set_identity(port->ifindex, &identity) ||
-        !node->owner->programs.attach(port->ifindex, &why)) {
-        KOLT_ERROR("%s: %s", port->name, why.text);
-        return false;
-    }
-    port->guarded = true;
-    return neighbours_listen(port);
-}
-
 void take_in(bridge_node *node, const link_info &link) {
     node_port *port = free_place(node);
     if (port == nullptr) {
@@ -105,7 +76,7 @@ void take_in(bridge_node *node, const link_info &link) {
     port->mac = node->mac;
     port->node = node;
     const config_interface *interface = configured(node->owner, port->name);
-    if (is_backhaul(interface) && guard(node, port)) {
+    if (is_backhaul(interface) && guard_port(node, port)) {
         port->backhaul =
             tree_port_add(&node->links, port->ifindex, first_wish(*interface), link_works(link), node_now());
         if (!port->backhaul)
@@ -115,18 +86,11 @@ void take_in(bridge_node *node, const link_info &link) {
     }
 }
 
-// A port that leaves its bridge is somebody else's from then on: with the programs on it, nothing would pass.
 void let_go(bridge_node *node, node_port *port) {
     if (port->backhaul)
         tree_port_remove(&node->links, port->ifindex, node_now());
     neighbours_forget(port);
-    if (port->guarded) {
-        kolt_reason why; // an interface that is gone has taken its programs along
-        (void)node->owner->programs.detach(port->ifindex, &why);
-        saved_port_remove(node, port->name);
-    }
-    (void)node->owner->programs.set_port(port->ifindex, {});
-    (void)node->owner->programs.set_identity(port->ifindex, nullptr);
+    guard_end(node, port);
     port->ifindex = 0;
 }
 
@@ -218,21 +182,6 @@ bool has_port(const bridge_node &node, uint32_t ifindex, std::span<const link_in
                        [&](const link_info &link) { return link.index == ifindex && link.master == node.ifindex; });
 }
 
-// The flags before the programs: as long as these stand, a port that floods again is still kept by its word.
-bool put_back(bridge_node *node, node_port *port) {
-    const int error = bridge_port_set(node->owner->rtnl, port->ifindex, port->found);
-    if (error != 0)
-        KOLT_ERROR_AS("ports_release", "%s: cannot put its flags back: %s", port->name,
-                      node->owner->rtnl.last_error().text.data());
-    kolt_reason why;
-    const bool detached = node->owner->programs.detach(port->ifindex, &why);
-    if (!detached)
-        KOLT_ERROR_AS("ports_release", "%s: %s", port->name, why.text);
-    if (error == 0)
-        saved_port_remove(node, port->name);
-    return error == 0 && detached;
-}
-
 } // namespace
 
 void ports_link_changed(bridged *self, const link_info &link) {
@@ -277,7 +226,7 @@ bool ports_release(bridged *self) {
         bridge_node *node = &self->bridges[i];
         for (node_port &port : node->ports) {
             if (port.ifindex != 0 && port.guarded)
-                complete &= put_back(node, &port);
+                complete &= guard_put_back(node, &port);
         }
         saved_state_remove(node);
     }

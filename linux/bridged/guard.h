@@ -1,0 +1,15 @@
+// Taking one backhaul port into care, and giving it back.
+#pragma once
+
+#include "bridged/node.h"
+
+// Puts the programs on the port and listens to its neighbours: nothing may pass it from then on until the tree says so.
+// False when that cannot be; a line in the log says why.
+[[nodiscard]] bool guard_port(bridge_node *node, node_port *port);
+
+// The port has left its bridge: it is somebody else's from then on, and with the programs on it nothing would pass.
+void guard_end(const bridge_node *node, const node_port *port);
+
+// Puts the port back as it was found, with its bridge staying as it is. False when some of it could not be, which is
+// logged.
+[[nodiscard]] bool guard_put_back(bridge_node *node, const node_port *port);
