@@ -64,6 +64,16 @@ node_port *free_place(bridge_node *node) {
     return nullptr;
 }
 
+// A plan has only what changes of what this process has set; the one before may have left the port open.
+void begin_closed(bridge_node *node, uint32_t ifindex) {
+    port_settings now;
+    port_words(node->links, &now);
+    for (const port_setting &setting : now) {
+        if (setting.ifindex == ifindex && (setting.word.flags & PORT_OPEN) == 0)
+            settle_port(node, setting);
+    }
+}
+
 void take_in(bridge_node *node, const link_info &link) {
     node_port *port = free_place(node);
     if (port == nullptr) {
@@ -81,9 +91,12 @@ void take_in(bridge_node *node, const link_info &link) {
             tree_port_add(&node->links, port->ifindex, first_wish(*interface), link_works(link), node_now());
         if (!port->backhaul)
             KOLT_ERROR("%s: too many links, %s stays closed", node->name, port->name);
-    } else if (interface != nullptr && interface->class_ != 0) {
-        (void)node->owner->programs.set_port(port->ifindex, {.class_ = interface->class_});
     }
+    const uint8_t bcast_class = interface != nullptr ? interface->class_ : KOLT_BCAST_CLASS_0;
+    if (port->backhaul)
+        begin_closed(node, port->ifindex);
+    else
+        (void)node->owner->programs.set_port(port->ifindex, {.class_ = bcast_class});
 }
 
 void let_go(bridge_node *node, node_port *port) {
@@ -182,6 +195,19 @@ bool has_port(const bridge_node &node, uint32_t ifindex, std::span<const link_in
                        [&](const link_info &link) { return link.index == ifindex && link.master == node.ifindex; });
 }
 
+// A tree that goes on from its file may know ports that went meanwhile.
+void forget_gone(bridge_node *node) {
+    for (size_t slot = 0; slot < TREE_PORTS; slot++) {
+        const uint32_t ifindex = node->links.ports[slot].ifindex;
+        const node_port *port = node_find_port_index(node, ifindex);
+        if (ifindex == 0 || (port != nullptr && port->backhaul))
+            continue;
+        tree_port_remove(&node->links, ifindex, node_now());
+        if (port == nullptr)
+            (void)node->owner->programs.set_port(ifindex, {});
+    }
+}
+
 } // namespace
 
 void ports_link_changed(bridged *self, const link_info &link) {
@@ -216,6 +242,7 @@ void ports_look(bridged *self) {
     for (bridge_node &node : nodes) {
         for (size_t i = 0; i < count; i++)
             port_there(&node, found[i]);
+        forget_gone(&node);
         settle(&node);
     }
 }

@@ -153,6 +153,34 @@ TEST_F(next_life_test, GoesOnWhereTheOneBeforeEnded) {
     EXPECT_EQ(life->word(port(SLOW_LINK)).flags & KOLT_PORT_OPEN, KOLT_PORT_OPEN);
 }
 
+TEST_F(next_life_test, ForgetsAPortThatWentMeanwhile) {
+    const uint32_t gone = port(FAST_LINK);
+    first_life();
+    remove_interface("p1");
+    const auto life = begin();
+    EXPECT_EQ(tree_slot(life->node().links, gone), NO_SLOT);
+    EXPECT_EQ(life->word(gone), kolt_port{});
+    EXPECT_EQ(life->word(port(SLOW_LINK)).accepts, 3);
+}
+
+TEST_F(next_life_test, ClosesALinkThatWasLostMeanwhile) {
+    first_life();
+    bring_down("e1");
+    const auto life = begin();
+    EXPECT_EQ(life->node().links.parent, node_mac(BEST));
+    EXPECT_EQ(life->word(port(FAST_LINK)).flags & KOLT_PORT_OPEN, 0);
+    EXPECT_EQ(life->word(port(SLOW_LINK)).accepts, 3);
+}
+
+TEST_F(next_life_test, ClosesWhatItKnowsNothingOf) {
+    first_life();
+    ASSERT_EQ(unlink("/run/kolt-bridged/tree.br0"), 0);
+    const auto life = begin();
+    EXPECT_EQ(life->node().links.parent, 0U);
+    EXPECT_EQ(life->word(port(FAST_LINK)).flags & KOLT_PORT_OPEN, 0);
+    EXPECT_EQ(life->word(port(SLOW_LINK)).flags & KOLT_PORT_OPEN, 0);
+}
+
 TEST_F(next_life_test, ReleasesWhatTheOneBeforeHeld) {
     rtnl_socket rtnl;
     ASSERT_EQ(rtnl.open(), 0);
