@@ -2,6 +2,7 @@
 // neighbours' frames.
 #include "bridged/ports.h"
 
+#include "bridged/clients.h"
 #include "bridged/guard.h"
 #include "bridged/neighbours.h"
 #include "bridged/refusal.h"
@@ -112,23 +113,27 @@ void tell_joined(bridged *self, uint16_t type) {
         (void)requests_send_event(self->requests, PROTOCOL_BRIDGE_EVENTS, type, nullptr, 0);
 }
 
+// A bridge that comes back under the name is another one: nothing goes on there.
+void bridge_gone(bridge_node *node) {
+    clients_flush(node);
+    for (node_port &port : node->ports) {
+        if (port.ifindex != 0)
+            let_go(node, &port);
+    }
+    saved_state_remove(node);
+    node->ifindex = 0;
+}
+
 void bridge_came(bridge_node *node, const link_info &link) {
     if (node->ifindex == link.index || !refusal_allows_bridge(node->owner, node->name, link.index))
         return;
+    if (node->ifindex != 0)
+        bridge_gone(node);
     node->ifindex = link.index;
     node->mac = link.mac;
     node->set = {};
     start_tree(node);
     node->seen_parent = node->links.parent;
-}
-
-void bridge_gone(bridge_node *node) {
-    for (node_port &port : node->ports) {
-        if (port.ifindex != 0)
-            let_go(node, &port);
-    }
-    node->ifindex = 0;
-    node->client_count = 0;
 }
 
 bool belongs(const bridge_node *node, const link_info &link) {

@@ -68,6 +68,7 @@ void saved_state_remove(bridge_node *node) {
     char path[PATH_SIZE];
     file_name(node, "tree", node->name, path);
     (void)unlink(path); // one that is not there needs no removing
+    node->saved = {};
 }
 
 void saved_port_write(const bridge_node *node, const node_port &port) {

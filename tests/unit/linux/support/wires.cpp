@@ -160,6 +160,12 @@ void bring_down(const std::string &name) {
     request.send("cannot bring down " + name);
 }
 
+void rename_interface(const std::string &name, const std::string &to) {
+    route_request request(RTM_SETLINK, 0, index_of(name));
+    mnl_attr_put_strz(request.message(), IFLA_IFNAME, to.c_str());
+    request.send("cannot rename " + name);
+}
+
 void remove_interface(const std::string &name) {
     route_request(RTM_DELLINK, 0, index_of(name)).send("cannot remove " + name);
 }

@@ -12,6 +12,7 @@ void put_into_bridge(const std::string &port, const std::string &bridge);
 void take_out_of_bridge(const std::string &port);
 void bring_up(const std::string &name);
 void bring_down(const std::string &name);
+void rename_interface(const std::string &name, const std::string &to);
 void remove_interface(const std::string &name);
 // The queueing discipline that had clsact's place before there was clsact.
 void put_ingress_qdisc(const std::string &name);

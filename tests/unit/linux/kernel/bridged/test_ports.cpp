@@ -4,6 +4,7 @@
 #include "bridged/clients.h"
 #include "linux/support/bridged_test.h"
 
+#include <net/if.h>
 #include <unistd.h>
 
 namespace {
@@ -85,6 +86,18 @@ TEST_F(ports_test, LostCarrierClosesThePortAtOnce) {
     EXPECT_EQ(life_.word(port(SLOW_LINK)).accepts, 3);
 }
 
+TEST_F(ports_test, BridgeThatTookTheNameOfAnotherIsTheOneThatCounts) {
+    join();
+    rename_interface("br0", "br7");
+    make_bridge("br0");
+    put_into_bridge("p1", "br0");
+    ASSERT_TRUE(life_.hear_until([this] { return life_.node().ifindex == if_nametoindex("br0"); }));
+    EXPECT_TRUE(life_.hear_until([this] { return knows(port(FAST_LINK)); }));
+    EXPECT_FALSE(knows(port(SLOW_LINK)));
+    EXPECT_FALSE(kolt_programs::attached(port(SLOW_LINK))) << "it is in a bridge that is nobody's";
+    EXPECT_EQ(life_.node().links.parent, 0U);
+}
+
 // The same node with a second bridge.
 class two_bridges_test : public testing::Test {
 protected:
@@ -107,13 +120,30 @@ TEST_F(two_bridges_test, PortThatMovesIsGuardedByTheOtherTree) {
     EXPECT_TRUE(is_kept("port.p1"));
 }
 
+TEST_F(ports_test, BridgeThatIsGoneTakesAllWithIt) {
+    join();
+    ASSERT_TRUE(life_->reported.links[KOLT_LINK_5G].up);
+    ASSERT_EQ(clients_add(&life_.node(), CLIENT.data(), NOBODY.data(), "p1"), 0);
+    remove_interface("br0");
+    ASSERT_TRUE(life_.hear_until([this] { return life_.node().ifindex == 0; }));
+    for (const size_t place : {SLOW_LINK, FAST_LINK, CHILD_LINK, HOSTS}) {
+        EXPECT_FALSE(knows(port(place)));
+        EXPECT_FALSE(is_link(port(place)));
+        EXPECT_FALSE(kolt_programs::attached(port(place)));
+    }
+    EXPECT_EQ(life_.node().client_count, 0U);
+    EXPECT_EQ(life_->programs.hd_find(CLIENT.data()), 0U);
+    EXPECT_FALSE(is_kept("tree.br0")) << "another bridge of that name is none of it";
+    EXPECT_FALSE(life_->reported.links[KOLT_LINK_5G].up);
+}
+
 TEST_F(ports_test, BridgeThatComesBackBeginsAnew) {
     join();
     remove_interface("br0");
     ASSERT_TRUE(life_.hear_until([this] { return life_.node().ifindex == 0; }));
     make_bridge("br0");
-    put_into_bridge("p1", "br0");
     bring_up("br0");
+    put_into_bridge("p1", "br0");
     ASSERT_TRUE(life_.hear_until([this] { return knows(port(FAST_LINK)); }));
     EXPECT_TRUE(kolt_programs::attached(port(FAST_LINK)));
     EXPECT_EQ(life_.node().links.parent, 0U);
