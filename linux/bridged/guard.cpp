@@ -6,13 +6,17 @@
 #include "bridged/saved_state.h"
 #include "core/log.h"
 
+#include <cerrno>
 #include <cstring>
 
 namespace {
 
+constexpr bridge_port_flags SILENT = {
+    .learning = false, .flood = false, .mcast_flood = false, .bcast_flood = false, .mcast_router = MCAST_ROUTER_NEVER};
+
 // How the port is set in the bridge before we set it; what an earlier process found counts more.
 void remember_found(bridge_node *node, node_port *port) {
-    if (saved_port_read(node, port->name, &port->found))
+    if (saved_port_read(node, port))
         return;
     bridge_port described;
     if (bridge_port_get(node->owner->rtnl, port->ifindex, &described) == 0) {
@@ -21,29 +25,56 @@ void remember_found(bridge_node *node, node_port *port) {
     }
 }
 
-} // namespace
-
-bool guard_port(bridge_node *node, node_port *port) {
-    if (!refusal_allows_port(node, *port))
-        return false;
-    remember_found(node, port);
+bool put_programs_on(const bridge_node *node, const node_port &port) {
     kolt_port_identity identity{};
     for (unsigned i = 0; i < sizeof(identity.node); i++)
         identity.node[i] = static_cast<uint8_t>(node->links.id >> (8 * (sizeof(identity.node) - 1 - i)));
-    memcpy(identity.mac, port->mac.data(), sizeof(identity.mac));
+    memcpy(identity.mac, port.mac.data(), sizeof(identity.mac));
     identity.valid = 1;
     kolt_reason why;
-    if (!node->owner->programs.set_identity(port->ifindex, &identity) ||
-        !node->owner->programs.attach(port->ifindex, &why)) {
-        KOLT_ERROR("%s: %s", port->name, why.text);
-        return false;
-    }
-    port->guarded = true;
-    return neighbours_listen(port);
+    kolt_programs &programs = node->owner->programs;
+    if (programs.attach(port.ifindex, &why) && programs.set_identity(port.ifindex, &identity))
+        return true;
+    KOLT_ERROR_AS("guard_port", "%s: refused: %s", port.name, why.text);
+    return false;
+}
+
+// One that is down opens by itself when it comes up.
+bool open_again(const bridge_node *node, const node_port &port) {
+    const int error = bridge_port_set_forwarding(node->owner->rtnl, port.ifindex, true);
+    if (error == 0 || error == ENETDOWN)
+        return true;
+    KOLT_ERROR_AS("guard_port", "%s: the bridge does not open it again: %s", port.name,
+                  node->owner->rtnl.last_error().text.data());
+    return false;
+}
+
+} // namespace
+
+bool guard_port(bridge_node *node, node_port *port) {
+    remember_found(node, port);
+    const bool was_shut = port->shut;
+    port->guarded = refusal_allows_port(node, *port) && put_programs_on(node, *port);
+    port->shut = !port->guarded || (was_shut && !open_again(node, *port));
+    if (port->shut != was_shut)
+        saved_port_write(node, *port); // before it is shut: whoever dies in between is to be put back
+    guard_keep_shut(node, *port);
+    return !port->shut && neighbours_listen(port);
+}
+
+void guard_keep_shut(const bridge_node *node, const node_port &port) {
+    if (!port.shut)
+        return;
+    rtnl_socket &rtnl = node->owner->rtnl;
+    int error = bridge_port_set(rtnl, port.ifindex, SILENT);
+    if (error == 0)
+        error = bridge_port_set_forwarding(rtnl, port.ifindex, false);
+    if (error != 0 && error != ENETDOWN && error != ENODEV)
+        KOLT_ERROR("%s: the bridge does not close it: %s", port.name, rtnl.last_error().text.data());
 }
 
 void guard_end(const bridge_node *node, const node_port *port) {
-    if (port->guarded) {
+    if (port->guarded || port->shut) {
         kolt_reason why; // an interface that is gone has taken its programs along
         (void)node->owner->programs.detach(port->ifindex, &why);
         saved_port_remove(node, port->name);
@@ -54,6 +85,8 @@ void guard_end(const bridge_node *node, const node_port *port) {
 
 // The flags before the programs: as long as these stand, a port that floods again is still kept by its word.
 bool guard_put_back(bridge_node *node, const node_port *port) {
+    if (!port->guarded && !port->shut)
+        return true;
     const int error = bridge_port_set(node->owner->rtnl, port->ifindex, port->found);
     if (error != 0)
         KOLT_ERROR_AS("ports_release", "%s: cannot put its flags back: %s", port->name,
@@ -62,7 +95,8 @@ bool guard_put_back(bridge_node *node, const node_port *port) {
     const bool detached = node->owner->programs.detach(port->ifindex, &why);
     if (!detached)
         KOLT_ERROR_AS("ports_release", "%s: %s", port->name, why.text);
-    if (error == 0)
+    const bool opened = !port->shut || open_again(node, *port);
+    if (error == 0 && opened)
         saved_port_remove(node, port->name);
-    return error == 0 && detached;
+    return error == 0 && opened && detached;
 }

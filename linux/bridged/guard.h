@@ -4,8 +4,11 @@
 #include "bridged/node.h"
 
 // Puts the programs on the port and listens to its neighbours: nothing may pass it from then on until the tree says so.
-// False when that cannot be; a line in the log says why.
+// False when that cannot be; a line in the log says why, and the bridge is to keep the port shut.
 [[nodiscard]] bool guard_port(bridge_node *node, node_port *port);
+
+// A port that is shut has changed: the kernel may have opened it.
+void guard_keep_shut(const bridge_node *node, const node_port &port);
 
 // The port has left its bridge: it is somebody else's from then on, and with the programs on it nothing would pass.
 void guard_end(const bridge_node *node, const node_port *port);

@@ -33,6 +33,7 @@ struct node_port {
     char name[KOLT_NAME_SIZE] = {};
     bool backhaul = false;
     bool guarded = false;  // the programs stand on it
+    bool shut = false;     // they cannot: the bridge itself keeps it closed
     bool listened = false; // in the loop
     fdb_mac mac{};         // that its frames to neighbours come from: the bridge's, which they may learn
     raw_socket frames;

@@ -155,6 +155,8 @@ void port_there(bridge_node *node, const link_info &link) {
     if (port == nullptr) {
         take_in(node, link);
         tell_joined(node->owner, BRIDGE_EVENT_PORT_JOINED);
+    } else if (port->shut) {
+        guard_keep_shut(node, *port);
     } else if (port->backhaul) {
         tree_port_carrier(&node->links, link.index, link_works(link), node_now());
     }
@@ -257,7 +259,7 @@ bool ports_release(bridged *self) {
     for (uint32_t i = 0; i < self->bridge_count; i++) {
         bridge_node *node = &self->bridges[i];
         for (node_port &port : node->ports) {
-            if (port.ifindex != 0 && port.guarded)
+            if (port.ifindex != 0)
                 complete &= guard_put_back(node, &port);
         }
         saved_state_remove(node);

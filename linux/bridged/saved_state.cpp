@@ -22,7 +22,8 @@ struct saved_flags {
     uint8_t mcast_flood = 0;
     uint8_t bcast_flood = 0;
     uint8_t mcast_router = 0;
-    uint8_t zeros[3] = {};
+    uint8_t shut = 0;
+    uint8_t zeros[2] = {};
 };
 static_assert(sizeof(saved_flags) == 12);
 
@@ -74,28 +75,28 @@ void saved_state_remove(bridge_node *node) {
 void saved_port_write(const bridge_node *node, const node_port &port) {
     char path[PATH_SIZE];
     file_name(node, "port", port.name, path);
-    if (access(path, F_OK) == 0)
-        return;
     const saved_flags flags{.learning = port.found.learning,
                             .flood = port.found.flood,
                             .mcast_flood = port.found.mcast_flood,
                             .bcast_flood = port.found.bcast_flood,
-                            .mcast_router = port.found.mcast_router};
+                            .mcast_router = port.found.mcast_router,
+                            .shut = port.shut};
     (void)replace_file(path, reinterpret_cast<const char *>(&flags), sizeof(flags)); // it has logged a failure
 }
 
-bool saved_port_read(const bridge_node *node, const char *name, bridge_port_flags *found) {
+bool saved_port_read(const bridge_node *node, node_port *port) {
     char path[PATH_SIZE];
-    file_name(node, "port", name, path);
+    file_name(node, "port", port->name, path);
     saved_flags flags;
     if (!read_whole(path, &flags, sizeof(flags)) || flags.version != saved_flags{}.version ||
         flags.mcast_router > MCAST_ROUTER_TEMPORARY)
         return false;
-    *found = {.learning = flags.learning != 0,
-              .flood = flags.flood != 0,
-              .mcast_flood = flags.mcast_flood != 0,
-              .bcast_flood = flags.bcast_flood != 0,
-              .mcast_router = static_cast<bridge_mcast_router>(flags.mcast_router)};
+    port->shut = flags.shut != 0;
+    port->found = {.learning = flags.learning != 0,
+                   .flood = flags.flood != 0,
+                   .mcast_flood = flags.mcast_flood != 0,
+                   .bcast_flood = flags.bcast_flood != 0,
+                   .mcast_router = static_cast<bridge_mcast_router>(flags.mcast_router)};
     return true;
 }
 

@@ -13,7 +13,7 @@ void saved_state_write(bridge_node *node);
 // Forgets the bridge's state, after its ports were put back.
 void saved_state_remove(bridge_node *node);
 
-// How a port was set before kolt-bridged had it; false when that was never told. The first telling counts.
+// How a port was found before kolt-bridged had it, and whether it is shut; false when that was never told.
 void saved_port_write(const bridge_node *node, const node_port &port);
-[[nodiscard]] bool saved_port_read(const bridge_node *node, const char *name, bridge_port_flags *found);
+[[nodiscard]] bool saved_port_read(const bridge_node *node, node_port *port);
 void saved_port_remove(const bridge_node *node, const char *name);

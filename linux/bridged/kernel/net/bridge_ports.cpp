@@ -4,6 +4,7 @@
 #include "kernel/net/attributes.h"
 
 #include <cerrno>
+#include <linux/if_bridge.h>
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
@@ -143,6 +144,14 @@ int bridge_port_set(rtnl_socket &rtnl, uint32_t port, const bridge_port_flags &f
     put_switch(message, IFLA_BRPORT_MCAST_FLOOD, flags.mcast_flood);
     put_switch(message, IFLA_BRPORT_BCAST_FLOOD, flags.bcast_flood);
     mnl_attr_put_u8(message.header, IFLA_BRPORT_MULTICAST_ROUTER, flags.mcast_router);
+    mnl_attr_nest_end(message.header, nest);
+    return rtnl.request(message);
+}
+
+int bridge_port_set_forwarding(rtnl_socket &rtnl, uint32_t port, bool forwarding) {
+    rtnl_message message(RTM_SETLINK, 0);
+    nlattr *nest = begin_setting(message, port);
+    mnl_attr_put_u8(message.header, IFLA_BRPORT_STATE, forwarding ? BR_STATE_FORWARDING : BR_STATE_DISABLED);
     mnl_attr_nest_end(message.header, nest);
     return rtnl.request(message);
 }

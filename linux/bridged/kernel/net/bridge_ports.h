@@ -61,6 +61,11 @@ struct bridge_settings {
 // Sets all of the flags in one step; errors as of bridge_port_get.
 [[nodiscard]] int bridge_port_set(rtnl_socket &rtnl, uint32_t port, const bridge_port_flags &flags);
 
+// Has the port take no part in the bridge at all, or take part again; ENETDOWN when the port is down and takes part
+// once it comes up. The kernel opens a closed port by itself when its carrier comes, and whenever it looks at that
+// anew.
+[[nodiscard]] int bridge_port_set_forwarding(rtnl_socket &rtnl, uint32_t port, bool forwarding);
+
 // Forgets what was learnt on the port, and nothing else: neither its own address nor entries that were set.
 [[nodiscard]] int bridge_port_flush(rtnl_socket &rtnl, uint32_t port);
 

@@ -59,9 +59,17 @@ protected:
         return saved_state_read(&node_, 5);
     }
 
+    // Whether a new process finds how the port was.
+    [[nodiscard]] bool finds_port() {
+        found_ = {};
+        kolt_copy_name(found_.name, "wlan1.1");
+        return saved_port_read(&node_, &found_);
+    }
+
     std::unique_ptr<bridged> self_ = std::make_unique<bridged>();
     bridge_node &node_ = self_->bridges[0];
     node_port port_;
+    node_port found_;
 };
 
 TEST_F(SavedState, TreeGoesOnFromItsFile) {
@@ -140,12 +148,13 @@ TEST_F(SavedState, WhatCannotBeWrittenIsToldAndTriedAgain) {
 }
 
 TEST_F(SavedState, FlagsOfAPortComeBackAsTheyWere) {
-    bridge_port_flags found;
-    EXPECT_FALSE(saved_port_read(&node_, "wlan1.1", &found));
+    EXPECT_FALSE(finds_port());
     saved_port_write(&node_, port_);
-    ASSERT_TRUE(saved_port_read(&node_, "wlan1.1", &found));
-    EXPECT_EQ(found, FLAGS);
-    EXPECT_FALSE(saved_port_read(&node_, "wlan0.1", &found));
+    ASSERT_TRUE(finds_port());
+    EXPECT_EQ(found_.found, FLAGS);
+    EXPECT_FALSE(found_.shut);
+    kolt_copy_name(found_.name, "wlan0.1");
+    EXPECT_FALSE(saved_port_read(&node_, &found_));
 }
 
 TEST_F(SavedState, EveryFlagIsKeptByItself) {
@@ -155,20 +164,17 @@ TEST_F(SavedState, EveryFlagIsKeptByItself) {
                                            bridge_port_flags{false, false, false, true, MCAST_ROUTER_TEMPORARY}}) {
         port_.found = flags;
         saved_port_write(&node_, port_);
-        bridge_port_flags found;
-        ASSERT_TRUE(saved_port_read(&node_, "wlan1.1", &found));
-        EXPECT_EQ(found, flags);
-        saved_port_remove(&node_, "wlan1.1");
+        ASSERT_TRUE(finds_port());
+        EXPECT_EQ(found_.found, flags);
     }
 }
 
-TEST_F(SavedState, FirstTellingCounts) {
+TEST_F(SavedState, PortThatIsShutIsKnownToBe) {
+    port_.shut = true;
     saved_port_write(&node_, port_);
-    port_.found = {};
-    saved_port_write(&node_, port_);
-    bridge_port_flags found;
-    ASSERT_TRUE(saved_port_read(&node_, "wlan1.1", &found));
-    EXPECT_EQ(found, FLAGS);
+    ASSERT_TRUE(finds_port());
+    EXPECT_TRUE(found_.shut);
+    EXPECT_EQ(found_.found, FLAGS);
 }
 
 TEST_F(SavedState, DamagedFlagsAreNotBelieved) {
@@ -181,17 +187,15 @@ TEST_F(SavedState, DamagedFlagsAreNotBelieved) {
     other_router[8] = MCAST_ROUTER_TEMPORARY + 1;
     for (const std::string &bytes : {std::string(), whole.substr(0, 11), whole + '\0', other_version, other_router}) {
         write_file(PORT_FILE, bytes);
-        bridge_port_flags found = FLAGS;
-        EXPECT_FALSE(saved_port_read(&node_, "wlan1.1", &found));
-        EXPECT_EQ(found, FLAGS);
+        EXPECT_FALSE(finds_port());
+        EXPECT_EQ(found_.found, bridge_port_flags{});
     }
 }
 
 TEST_F(SavedState, RemovedFlagsAreForgotten) {
     saved_port_write(&node_, port_);
     saved_port_remove(&node_, "wlan1.1");
-    bridge_port_flags found;
-    EXPECT_FALSE(saved_port_read(&node_, "wlan1.1", &found));
+    EXPECT_FALSE(finds_port());
     EXPECT_FALSE(fs::exists(PORT_FILE));
     saved_port_remove(&node_, "wlan1.1");
     EXPECT_THAT(logged(), IsEmpty());

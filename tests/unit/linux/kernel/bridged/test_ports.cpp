@@ -2,8 +2,14 @@
 #include "bridged/ports.h"
 
 #include "bridged/clients.h"
+#include "bridged/settle.h"
+#include "kernel/net/links.h"
 #include "linux/support/bridged_test.h"
+#include "support/log_capture.h"
 
+#include <gmock/gmock.h>
+
+#include <linux/if_bridge.h>
 #include <net/if.h>
 #include <unistd.h>
 
@@ -224,6 +230,105 @@ TEST_F(next_life_test, ReleasesWhatTheOneBeforeHeld) {
         EXPECT_FALSE(kolt_programs::attached(port(place)));
     for (const char *file : {"tree.br0", "port.p0", "port.p1", "port.p2"})
         EXPECT_FALSE(is_kept(file)) << file;
+}
+
+// A port that cannot be guarded: the programs' table ends before its number.
+class refused_test : public testing::Test {
+protected:
+    static constexpr uint32_t REFUSED = 5000;
+
+    refused_test() {
+        make_wire("p4", "e4", 1500, REFUSED);
+        put_into_bridge("p4", "br0");
+        bring_up("p4");
+        bring_up("e4");
+        EXPECT_TRUE(comes_true([this] { return state() == BR_STATE_FORWARDING; }));
+        EXPECT_EQ(bridge_port_set(rtnl_, REFUSED, AS_FOUND), 0);
+        begin();
+    }
+    void begin() {
+        life_.reset();
+        life_ = std::make_unique<bridged_life>(std::vector<kept_interface>{{.name = "p4", .relay = 1}});
+        clear_log();
+        ports_look(life_->get());
+    }
+    bridge_port described() {
+        bridge_port port;
+        EXPECT_EQ(bridge_port_get(rtnl_, if_nametoindex("p4"), &port), 0);
+        return port;
+    }
+    uint8_t state() {
+        return described().state;
+    }
+    // Whether a frame for all passes between the refused port and another one.
+    [[nodiscard]] bool passes(const wire_end &from, const wire_end &to) {
+        (void)to.count_arrived(1);
+        from.send(ethernet_frame(BROADCAST, CLIENT, 0x9000));
+        return !to.receive(50).empty();
+    }
+
+    bridged_wires wires_{2};
+    rtnl_socket rtnl_;
+    int opened_ = rtnl_.open();
+    std::unique_ptr<bridged_life> life_;
+};
+
+TEST_F(refused_test, TheBridgeKeepsItClosed) {
+    EXPECT_EQ(state(), BR_STATE_DISABLED);
+    const wire_end end("e4");
+    EXPECT_FALSE(passes(end, wires_.end(0)));
+    EXPECT_FALSE(passes(wires_.end(0), end));
+    EXPECT_TRUE(passes(wires_.end(1), wires_.end(0))) << "the others are none of its business";
+}
+
+TEST_F(refused_test, IsToldInOneLine) {
+    settle(&life_->node());
+    EXPECT_THAT(logged_texts(),
+                testing::ElementsAre(testing::StartsWith("Error: p4: refused: interface 5000 cannot be ")));
+}
+
+TEST_F(refused_test, StaysClosedWhenItsCarrierComesBack) {
+    bring_down("e4");
+    ASSERT_TRUE(comes_true([this] {
+        link_info link;
+        return link_get(rtnl_, REFUSED, &link) == 0 && !link_works(link);
+    }));
+    bring_up("e4");
+    ASSERT_TRUE(comes_true([this] { return state() == BR_STATE_FORWARDING; })) << "the kernel has opened it";
+    EXPECT_EQ(described().flags.bcast_flood, false) << "yet it sends nothing there";
+    EXPECT_TRUE(life_->hear_until([this] { return state() == BR_STATE_DISABLED; }));
+    EXPECT_EQ(logged().size(), 1U);
+}
+
+TEST_F(refused_test, IsPutBackAsItWasFound) {
+    begin();
+    EXPECT_EQ(state(), BR_STATE_DISABLED);
+    EXPECT_TRUE(ports_release(life_->get()));
+    EXPECT_EQ(state(), BR_STATE_FORWARDING);
+    EXPECT_EQ(described().flags, AS_FOUND);
+    EXPECT_FALSE(is_kept("port.p4"));
+}
+
+TEST_F(refused_test, IsForgottenWhenItLeaves) {
+    take_out_of_bridge("p4");
+    ASSERT_TRUE(life_->hear_until([this] { return node_find_port(&life_->node(), "p4") == nullptr; }));
+    EXPECT_FALSE(is_kept("port.p4"));
+}
+
+TEST_F(refused_test, OpensAgainOnceItCanBeGuarded) {
+    life_.reset();
+    remove_interface("p4");
+    make_wire("p4", "e4");
+    put_into_bridge("p4", "br0");
+    bring_up("p4");
+    bring_up("e4");
+    ASSERT_TRUE(comes_true([this] { return state() == BR_STATE_FORWARDING; }));
+    ASSERT_EQ(bridge_port_set_forwarding(rtnl_, if_nametoindex("p4"), false), 0);
+    begin();
+    EXPECT_TRUE(kolt_programs::attached(if_nametoindex("p4")));
+    EXPECT_EQ(state(), BR_STATE_FORWARDING);
+    EXPECT_TRUE(ports_release(life_->get()));
+    EXPECT_EQ(described().flags, AS_FOUND);
 }
 
 } // namespace

@@ -50,6 +50,23 @@ TEST_F(bridge_ports_test, a_new_port_is_as_the_kernel_makes_it) {
     EXPECT_EQ(port.group_fwd_mask, 0);
 }
 
+TEST_F(bridge_ports_test, a_port_is_closed_and_opened) {
+    EXPECT_EQ(bridge_port_set_forwarding(rtnl_, link_.near(), false), 0);
+    EXPECT_EQ(described().state, BR_STATE_DISABLED);
+    EXPECT_EQ(described().flags, bridge_port_flags{});
+    EXPECT_EQ(bridge_port_set_forwarding(rtnl_, link_.near(), true), 0);
+    EXPECT_EQ(described().state, BR_STATE_FORWARDING);
+}
+
+TEST_F(bridge_ports_test, a_port_that_is_down_is_closed_already) {
+    set_up(link_.near(), false);
+    EXPECT_EQ(bridge_port_set_forwarding(rtnl_, link_.near(), false), ENETDOWN);
+    EXPECT_EQ(bridge_port_set_forwarding(rtnl_, link_.near(), true), ENETDOWN);
+    EXPECT_EQ(described().state, BR_STATE_DISABLED);
+    EXPECT_EQ(bridge_port_set_forwarding(rtnl_, NOBODY, false), ENODEV);
+    EXPECT_EQ(bridge_port_set_forwarding(rtnl_, outside_.near(), false), EOPNOTSUPP);
+}
+
 struct flag_row {
     const char *name;
     bridge_port_flags flags;
