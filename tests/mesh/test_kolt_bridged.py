@@ -1,0 +1,189 @@
+"""kolt-bridged as a program on one node: what it checks, what it refuses to do twice, and what it puts back."""
+import re
+from collections.abc import Iterator
+from dataclasses import dataclass
+
+import bpf
+import pytest
+from kolt_mesh import ports, topology
+from kolt_mesh.netns import NetNamespace, batch
+from kolt_mesh.node import BRIDGED_PIN, BRIDGED_RUN, MeshNode, build_directory
+from kolt_mesh.ports import BRIDGE
+
+from kolt_node import Process
+
+# Flags that no port has by itself, one of each kind turned over in turn.
+ODD = {"wlan1.1": "learning on flood off mcast_flood on bcast_flood off isolated on mcast_router 2",
+       "wlan2.1": "learning off flood on mcast_flood off bcast_flood on isolated off mcast_router 0",
+       "wlan0-b.1": "learning off flood off mcast_flood off bcast_flood off isolated off mcast_router 2"}
+QUICK = ("--interval", "10", "--listen", "10")
+FOREIGN = [*"tc filter add dev wlan1.1 ingress prio 7 bpf bytecode".split(), "1,6 0 0 4294967295,"]
+CHANGING = re.compile(r"used [0-9/]+|\w+_timer +[0-9.]+")
+
+
+@dataclass
+class OneNode:
+    home: topology.Topology
+    node: MeshNode
+    namespace: NetNamespace
+
+    def run(self, *options: str) -> Process:
+        return self.node.run([self.node.build / "bin/kolt-bridged", "-c", "/etc/kolt.json", "--run", BRIDGED_RUN, "--pin",
+                              BRIDGED_PIN, *options])
+
+    def flags(self, port: str) -> str:
+        return self.namespace.run(["bridge", "-d", "link", "show", "dev", port])
+
+    def is_up(self) -> bool:
+        """Whether every port forwards, which is some time after it was set up."""
+        return (self.namespace.run(["bridge", "link"]).count("state forwarding") == len(ODD) and
+                "state UP" in self.namespace.run(["ip", "link", "show", BRIDGE]))
+
+    def programs(self) -> int:
+        return sum(bpf.programs(self.namespace, port, hook) for port in ODD for hook in bpf.HOOKS)
+
+    def state(self) -> str:
+        """All that the kernel says of the node, but for times."""
+        asked = ["ip -d link", "bridge -d link", "bridge fdb", "tc qdisc",
+                 *(f"tc filter show dev {port} {hook}" for port in ODD for hook in bpf.HOOKS)]
+        told = "\n".join(self.namespace.run(words.split()) for words in asked)
+        return f"{CHANGING.sub('', told)}\n{self.programs()} programs"
+
+    def files(self, folder: str) -> set[str]:
+        parent, name = folder.rsplit("/", 1)
+        return set(self.node.list_directory(folder)) if name in self.node.list_directory(parent) else set()
+
+    def disable(self) -> None:
+        self.node.write_json("/etc/kolt.json", ports.configuration(self.home, "b") | {"enable": False})
+
+    def start(self) -> None:
+        """Runs kolt-bridged until it has opened the port behind which there is no node."""
+        self.node.start_bridged()
+        self.node.wait_for(lambda: self.flags("wlan0-b.1").count("flood on") == 3, what="an open port")
+
+
+@pytest.fixture
+def one() -> Iterator[OneNode]:
+    """An extender with two links upwards and one downwards, at the other ends of which there is nobody."""
+    home = topology.parse({"nodes": {"a": {"mode": "FAP"}, "b": {"mode": "RE"}, "c": {"mode": "RE"}}, "hosts": {},
+                           "links": [{"between": list(ends), "type": kind}
+                                     for ends, kind in (("ab", "5g"), ("ab", "5g_2"), ("bc", "2.4g"))]}, "one")
+    namespace = NetNamespace()
+    node = MeshNode(home, "b", namespace, build_directory(), 1)
+    try:
+        for which in ("default", "all"):
+            namespace.sysctl(f"ipv6/conf/{which}/disable_ipv6", 1)
+        batch("ip", namespace, [f"link add {BRIDGE} address {ports.node_mac(home, 'b')} type bridge forward_delay 0",
+                                *(f"link add {name} type veth peer name far{number}" for number, name in enumerate(ODD)),
+                                *(f"link set {name} master {BRIDGE}" for name in ODD),
+                                *(f"link set {name} up" for number, port in enumerate(ODD) for name in (port, f"far{number}")),
+                                f"link set {BRIDGE} up"])
+        node.start()
+        node.set_up(QUICK)
+        fresh = OneNode(home, node, namespace)
+        node.wait_for(fresh.is_up, what="the carrier of all links")
+        yield fresh
+    finally:
+        node.close()
+        namespace.close()
+
+
+def odd(one: OneNode) -> dict[str, str]:
+    """Gives the ports flags of their own; what the kernel says of them then."""
+    batch("bridge", one.namespace, [f"link set dev {port} {flags}" for port, flags in ODD.items()])
+    return {port: one.flags(port) for port in ODD}
+
+
+def test_a_release_puts_everything_back_as_it_was_found(one):
+    before, state = odd(one), one.state()
+    one.start()
+    assert one.programs() == 6 or "kolt_ingress" in one.state()
+    assert one.files(BRIDGED_PIN) and "port.wlan1.1" in one.files(BRIDGED_RUN)
+    one.node.kill_program("kolt-bridged")
+    assert one.flags("wlan0-b.1") != before["wlan0-b.1"]
+    released = one.run("--release")
+    assert released.status == 0, released.stderr
+    assert {port: one.flags(port) for port in ODD} == before
+    assert one.state() == state
+    assert not one.files(BRIDGED_PIN)
+    assert not one.files(BRIDGED_RUN) - {"lock", "socket"}
+
+
+def test_a_release_of_a_node_that_was_never_held_changes_nothing(one):
+    odd(one)
+    state = one.state()
+    assert one.run("--release").status == 0
+    assert one.state() == state
+    assert not one.files(BRIDGED_PIN)
+
+
+def test_a_second_one_on_the_same_folder_ends_with_one_line(one):
+    one.start()
+    held = one.state()
+    for action in ((), ("--release",)):
+        second = one.run(*action)
+        assert second.status == 1
+        assert second.stderr.count("\n") == 1 and f"{BRIDGED_RUN}/lock: another kolt-bridged runs" in second.stderr
+    assert one.node.bridged.status is None
+    assert one.state() == held
+
+
+def test_a_disabled_configuration_is_left_alone(one):
+    one.disable()
+    state = one.state()
+    ended = one.run()
+    assert ended.status == 0
+    assert [(record.level, record.text) for record in one.node.log()] == [("Error", "/etc/kolt.json says that kolt is disabled")]
+    assert one.state() == state
+    assert not one.files(BRIDGED_PIN) and not one.files(BRIDGED_RUN)
+
+
+def test_a_disabled_configuration_can_still_be_released(one):
+    before = odd(one)
+    one.start()
+    one.node.kill_program("kolt-bridged")
+    one.disable()
+    assert one.run("--release").status == 0
+    assert {port: one.flags(port) for port in ODD} == before
+
+
+def test_a_check_of_a_fit_node_says_so_and_touches_nothing(one):
+    odd(one)
+    state = one.state()
+    checked = one.run("--check")
+    assert checked.status == 0, checked.stdout
+    assert checked.stdout.endswith("\nnothing is missing\n") and not re.search(r"^no ", checked.stdout, re.MULTILINE)
+    assert one.state() == state
+    assert not one.files(BRIDGED_PIN) and not one.files(BRIDGED_RUN)
+
+
+@pytest.mark.parametrize("setting, obstacle", [
+    ("stp_state 1", "br-lan runs a spanning tree"),
+    ("group_fwd_mask 16384", "br-lan forwards frames that are meant for the other end of a link (group_fwd_mask)")])
+def test_a_check_names_what_is_in_the_way(one, setting, obstacle):
+    one.namespace.run(f"ip link set {BRIDGE} type bridge {setting}".split())
+    state = one.state()
+    checked = one.run("--check")
+    assert checked.status == 1
+    assert [line for line in checked.stdout.splitlines() if line.startswith("no ")][0].split(maxsplit=1)[1].startswith(obstacle)
+    assert checked.stdout.endswith("\nkolt-bridged cannot keep this node free of loops\n")
+    assert one.state() == state
+
+
+def test_a_check_names_the_programs_of_others(one):
+    batch("tc", one.namespace, ["qdisc add dev wlan1.1 clsact"])
+    one.namespace.run(FOREIGN)
+    state = one.state()
+    checked = one.run("--check")
+    assert re.search(r"^unknown +wlan1\.1: another program stands on it: ", checked.stdout, re.MULTILINE)
+    assert checked.status == 0, "they may stay"
+    assert one.state() == state
+
+
+def test_a_bridge_with_a_spanning_tree_is_refused_in_one_line(one):
+    one.namespace.run(f"ip link set {BRIDGE} type bridge stp_state 1".split())
+    one.node.start_bridged()
+    assert one.programs() == 0
+    assert [record.text for record in one.node.log() if "refused" in record.text] == [
+        "br-lan: refused: it runs a spanning tree; only one can decide which links carry broadcast (ip link set dev BRIDGE "
+        "type bridge stp_state 0)"]
