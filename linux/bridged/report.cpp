@@ -79,6 +79,8 @@ bool same_links(const node_report &a, const node_report &b) {
 } // namespace
 
 void report_links(bridged *self) {
+    if (self->settings.action == BRIDGED_RELEASE)
+        return; // nobody is to follow what ends here
     const node_report now = make_report(self);
     const bool links_changed = !same_links(now, self->reported);
     // Which Ethernet port leads up decides how kolt programs the others.

@@ -115,6 +115,7 @@ def test_a_release_of_a_node_that_was_never_held_changes_nothing(one):
     assert one.run("--release").status == 0
     assert one.state() == state
     assert not one.files(BRIDGED_PIN)
+    assert "work_mode" not in one.node.list_directory("/tmp"), "the rest of the node was told of it"
 
 
 def test_a_second_one_on_the_same_folder_ends_with_one_line(one):
