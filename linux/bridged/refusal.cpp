@@ -39,19 +39,9 @@ bool check_interface(bridged *self, const config_interface &interface, FILE *out
     return fine;
 }
 
-// Why the bridge cannot be kept, or null.
 const char *bridge_obstacle(bridged *self, uint32_t ifindex) {
     bridge_settings settings;
-    if (bridge_get(self->rtnl, ifindex, &settings) != 0)
-        return "cannot be asked how it is set";
-    if (settings.stp != 0)
-        return "runs a spanning tree; only one can decide which links carry broadcast (ip link set dev BRIDGE type "
-               "bridge stp_state 0)";
-    if (settings.vlan_filtering)
-        return "tells VLANs apart, which the streams' tables do not";
-    if ((settings.group_fwd_mask & (1U << NEIGHBOUR_GROUP[5])) != 0)
-        return "forwards frames that are meant for the other end of a link (group_fwd_mask)";
-    return nullptr;
+    return bridge_get(self->rtnl, ifindex, &settings) == 0 ? refusal_of(settings) : "cannot be asked how it is set";
 }
 
 bool check_bridge(bridged *self, const config_bridge &bridge, FILE *out) {
@@ -66,6 +56,17 @@ bool check_bridge(bridged *self, const config_bridge &bridge, FILE *out) {
 }
 
 } // namespace
+
+const char *refusal_of(const bridge_settings &settings) {
+    if (settings.stp != 0)
+        return "runs a spanning tree; only one can decide which links carry broadcast (ip link set dev BRIDGE type "
+               "bridge stp_state 0)";
+    if (settings.vlan_filtering)
+        return "tells VLANs apart, which the streams' tables do not";
+    if ((settings.group_fwd_mask & (1U << NEIGHBOUR_GROUP[5])) != 0)
+        return "forwards frames that are meant for the other end of a link (group_fwd_mask)";
+    return nullptr;
+}
 
 bool refusal_allows_port(const bridge_node *node, const node_port &port) {
     const offload_findings found = offload_find(node->owner->rtnl, port.name);

@@ -9,6 +9,9 @@
 // is refused, since nothing could be promised for it.
 [[nodiscard]] bool refusal_allows_port(const bridge_node *node, const node_port &port);
 
+// Why a bridge that is set like this cannot be kept, in words that follow its name; null when it can.
+[[nodiscard]] const char *refusal_of(const bridge_settings &settings);
+
 // Whether the bridge may be: not one that runs a spanning tree of its own, or tells VLANs apart.
 [[nodiscard]] bool refusal_allows_bridge(bridged *self, const char *name, uint32_t ifindex);
 
