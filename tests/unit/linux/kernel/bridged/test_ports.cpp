@@ -16,6 +16,7 @@
 namespace {
 
 constexpr bridge_port_flags AS_FOUND = {true, false, true, false, MCAST_ROUTER_ALWAYS};
+constexpr bridge_port_flags SENDS_NOTHING = {false, false, false, false, MCAST_ROUTER_NEVER};
 constexpr mac_address NOBODY{};
 
 bool is_kept(const char *file) {
@@ -94,6 +95,7 @@ TEST_F(ports_test, LostCarrierClosesThePortAtOnce) {
 
 TEST_F(ports_test, BridgeThatTookTheNameOfAnotherIsTheOneThatCounts) {
     join();
+    ASSERT_EQ(clients_add(&life_.node(), CLIENT.data(), NOBODY.data(), "p0"), 0);
     rename_interface("br0", "br7");
     make_bridge("br0");
     put_into_bridge("p1", "br0");
@@ -101,6 +103,7 @@ TEST_F(ports_test, BridgeThatTookTheNameOfAnotherIsTheOneThatCounts) {
     EXPECT_TRUE(life_.hear_until([this] { return knows(port(FAST_LINK)); }));
     EXPECT_FALSE(knows(port(SLOW_LINK)));
     EXPECT_FALSE(kolt_programs::attached(port(SLOW_LINK))) << "it is in a bridge that is nobody's";
+    EXPECT_EQ(life_->programs.hd_find(CLIENT.data()), 0U);
     EXPECT_EQ(life_.node().links.parent, 0U);
 }
 
@@ -118,7 +121,10 @@ protected:
 TEST_F(two_bridges_test, PortThatMovesIsGuardedByTheOtherTree) {
     const uint32_t moved = one_.port(1);
     put_into_bridge("p1", "br2");
-    ASSERT_TRUE(life_.hear_until([&] { return node_find_port_index(&life_.node(1), moved) != nullptr; }));
+    link_info link; // of what was announced, only the last
+    ASSERT_EQ(link_get(life_->rtnl, moved, &link), 0);
+    ports_link_changed(life_.get(), link);
+    ASSERT_NE(node_find_port_index(&life_.node(1), moved), nullptr);
     EXPECT_EQ(node_find_port_index(&life_.node(0), moved), nullptr);
     EXPECT_EQ(tree_slot(life_.node(0).links, moved), NO_SLOT);
     EXPECT_NE(tree_slot(life_.node(1).links, moved), NO_SLOT);
@@ -295,7 +301,7 @@ TEST_F(refused_test, StaysClosedWhenItsCarrierComesBack) {
     }));
     bring_up("e4");
     ASSERT_TRUE(comes_true([this] { return state() == BR_STATE_FORWARDING; })) << "the kernel has opened it";
-    EXPECT_EQ(described().flags.bcast_flood, false) << "yet it sends nothing there";
+    EXPECT_EQ(described().flags, SENDS_NOTHING) << "yet it sends nothing there";
     EXPECT_TRUE(life_->hear_until([this] { return state() == BR_STATE_DISABLED; }));
     EXPECT_EQ(logged().size(), 1U);
 }
