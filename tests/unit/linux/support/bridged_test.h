@@ -16,6 +16,10 @@ constexpr kept_interface FAST = {.name = "p1", .type = KOLT_LINK_5G, .needha = 1
 constexpr kept_interface DOWNWARD = {.name = "p2", .type = KOLT_LINK_5G, .relay = 1};
 constexpr kept_interface WIRED = {.name = "p3", .type = KOLT_LINK_ETHERNET, .relay = 1, .path = 0};
 
+constexpr mac_address SECOND = {0x02, 0, 0, 0, 0, 0xc2};
+constexpr mac_address NOBODY{};
+constexpr bridge_port_flags SENDS_NOTHING = {false, false, false, false, MCAST_ROUTER_NEVER};
+
 class bridged_test : public testing::Test {
 protected:
     bridged_test() {

@@ -13,7 +13,6 @@
 
 namespace {
 
-constexpr mac_address SECOND = {0x02, 0, 0, 0, 0, 0xc2};
 constexpr size_t ROOM = 64; // records of a table that a test reads
 
 class calls_test : public bridged_test {

@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr mac_address SECOND = {0x02, 0, 0, 0, 0, 0xc2};
-
 class clients_test : public bridged_test {
 protected:
     int add(const char *ifname, const mac_address &mac = CLIENT, const mac_address &second = SECOND) {

@@ -16,8 +16,6 @@
 namespace {
 
 constexpr bridge_port_flags AS_FOUND = {true, false, true, false, MCAST_ROUTER_ALWAYS};
-constexpr bridge_port_flags SENDS_NOTHING = {false, false, false, false, MCAST_ROUTER_NEVER};
-constexpr mac_address NOBODY{};
 
 bool is_kept(const char *file) {
     return access((std::string(RUN_FOLDER) + "/" + file).c_str(), F_OK) == 0;

@@ -13,11 +13,9 @@ using testing::UnorderedElementsAre;
 namespace {
 
 constexpr bridge_port_flags SENDS_ALL = {};
-constexpr bridge_port_flags SENDS_NOTHING = {false, false, false, false, MCAST_ROUTER_NEVER};
 constexpr uint8_t UPWARD = KOLT_PORT_OPEN | KOLT_PORT_NEED_HA | KOLT_PORT_GUARDED;
 constexpr kolt_port CARRYING = {.group = GROUP_UP, .flags = UPWARD, .admits = 3, .accepts = 3, .class_ = 0};
 constexpr kolt_port BESIDE = {.group = GROUP_UP, .flags = UPWARD, .admits = 0, .accepts = 0, .class_ = 0};
-constexpr mac_address NOBODY{};
 
 class settle_test : public bridged_test {
 protected:
