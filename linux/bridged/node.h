@@ -57,6 +57,7 @@ struct bridge_node {
     bridged *owner = nullptr;
     char name[KOLT_NAME_SIZE] = {};
     uint32_t ifindex = 0; // 0: there is no such bridge at present
+    uint32_t refused = 0; // or there is this one, which cannot be kept
     fdb_mac mac{};
     tree links;
     port_settings set{}; // what the ports were set to last

@@ -125,7 +125,7 @@ void bridge_gone(bridge_node *node) {
 }
 
 void bridge_came(bridge_node *node, const link_info &link) {
-    if (node->ifindex == link.index || !refusal_allows_bridge(node->owner, node->name, link.index))
+    if (node->ifindex == link.index || !refusal_allows_bridge(node, link.index))
         return;
     if (node->ifindex != 0)
         bridge_gone(node);

@@ -79,10 +79,11 @@ bool refusal_allows_port(const bridge_node *node, const node_port &port) {
     return true;
 }
 
-bool refusal_allows_bridge(bridged *self, const char *name, uint32_t ifindex) {
-    const char *obstacle = bridge_obstacle(self, ifindex);
-    if (obstacle != nullptr)
-        KOLT_ERROR("%s: refused: it %s", name, obstacle);
+bool refusal_allows_bridge(bridge_node *node, uint32_t ifindex) {
+    const char *obstacle = bridge_obstacle(node->owner, ifindex);
+    if (obstacle != nullptr && node->refused != ifindex)
+        KOLT_ERROR("%s: refused: it %s", node->name, obstacle);
+    node->refused = obstacle != nullptr ? ifindex : 0;
     return obstacle == nullptr;
 }
 

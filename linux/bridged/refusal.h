@@ -12,8 +12,9 @@
 // Why a bridge that is set like this cannot be kept, in words that follow its name; null when it can.
 [[nodiscard]] const char *refusal_of(const bridge_settings &settings);
 
-// Whether the bridge may be: not one that runs a spanning tree of its own, or tells VLANs apart.
-[[nodiscard]] bool refusal_allows_bridge(bridged *self, const char *name, uint32_t ifindex);
+// Whether this bridge may be the node's: not one that runs a spanning tree of its own, or tells VLANs apart. That it
+// may not is logged once, however often it is asked.
+[[nodiscard]] bool refusal_allows_bridge(bridge_node *node, uint32_t ifindex);
 
 // Writes one line for each thing that kolt-bridged needs, to `out`, and touches nothing. True when nothing is missing.
 [[nodiscard]] bool refusal_check(bridged *self, FILE *out);

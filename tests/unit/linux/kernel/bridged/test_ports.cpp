@@ -9,6 +9,7 @@
 
 #include <gmock/gmock.h>
 
+#include <fstream>
 #include <linux/if_bridge.h>
 #include <net/if.h>
 #include <unistd.h>
@@ -103,6 +104,32 @@ TEST_F(ports_test, BridgeThatTookTheNameOfAnotherIsTheOneThatCounts) {
     EXPECT_FALSE(kolt_programs::attached(port(SLOW_LINK))) << "it is in a bridge that is nobody's";
     EXPECT_EQ(life_->programs.hd_find(CLIENT.data()), 0U);
     EXPECT_EQ(life_.node().links.parent, 0U);
+}
+
+// A bridge that runs a spanning tree of its own.
+class refused_bridge_test : public testing::Test {
+protected:
+    refused_bridge_test() {
+        set_spanning_tree(1);
+        clear_log();
+        ports_look(life_.get());
+    }
+    void set_spanning_tree(int state) {
+        std::ofstream("/sys/class/net/br0/bridge/stp_state") << state;
+        bring_down("br0"); // which is announced
+        bring_up("br0");
+    }
+    bridged_wires wires_{1};
+    bridged_life life_{{SLOW}};
+};
+
+TEST_F(refused_bridge_test, IsLeftAloneAndToldOnce) {
+    set_spanning_tree(1);
+    ASSERT_TRUE(life_.hear_until([] { return true; })); // all of it has been announced by now
+    EXPECT_EQ(life_.node().ifindex, 0U);
+    EXPECT_FALSE(kolt_programs::attached(wires_.port(0)));
+    EXPECT_THAT(logged_texts(),
+                testing::ElementsAre(testing::StartsWith("Error: br0: refused: it runs a spanning tree")));
 }
 
 // The same node with a second bridge.
