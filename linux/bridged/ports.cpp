@@ -162,13 +162,14 @@ void port_there(bridge_node *node, const link_info &link) {
     }
 }
 
-void bridge_changed(bridge_node *node, const link_info &link) {
-    if (link.deleted ? node->ifindex == link.index : kolt_name_equal(node->name, link.name.data())) {
-        if (link.deleted)
-            bridge_gone(node);
-        else if (link.is_bridge)
-            bridge_came(node, link);
-    }
+// Whether the bridge is one that was not there before.
+bool bridge_changed(bridge_node *node, const link_info &link) {
+    const uint32_t before = node->ifindex;
+    if (link.deleted && link.index == before)
+        bridge_gone(node);
+    else if (!link.deleted && link.is_bridge && kolt_name_equal(node->name, link.name.data()))
+        bridge_came(node, link);
+    return node->ifindex != before && node->ifindex != 0;
 }
 
 constexpr size_t MAX_LOOKED_AT = 512;
@@ -219,8 +220,14 @@ void forget_gone(bridge_node *node) {
 
 void ports_link_changed(bridged *self, const link_info &link) {
     const std::span<bridge_node> nodes(self->bridges.data(), self->bridge_count);
+    bool came = false;
     for (bridge_node &node : nodes)
-        bridge_changed(&node, link);
+        came |= bridge_changed(&node, link);
+    // One that could not be kept before, or had another name, has ports that are announced no more.
+    if (came) {
+        ports_look(self);
+        return;
+    }
     // Leaving comes first: a port may go from one of the bridges to another.
     for (bridge_node &node : nodes)
         port_left(&node, link);

@@ -106,6 +106,17 @@ TEST_F(ports_test, BridgeThatTookTheNameOfAnotherIsTheOneThatCounts) {
     EXPECT_EQ(life_.node().links.parent, 0U);
 }
 
+TEST_F(ports_test, BridgeThatGetsTheNameBringsItsPorts) {
+    remove_interface("br0");
+    ASSERT_TRUE(life_.hear_until([this] { return life_.node().ifindex == 0; }));
+    make_bridge("br7");
+    put_into_bridge("p1", "br7");
+    ASSERT_TRUE(life_.hear_until([this] { return !knows(port(FAST_LINK)); }));
+    rename_interface("br7", "br0");
+    EXPECT_TRUE(life_.hear_until([this] { return knows(port(FAST_LINK)); }));
+    EXPECT_TRUE(kolt_programs::attached(port(FAST_LINK)));
+}
+
 // A bridge that runs a spanning tree of its own.
 class refused_bridge_test : public testing::Test {
 protected:
@@ -130,6 +141,13 @@ TEST_F(refused_bridge_test, IsLeftAloneAndToldOnce) {
     EXPECT_FALSE(kolt_programs::attached(wires_.port(0)));
     EXPECT_THAT(logged_texts(),
                 testing::ElementsAre(testing::StartsWith("Error: br0: refused: it runs a spanning tree")));
+}
+
+TEST_F(refused_bridge_test, IsKeptOnceItIsFit) {
+    set_spanning_tree(0);
+    ASSERT_TRUE(life_.hear_until([this] { return life_.node().ifindex != 0; }));
+    EXPECT_TRUE(kolt_programs::attached(wires_.port(0)));
+    EXPECT_NE(tree_slot(life_.node().links, wires_.port(0)), NO_SLOT);
 }
 
 // The same node with a second bridge.
