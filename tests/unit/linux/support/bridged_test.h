@@ -8,6 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <unistd.h>
+
 // Ports of the bridge br0, by their number: "p0" and so on.
 enum : size_t { SLOW_LINK, FAST_LINK, CHILD_LINK, HOSTS, PORTS };
 
@@ -19,6 +22,13 @@ constexpr kept_interface WIRED = {.name = "p3", .type = KOLT_LINK_ETHERNET, .rel
 constexpr mac_address SECOND = {0x02, 0, 0, 0, 0, 0xc2};
 constexpr mac_address NOBODY{};
 constexpr bridge_port_flags SENDS_NOTHING = {false, false, false, false, MCAST_ROUTER_NEVER};
+
+constexpr bridge_port_flags AS_FOUND = {true, false, true, false, MCAST_ROUTER_ALWAYS};
+
+// Whether the run folder has the file.
+inline bool is_kept(const char *file) {
+    return access((std::string(RUN_FOLDER) + "/" + file).c_str(), F_OK) == 0;
+}
 
 class bridged_test : public testing::Test {
 protected:

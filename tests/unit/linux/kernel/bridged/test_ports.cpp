@@ -2,25 +2,12 @@
 #include "bridged/ports.h"
 
 #include "bridged/clients.h"
-#include "bridged/settle.h"
-#include "kernel/net/links.h"
 #include "linux/support/bridged_test.h"
-#include "support/log_capture.h"
 
-#include <gmock/gmock.h>
-
-#include <fstream>
-#include <linux/if_bridge.h>
 #include <net/if.h>
 #include <unistd.h>
 
 namespace {
-
-constexpr bridge_port_flags AS_FOUND = {true, false, true, false, MCAST_ROUTER_ALWAYS};
-
-bool is_kept(const char *file) {
-    return access((std::string(RUN_FOLDER) + "/" + file).c_str(), F_OK) == 0;
-}
 
 class ports_test : public bridged_test {
 protected:
@@ -115,39 +102,6 @@ TEST_F(ports_test, BridgeThatGetsTheNameBringsItsPorts) {
     rename_interface("br7", "br0");
     EXPECT_TRUE(life_.hear_until([this] { return knows(port(FAST_LINK)); }));
     EXPECT_TRUE(kolt_programs::attached(port(FAST_LINK)));
-}
-
-// A bridge that runs a spanning tree of its own.
-class refused_bridge_test : public testing::Test {
-protected:
-    refused_bridge_test() {
-        set_spanning_tree(1);
-        clear_log();
-        ports_look(life_.get());
-    }
-    void set_spanning_tree(int state) {
-        std::ofstream("/sys/class/net/br0/bridge/stp_state") << state;
-        bring_down("br0"); // which is announced
-        bring_up("br0");
-    }
-    bridged_wires wires_{1};
-    bridged_life life_{{SLOW}};
-};
-
-TEST_F(refused_bridge_test, IsLeftAloneAndToldOnce) {
-    set_spanning_tree(1);
-    ASSERT_TRUE(life_.hear_until([] { return true; })); // all of it has been announced by now
-    EXPECT_EQ(life_.node().ifindex, 0U);
-    EXPECT_FALSE(kolt_programs::attached(wires_.port(0)));
-    EXPECT_THAT(logged_texts(),
-                testing::ElementsAre(testing::StartsWith("Error: br0: refused: it runs a spanning tree")));
-}
-
-TEST_F(refused_bridge_test, IsKeptOnceItIsFit) {
-    set_spanning_tree(0);
-    ASSERT_TRUE(life_.hear_until([this] { return life_.node().ifindex != 0; }));
-    EXPECT_TRUE(kolt_programs::attached(wires_.port(0)));
-    EXPECT_NE(tree_slot(life_.node().links, wires_.port(0)), NO_SLOT);
 }
 
 // The same node with a second bridge.
@@ -279,105 +233,6 @@ TEST_F(next_life_test, ReleasesWhatTheOneBeforeHeld) {
         EXPECT_FALSE(kolt_programs::attached(port(place)));
     for (const char *file : {"tree.br0", "port.p0", "port.p1", "port.p2"})
         EXPECT_FALSE(is_kept(file)) << file;
-}
-
-// A port that cannot be guarded: the programs' table ends before its number.
-class refused_test : public testing::Test {
-protected:
-    static constexpr uint32_t REFUSED = 5000;
-
-    refused_test() {
-        make_wire("p4", "e4", 1500, REFUSED);
-        put_into_bridge("p4", "br0");
-        bring_up("p4");
-        bring_up("e4");
-        EXPECT_TRUE(comes_true([this] { return state() == BR_STATE_FORWARDING; }));
-        EXPECT_EQ(bridge_port_set(rtnl_, REFUSED, AS_FOUND), 0);
-        begin();
-    }
-    void begin() {
-        life_.reset();
-        life_ = std::make_unique<bridged_life>(std::vector<kept_interface>{{.name = "p4", .relay = 1}});
-        clear_log();
-        ports_look(life_->get());
-    }
-    bridge_port described() {
-        bridge_port port;
-        EXPECT_EQ(bridge_port_get(rtnl_, if_nametoindex("p4"), &port), 0);
-        return port;
-    }
-    uint8_t state() {
-        return described().state;
-    }
-    // Whether a frame for all passes between the refused port and another one.
-    [[nodiscard]] bool passes(const wire_end &from, const wire_end &to) {
-        (void)to.count_arrived(1);
-        from.send(ethernet_frame(BROADCAST, CLIENT, 0x9000));
-        return !to.receive(50).empty();
-    }
-
-    bridged_wires wires_{2};
-    rtnl_socket rtnl_;
-    int opened_ = rtnl_.open();
-    std::unique_ptr<bridged_life> life_;
-};
-
-TEST_F(refused_test, TheBridgeKeepsItClosed) {
-    EXPECT_EQ(state(), BR_STATE_DISABLED);
-    const wire_end end("e4");
-    EXPECT_FALSE(passes(end, wires_.end(0)));
-    EXPECT_FALSE(passes(wires_.end(0), end));
-    EXPECT_TRUE(passes(wires_.end(1), wires_.end(0))) << "the others are none of its business";
-}
-
-TEST_F(refused_test, IsToldInOneLine) {
-    settle(&life_->node());
-    EXPECT_THAT(logged_texts(),
-                testing::ElementsAre(testing::StartsWith("Error: p4: refused: interface 5000 cannot be ")));
-}
-
-TEST_F(refused_test, StaysClosedWhenItsCarrierComesBack) {
-    bring_down("e4");
-    ASSERT_TRUE(comes_true([this] {
-        link_info link;
-        return link_get(rtnl_, REFUSED, &link) == 0 && !link_works(link);
-    }));
-    bring_up("e4");
-    ASSERT_TRUE(comes_true([this] { return state() == BR_STATE_FORWARDING; })) << "the kernel has opened it";
-    EXPECT_EQ(described().flags, SENDS_NOTHING) << "yet it sends nothing there";
-    EXPECT_TRUE(life_->hear_until([this] { return state() == BR_STATE_DISABLED; }));
-    EXPECT_EQ(logged().size(), 1U);
-}
-
-TEST_F(refused_test, IsPutBackAsItWasFound) {
-    begin();
-    EXPECT_EQ(state(), BR_STATE_DISABLED);
-    EXPECT_TRUE(ports_release(life_->get()));
-    EXPECT_EQ(state(), BR_STATE_FORWARDING);
-    EXPECT_EQ(described().flags, AS_FOUND);
-    EXPECT_FALSE(is_kept("port.p4"));
-}
-
-TEST_F(refused_test, IsForgottenWhenItLeaves) {
-    take_out_of_bridge("p4");
-    ASSERT_TRUE(life_->hear_until([this] { return node_find_port(&life_->node(), "p4") == nullptr; }));
-    EXPECT_FALSE(is_kept("port.p4"));
-}
-
-TEST_F(refused_test, OpensAgainOnceItCanBeGuarded) {
-    life_.reset();
-    remove_interface("p4");
-    make_wire("p4", "e4");
-    put_into_bridge("p4", "br0");
-    bring_up("p4");
-    bring_up("e4");
-    ASSERT_TRUE(comes_true([this] { return state() == BR_STATE_FORWARDING; }));
-    ASSERT_EQ(bridge_port_set_forwarding(rtnl_, if_nametoindex("p4"), false), 0);
-    begin();
-    EXPECT_TRUE(kolt_programs::attached(if_nametoindex("p4")));
-    EXPECT_EQ(state(), BR_STATE_FORWARDING);
-    EXPECT_TRUE(ports_release(life_->get()));
-    EXPECT_EQ(described().flags, AS_FOUND);
 }
 
 } // namespace
