@@ -4,6 +4,7 @@
 #include "bridged/clients.h"
 #include "linux/support/bridged_test.h"
 
+#include <cerrno>
 #include <net/if.h>
 #include <unistd.h>
 
@@ -90,6 +91,8 @@ TEST_F(ports_test, BridgeThatTookTheNameOfAnotherIsTheOneThatCounts) {
     EXPECT_FALSE(knows(port(SLOW_LINK)));
     EXPECT_FALSE(kolt_programs::attached(port(SLOW_LINK))) << "it is in a bridge that is nobody's";
     EXPECT_EQ(life_->programs.hd_find(CLIENT.data()), 0U);
+    fdb_record entry;
+    EXPECT_EQ(fdb_find(life_->rtnl, if_nametoindex("br7"), CLIENT, &entry), ENOENT);
     EXPECT_EQ(life_.node().links.parent, 0U);
 }
 
