@@ -76,7 +76,8 @@ def one() -> Iterator[OneNode]:
         batch("ip", namespace, [f"link add {BRIDGE} address {ports.node_mac(home, 'b')} type bridge forward_delay 0",
                                 *(f"link add {name} type veth peer name far{number}" for number, name in enumerate(ODD)),
                                 *(f"link set {name} master {BRIDGE}" for name in ODD),
-                                *(f"link set {name} up" for number, port in enumerate(ODD) for name in (port, f"far{number}")),
+                                *(f"link set {name} up" for name in ODD),
+                                *(f"link set far{number} up" for number in range(len(ODD))),
                                 f"link set {BRIDGE} up"])
         node.start()
         node.set_up(QUICK)
@@ -134,7 +135,8 @@ def test_a_disabled_configuration_is_left_alone(one):
     state = one.state()
     ended = one.run()
     assert ended.status == 0
-    assert [(record.level, record.text) for record in one.node.log()] == [("Error", "/etc/kolt.json says that kolt is disabled")]
+    told = [(record.level, record.text) for record in one.node.log()]
+    assert told == [("Error", "/etc/kolt.json says that kolt is disabled")]
     assert one.state() == state
     assert not one.files(BRIDGED_PIN) and not one.files(BRIDGED_RUN)
 
@@ -166,7 +168,8 @@ def test_a_check_names_what_is_in_the_way(one, setting, obstacle):
     state = one.state()
     checked = one.run("--check")
     assert checked.status == 1
-    assert [line for line in checked.stdout.splitlines() if line.startswith("no ")][0].split(maxsplit=1)[1].startswith(obstacle)
+    missing = [line.split(maxsplit=1)[1] for line in checked.stdout.splitlines() if line.startswith("no ")]
+    assert len(missing) == 1 and missing[0].startswith(obstacle)
     assert checked.stdout.endswith("\nkolt-bridged cannot keep this node free of loops\n")
     assert one.state() == state
 
