@@ -103,7 +103,8 @@ verdict run_case(const mesh_case &one, const mesh &begin, mutation broken) {
     uint64_t end = all.now_ms;
     for (const timed_event &next : one.events)
         end += next.after_ms;
-    const bool calm = frames.jitter_ms == 0 && frames.loss_permille == 0 && frames.exceptions.empty();
+    const bool calm = frames.jitter_ms == 0 && frames.loss_permille == 0 && frames.exceptions.empty() &&
+                      frames.latency_ms.empty();
     frames.calm_after_ms = end + (calm ? 0 : 1500);
     all.set_schedule(frames);
     all.changed_ms = all.now_ms;
