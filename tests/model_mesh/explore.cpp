@@ -10,6 +10,7 @@ constexpr uint64_t BEGIN_MS = 9000;
 constexpr uint64_t REST_MS = 2700;     // without a change: longer than any patience of the protocol
 constexpr uint64_t LONGEST_MS = 19000; // what takes the time of forgetting a neighbour has lost something till then
 constexpr int CRASH_POINTS = 4;
+constexpr uint32_t HARMLESS_JITTER_MS = 100; // an interval: two echoes are never further apart than makes a link dead
 
 const char *name_of(happening kind) {
     constexpr const char *NAMES[] = {"down", "up",     "silence", "silence_first", "silence_second",
@@ -60,14 +61,16 @@ void happen(mesh *all, const event &what) {
     }
 }
 
-// A frozen node keeps what it has, and so everybody can be reached, until something else happens too.
+// A frozen node keeps what it has, and so everybody can be reached, until something else happens too. A link that dies
+// of late or lost frames before is such a thing.
 bool frozen_may_be_lost(const mesh &all, const mesh_case &one) {
     const bool frozen = std::any_of(all.nodes.begin(), all.nodes.end(),
                                     [](const model_node &node) { return node.on && !node.running; });
     const bool only_kills = std::all_of(one.events.begin(), one.events.end(), [](const timed_event &event) {
         return event.what.kind == happening::KILL || event.what.kind == happening::START;
     });
-    return frozen && (!only_kills || one.from_start);
+    const bool links_live = one.frames.loss_permille == 0 && one.frames.jitter_ms < HARMLESS_JITTER_MS;
+    return frozen && (!only_kills || !links_live || one.from_start);
 }
 
 void come_to_rest(mesh *all, const mesh_case &one, verdict *found) {
