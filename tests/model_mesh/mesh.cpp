@@ -9,12 +9,6 @@ namespace {
 
 constexpr uint64_t FIRST_MAC = 0x020000000010;
 
-uint64_t scramble(uint64_t value) {
-    value = (value ^ value >> 30) * 0xbf58476d1ce4e5b9;
-    value = (value ^ value >> 27) * 0x94d049bb133111eb;
-    return value ^ value >> 31;
-}
-
 size_t at(int index) {
     return static_cast<size_t>(index);
 }
@@ -146,27 +140,11 @@ void mesh::input(int index, const std::function<void(tree *)> &act) {
 }
 
 void mesh::send(int link, int end, const uint8_t *bytes, size_t size) {
-    const uint64_t dice = scramble(schedule_.seed * 0x9e3779b97f4a7c15 + sent_);
-    const uint32_t number = sent_++;
-    const size_t direction = at(2 * link + end);
-    if (!carries(link, end))
+    const std::optional<uint64_t> passage = passage_ms(link, end);
+    if (!passage)
         return;
-    uint64_t delay = direction < schedule_.latency_ms.size() ? schedule_.latency_ms[direction] : 1;
-    const bool calm = now_ms >= schedule_.calm_after_ms;
-    if (calm)
-        delay = 1;
-    else if (dice % 1000 < schedule_.loss_permille)
-        return;
-    else if (schedule_.jitter_ms > 0)
-        delay += (dice >> 20) % schedule_.jitter_ms;
-    for (const schedule::exception &one : schedule_.exceptions) {
-        if (one.frame == number && one.lost)
-            return;
-        if (one.frame == number)
-            delay += one.delay_ms;
-    }
     model_link &way = links[at(link)];
-    model_frame frame{.arrives_ms = std::max(way.last_arrival_ms[at(end)], now_ms + delay),
+    model_frame frame{.arrives_ms = std::max(way.last_arrival_ms[at(end)], now_ms + *passage),
                       .size = static_cast<uint16_t>(size),
                       .bytes = {}};
     memcpy(frame.bytes.data(), bytes, size);

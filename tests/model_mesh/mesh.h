@@ -11,6 +11,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -126,6 +127,7 @@ private:
     void apply(model_node *node, const port_setting &one);
     bool send_due(int node, uint32_t most);
     void send(int link, int end, const uint8_t *bytes, size_t size);
+    std::optional<uint64_t> passage_ms(int link, int end);
     void arrive(int link, int end);
     void receive(int node, uint32_t ifindex, const neighbour_frame &frame);
     void begin_life(int node, bool with_past);
