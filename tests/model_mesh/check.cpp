@@ -90,6 +90,16 @@ bool is_stuck(const mesh &all, int node) {
     return !one.running || (one.state.flags & NODE_BELOW_FROZEN) != 0;
 }
 
+bool carries_both_ways(const mesh &all, int link) {
+    return all.carries(link, 0) && all.carries(link, 1);
+}
+
+bool is_way(const mesh &all, int link) {
+    const auto &queue = all.links[at(link)].queue;
+    return carries_both_ways(all, link) && queue[0] != full_queue::WITHOUT_ECHOES &&
+           queue[1] != full_queue::WITHOUT_ECHOES;
+}
+
 std::vector<bool> connected(const mesh &all, int from, bool without_stuck) {
     std::vector<bool> reached(all.nodes.size());
     std::vector<int> todo = {from};
@@ -101,7 +111,7 @@ std::vector<bool> connected(const mesh &all, int from, bool without_stuck) {
             for (int end = 0; end < 2; end++) {
                 const auto &made = all.links[at(link)].made;
                 const int other = made.node[1 - end];
-                if (made.node[end] != node || reached[at(other)] || !all.carries(link, 0) || !all.carries(link, 1) ||
+                if (made.node[end] != node || reached[at(other)] || !is_way(all, link) ||
                     (without_stuck && is_stuck(all, other)))
                     continue;
                 reached[at(other)] = true;
@@ -156,6 +166,19 @@ std::string who_is_lost(const mesh &all, bool frozen_may_be_lost) {
                     return name_of(kind) + " of node " + std::to_string(from) + " comes " + std::to_string(got[to]) +
                            " times to node " + std::to_string(to);
             }
+        }
+    }
+    return {};
+}
+
+std::string who_is_deceived(const mesh &all) {
+    for (const model_node &node : all.nodes) {
+        for (const model_port &port : node.ports) {
+            const int slot = tree_slot(node.state, port.ifindex);
+            if (node.on && node.running && slot != NO_SLOT && node.state.ports[at(slot)].alive &&
+                !carries_both_ways(all, port.link))
+                return "node " + std::to_string(&node - all.nodes.data()) + " takes link " + std::to_string(port.link) +
+                       " for alive";
         }
     }
     return {};

@@ -17,5 +17,9 @@ std::vector<int> copies(const mesh &all, int from, flooded kind);
 std::string what_goes_wrong(const mesh &all);
 
 // A sentence about who cannot be reached although there is a way, once nothing changes any more. Nodes whose
-// kolt-bridged is dead, and those whose way to the root leads through one, are left out when `frozen_may_be_lost`.
+// kolt-bridged is dead, and those whose way to the root leads through one, are left out when `frozen_may_be_lost`. A
+// link that loses every echo is no way: nobody can tell it from a dead one.
 std::string who_is_lost(const mesh &all, bool frozen_may_be_lost);
+
+// A sentence about who takes a link for alive that does not carry frames both ways, once nothing changes any more.
+std::string who_is_deceived(const mesh &all);

@@ -13,15 +13,27 @@ constexpr int CRASH_POINTS = 4;
 constexpr uint32_t HARMLESS_JITTER_MS = 100; // an interval: two echoes are never further apart than makes a link dead
 
 const char *name_of(happening kind) {
-    constexpr const char *NAMES[] = {"down", "up",     "silence", "silence_first", "silence_second",
-                                     "heal", "kill",   "start",   "power_off",     "power_on",
-                                     "rank", "permit", "regroup", "crash"};
+    constexpr const char *NAMES[] = {"down",           "up",         "silence",     "silence_first", "silence_second",
+                                     "late",           "late_first", "late_second", "no_echo",       "no_echo_first",
+                                     "no_echo_second", "heal",       "kill",        "start",         "power_off",
+                                     "power_on",       "rank",       "permit",      "regroup",       "crash"};
     return NAMES[static_cast<size_t>(kind)];
 }
 
-void happen(mesh *all, const event &what) {
-    const crash_point points[] = {crash_point::CLOSED, crash_point::SAVED, crash_point::SENT_ONE,
-                                  crash_point::SENT_ALL};
+bool spares_first(happening kind) {
+    return kind == happening::SILENCE_SECOND || kind == happening::LATE_SECOND || kind == happening::NO_ECHO_SECOND;
+}
+
+bool spares_second(happening kind) {
+    return kind == happening::SILENCE_FIRST || kind == happening::LATE_FIRST || kind == happening::NO_ECHO_FIRST;
+}
+
+void fill_queues(mesh *all, const event &what, full_queue how) {
+    all->set_queues(what.subject, spares_first(what.kind) ? full_queue::NONE : how,
+                    spares_second(what.kind) ? full_queue::NONE : how);
+}
+
+void happen_to_link(mesh *all, const event &what) {
     switch (what.kind) {
     case happening::DOWN:
     case happening::UP:
@@ -30,11 +42,28 @@ void happen(mesh *all, const event &what) {
     case happening::SILENCE:
     case happening::SILENCE_FIRST:
     case happening::SILENCE_SECOND:
-        all->set_silent(what.subject, what.kind != happening::SILENCE_SECOND, what.kind != happening::SILENCE_FIRST);
+        all->set_silent(what.subject, !spares_first(what.kind), !spares_second(what.kind));
         break;
-    case happening::HEAL:
+    case happening::LATE:
+    case happening::LATE_FIRST:
+    case happening::LATE_SECOND:
+        fill_queues(all, what, full_queue::LATE);
+        break;
+    case happening::NO_ECHO:
+    case happening::NO_ECHO_FIRST:
+    case happening::NO_ECHO_SECOND:
+        fill_queues(all, what, full_queue::WITHOUT_ECHOES);
+        break;
+    default:
         all->set_silent(what.subject, false, false);
-        break;
+        fill_queues(all, what, full_queue::NONE);
+    }
+}
+
+void happen_to_node(mesh *all, const event &what) {
+    const crash_point points[] = {crash_point::CLOSED, crash_point::SAVED, crash_point::SENT_ONE,
+                                  crash_point::SENT_ALL};
+    switch (what.kind) {
     case happening::KILL:
         all->kill_bridged(what.subject);
         break;
@@ -58,7 +87,16 @@ void happen(mesh *all, const event &what) {
         all->arm_crash(what.subject, static_cast<uint32_t>(1 + what.detail / CRASH_POINTS),
                        points[what.detail % CRASH_POINTS]);
         break;
+    default:
+        break;
     }
+}
+
+void happen(mesh *all, const event &what) {
+    if (what.kind <= happening::HEAL)
+        happen_to_link(all, what);
+    else
+        happen_to_node(all, what);
 }
 
 // A frozen node keeps what it has, and so everybody can be reached, until something else happens too. A link that dies
@@ -81,6 +119,8 @@ void come_to_rest(mesh *all, const mesh_case &one, verdict *found) {
         if (all->now_ms - all->changed_ms < REST_MS)
             continue;
         lost = who_is_lost(*all, frozen_may_be_lost(*all, one));
+        if (lost.empty())
+            lost = who_is_deceived(*all);
         if (lost.empty())
             return;
         all->run_to(all->now_ms + 1000);
@@ -106,8 +146,8 @@ verdict run_case(const mesh_case &one, const mesh &begin, mutation broken) {
     uint64_t end = all.now_ms;
     for (const timed_event &next : one.events)
         end += next.after_ms;
-    const bool calm = frames.jitter_ms == 0 && frames.loss_permille == 0 && frames.exceptions.empty() &&
-                      frames.latency_ms.empty();
+    const bool calm =
+        frames.jitter_ms == 0 && frames.loss_permille == 0 && frames.exceptions.empty() && frames.latency_ms.empty();
     frames.calm_after_ms = end + (calm ? 0 : 1500);
     all.set_schedule(frames);
     all.changed_ms = all.now_ms;
@@ -127,7 +167,9 @@ std::vector<event> first_events(const topology &where) {
     std::vector<event> events;
     for (int link = 0; link < static_cast<int>(where.links.size()); link++) {
         for (const happening kind :
-             {happening::DOWN, happening::SILENCE, happening::SILENCE_FIRST, happening::SILENCE_SECOND})
+             {happening::DOWN, happening::SILENCE, happening::SILENCE_FIRST, happening::SILENCE_SECOND, happening::LATE,
+              happening::LATE_FIRST, happening::LATE_SECOND, happening::NO_ECHO, happening::NO_ECHO_FIRST,
+              happening::NO_ECHO_SECOND})
             events.push_back({kind, link});
     }
     for (int node = 0; node < static_cast<int>(where.nodes.size()); node++) {
@@ -156,6 +198,12 @@ std::vector<event> later_events(const topology &where, const event &first) {
     case happening::SILENCE:
     case happening::SILENCE_FIRST:
     case happening::SILENCE_SECOND:
+    case happening::LATE:
+    case happening::LATE_FIRST:
+    case happening::LATE_SECOND:
+    case happening::NO_ECHO:
+    case happening::NO_ECHO_FIRST:
+    case happening::NO_ECHO_SECOND:
         events.push_back({happening::HEAL, first.subject});
         break;
     case happening::KILL:

@@ -13,7 +13,13 @@ enum class happening {
     SILENCE,       // both ways
     SILENCE_FIRST, // what the first end sends
     SILENCE_SECOND,
-    HEAL,
+    LATE, // frames of neighbours, while those of hosts pass; both ways
+    LATE_FIRST,
+    LATE_SECOND,
+    NO_ECHO, // echoes are lost while all else passes
+    NO_ECHO_FIRST,
+    NO_ECHO_SECOND,
+    HEAL,  // the last of a link
     KILL,  // a node's kolt-bridged
     START, // and again, or at once if it has not been killed
     POWER_OFF,

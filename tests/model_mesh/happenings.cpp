@@ -26,6 +26,8 @@ void mesh::begin_life(int index, bool with_past) {
     node.lives++;
     node.crash_countdown = 0;
     node.seen_changes = UINT32_MAX;
+    for (model_port &port : node.ports)
+        port.heard_packets = 0;
     const uint64_t seed = (uint64_t{node.lives} << 40) + (at(index) << 32);
     const auto incarnation = static_cast<uint32_t>(node.lives * 100 + at(index));
     if (!with_past || !tree_take_over(&node.state, node.record, node_mac(node.id), seed, now_ms))
@@ -45,6 +47,7 @@ void mesh::set_carrier(int index, bool carrier) {
     link.carrier = carrier;
     link.flying = {};
     link.last_arrival_ms = {};
+    link.hosts_until_ms = {};
     check();
     for (int end = 0; end < 2; end++) {
         const model_notice one{.at_ms = now_ms + schedule_.notice_ms[at(end)],
@@ -62,6 +65,10 @@ void mesh::set_carrier(int index, bool carrier) {
 void mesh::set_silent(int index, bool first, bool second) {
     links[at(index)].silent = {first, second};
     check();
+}
+
+void mesh::set_queues(int index, full_queue first, full_queue second) {
+    links[at(index)].queue = {first, second};
 }
 
 void mesh::kill_bridged(int index) {

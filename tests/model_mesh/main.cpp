@@ -22,7 +22,8 @@ constexpr struct {
              {"open-before-closing", mutation::OPEN_BEFORE_CLOSING},
              {"no-split-horizon", mutation::NO_SPLIT_HORIZON},
              {"old-record", mutation::OLD_RECORD},
-             {"take-everywhere", mutation::TAKE_EVERYWHERE}};
+             {"take-everywhere", mutation::TAKE_EVERYWHERE},
+             {"heard-alone", mutation::HEARD_ALONE}};
 
 struct options {
     bool long_form = false;

@@ -17,7 +17,7 @@ size_t at(int index) {
 
 mesh::mesh(const topology &made, bool reversed, mutation broken_rule) : broken(broken_rule) {
     for (const topology_link &link : made.links)
-        links.push_back({.made = link, .carrier = true, .silent = {}, .flying = {}, .last_arrival_ms = {}});
+        links.push_back({.made = link, .flying = {}});
     for (size_t i = 0; i < made.nodes.size(); i++) {
         model_node node;
         const uint64_t place = reversed ? made.nodes.size() - i : i;
@@ -140,7 +140,7 @@ void mesh::input(int index, const std::function<void(tree *)> &act) {
 }
 
 void mesh::send(int link, int end, const uint8_t *bytes, size_t size) {
-    const std::optional<uint64_t> passage = passage_ms(link, end);
+    const std::optional<uint64_t> passage = passage_ms(link, end, bytes[FRAME_KIND_OFFSET]);
     if (!passage)
         return;
     model_link &way = links[at(link)];
@@ -159,6 +159,8 @@ void mesh::arrive(int link, int end) {
     const int index = way.made.node[1 - end];
     if (!carries(link, end))
         return;
+    for (model_port &port : nodes[at(index)].ports)
+        port.packets += port.link == link && port.end == 1 - end ? 1 : 0;
     neighbour_frame read;
     if (!frame_decode({frame.bytes.data(), frame.size}, &read)) {
         violation = "a frame cannot be read";
@@ -185,7 +187,12 @@ bool mesh::step(uint64_t limit_ms) {
         const uint64_t due = tree_next_ms(nodes[i].state);
         if (nodes[i].on && nodes[i].running && nodes[i].lives > 0 && due < next) {
             next = due;
-            act = [this, i] { input(static_cast<int>(i), [this](tree *state) { tree_tick(state, now_ms); }); };
+            act = [this, i] {
+                input(static_cast<int>(i), [this, i](tree *state) {
+                    hear(static_cast<int>(i), state);
+                    tree_tick(state, now_ms);
+                });
+            };
         }
     }
     if (!notices_.empty() && notices_.front().at_ms <= next) {

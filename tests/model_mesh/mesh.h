@@ -27,6 +27,7 @@ enum class mutation {
     NO_SPLIT_HORIZON,    // frames may leave by the group that they came in by
     OLD_RECORD,          // a new life begins with what the node was when the mesh had first settled
     TAKE_EVERYWHERE,     // group frames are taken on all links of a bundle
+    HEARD_ALONE,         // what comes in keeps a link alive, whether the neighbour hears this node or not
 };
 
 // When a frame arrives, if it does.
@@ -54,10 +55,19 @@ struct model_frame {
     std::array<uint8_t, MODEL_FRAME_SIZE> bytes;
 };
 
+// What the queue of an end that has too much to send does to frames of neighbours. Those of hosts pass all the time.
+enum class full_queue {
+    NONE,
+    LATE,           // all of them come later than a link may be without an echo; some find no room until it is calm
+    WITHOUT_ECHOES, // there is never room for an echo
+};
+
 struct model_link {
     topology_link made;
     bool carrier = true;
     std::array<bool, 2> silent{}; // frames that the end sends are lost
+    std::array<full_queue, 2> queue{};
+    std::array<uint64_t, 2> hosts_until_ms{}; // frames of hosts are on their way from the end until then
     std::array<std::vector<model_frame>, 2> flying;
     std::array<uint64_t, 2> last_arrival_ms{};
 };
@@ -66,6 +76,8 @@ struct model_port {
     uint32_t ifindex;
     int link;
     int end;
+    uint64_t packets = 0;       // that have come in, as the kernel counts them
+    uint64_t heard_packets = 0; // at the last beat, while echoes are late
 };
 
 struct model_node {
@@ -100,6 +112,7 @@ public:
     // What may happen to it. A node is powered off without a carrier going down.
     void set_carrier(int link, bool carrier);
     void set_silent(int link, bool first, bool second);
+    void set_queues(int link, full_queue first, full_queue second);
     void kill_bridged(int node);
     void start_bridged(int node); // again, after the one that runs has been killed if there is one
     void arm_crash(int node, uint32_t countdown, crash_point point);
@@ -127,7 +140,9 @@ private:
     void apply(model_node *node, const port_setting &one);
     bool send_due(int node, uint32_t most);
     void send(int link, int end, const uint8_t *bytes, size_t size);
-    std::optional<uint64_t> passage_ms(int link, int end);
+    std::optional<uint64_t> passage_ms(int link, int end, uint8_t kind);
+    bool hosts_are_heard(int link, int end);
+    void hear(int node, tree *state);
     void arrive(int link, int end);
     void receive(int node, uint32_t ifindex, const neighbour_frame &frame);
     void begin_life(int node, bool with_past);

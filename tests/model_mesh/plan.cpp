@@ -72,7 +72,8 @@ public:
 
     void pairs(const event &first) {
         for (const event &second : later_events(where_, first)) {
-            if (second.kind == happening::CRASH || count_++ % how_.every != 0)
+            const uint32_t every = is_of_full_queue(first, second) ? how_.every_queue : how_.every;
+            if (second.kind == happening::CRASH || count_++ % every != 0)
                 continue;
             for (const uint64_t gap : how_.gaps_ms) {
                 each_(begin({{0, first}, {gap, second}}, {}));
@@ -117,6 +118,11 @@ private:
         return what.kind == happening::DOWN || what.kind == happening::POWER_OFF || what.kind == happening::START;
     }
 
+    static bool is_of_full_queue(const event &first, const event &second) {
+        return first.kind >= happening::LATE && first.kind <= happening::NO_ECHO_SECOND &&
+               second.kind <= happening::HEAL && second.subject == first.subject;
+    }
+
     mesh_case begin(std::vector<timed_event> events, schedule frames) {
         return {.where = &where_, .reversed = reversed_, .events = std::move(events), .frames = std::move(frames)};
     }
@@ -144,7 +150,8 @@ effort short_effort() {
             .latency_patterns = 2,
             .races = 0,
             .starts = 2,
-            .every = 97};
+            .every = 149,
+            .every_queue = 7};
 }
 
 effort long_effort() {
@@ -156,7 +163,8 @@ effort long_effort() {
             .latency_patterns = 800,
             .races = 400,
             .starts = 2000,
-            .every = 1};
+            .every = 1,
+            .every_queue = 1};
 }
 
 void plan_cases(const topology &where, bool reversed, const effort &how, const std::function<void(mesh_case)> &each) {

@@ -16,10 +16,11 @@ struct effort {
     uint32_t seeds_pair = 0;        // for each pair
     uint32_t late_frames = 0;       // for each single event: each of so many frames late or lost, one at a time
     uint32_t latency_patterns =
-        0;               // for each single event: links that are fast and slow, all patterns if there are fewer
-    uint32_t races = 0;  // for each two losses shortly after one another: links that are fast and slow
-    uint32_t starts = 0; // random beginnings
-    uint32_t every = 1;  // of the pairs only each so manieth is run
+        0;                    // for each single event: links that are fast and slow, all patterns if there are fewer
+    uint32_t races = 0;       // for each two losses shortly after one another: links that are fast and slow
+    uint32_t starts = 0;      // random beginnings
+    uint32_t every = 1;       // of the pairs only each so manieth is run
+    uint32_t every_queue = 1; // and of those of a full queue and what becomes of the same link
 };
 
 effort short_effort();

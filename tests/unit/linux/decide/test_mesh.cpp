@@ -103,6 +103,40 @@ TEST(Mesh, RestartFromAnOldRecordLosesFrames) {
     }
 }
 
+// Queues that have no room for an echo: what else comes in shows that the links live.
+TEST(Mesh, LinksThatOnlyLoseEchoesStayAsTheyAre) {
+    const topology where = make_topology("triangle", "Abc", {"ab:5g", "ab:5g_2", "bc:5g", "ca:2.4g"});
+    mesh all = settled(where, false, mutation::NONE);
+    const uint64_t changed_ms = all.changed_ms;
+    for (int link = 0; link < 4; link++)
+        all.set_queues(link, full_queue::WITHOUT_ECHOES, full_queue::WITHOUT_ECHOES);
+    all.run_to(all.now_ms + 30000);
+    EXPECT_EQ(all.changed_ms, changed_ms);
+    EXPECT_TRUE(all.nodes[0].state.ports[0].alive);
+    EXPECT_EQ(all.violation, "");
+}
+
+// With one more link between them the two ends still hear of each other while the queue fills.
+TEST(Mesh, LinkWhoseQueueFillsStaysAsItIs) {
+    const topology where = make_topology("pair", "Ab", {"ab:5g", "ab:5g_2"});
+    mesh all = settled(where, false, mutation::NONE);
+    const uint64_t changed_ms = all.changed_ms;
+    all.set_queues(0, full_queue::LATE, full_queue::LATE);
+    all.run_to(all.now_ms + 30000);
+    EXPECT_EQ(all.changed_ms, changed_ms);
+    EXPECT_EQ(who_is_lost(all, false), "");
+}
+
+// The first end hears the second, which does not hear it.
+TEST(Mesh, LinkOfOneDirectionIsNotTakenForAlive) {
+    const topology where = make_topology("pair", "Ab", {"ab:5g", "ab:5g_2"});
+    for (const happening before : {happening::HEAL, happening::LATE_SECOND, happening::NO_ECHO}) {
+        const std::vector<timed_event> loses = {{0, {before, 0}}, {330, {happening::SILENCE_FIRST, 0}}};
+        EXPECT_EQ(run(where, false, loses), "");
+        EXPECT_NE(run(where, false, loses, mutation::HEARD_ALONE), "");
+    }
+}
+
 TEST(Mesh, BundleNeedsTheSplitHorizonAndOneLinkForGroupFrames) {
     const topology where = make_topology("pair", "Ab", {"ab:5g", "ab:5g_2"});
     EXPECT_EQ(settled(where, false, mutation::NONE).violation, "");
