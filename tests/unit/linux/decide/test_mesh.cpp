@@ -137,6 +137,15 @@ TEST(Mesh, LinkOfOneDirectionIsNotTakenForAlive) {
     }
 }
 
+// A node whose kolt-bridged has died forwards what comes, and cannot say what does not.
+TEST(Mesh, LinkToADeadNodeIsNotTakenForAlive) {
+    const topology where = make_topology("pair", "Ab", {"ab:5g", "ab:5g_2"});
+    const std::vector<timed_event> dies = {
+        {0, {happening::NO_ECHO, 0}}, {330, {happening::KILL, 1}}, {0, {happening::SILENCE_FIRST, 0}}};
+    EXPECT_EQ(run(where, false, dies), "");
+    EXPECT_NE(run(where, false, dies, mutation::HEARD_ALONE), "");
+}
+
 TEST(Mesh, BundleNeedsTheSplitHorizonAndOneLinkForGroupFrames) {
     const topology where = make_topology("pair", "Ab", {"ab:5g", "ab:5g_2"});
     EXPECT_EQ(settled(where, false, mutation::NONE).violation, "");
