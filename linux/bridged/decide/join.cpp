@@ -8,6 +8,7 @@
 namespace {
 
 constexpr uint8_t MOST_REFUSALS = 4; // after which a neighbour rests no longer than it did before
+constexpr uint8_t MOST_PATIENCE = 2; // refusals after which its answer is waited for no longer than before
 
 // Sent on every link that leads there, so that a bad one does not matter. Without room it is lost, and comes again.
 void send(tree *self, uint64_t to, const join_record &record) {
@@ -106,10 +107,14 @@ void give_up(tree *self) {
     node->refusals = std::min<uint8_t>(static_cast<uint8_t>(node->refusals + 1), MOST_REFUSALS);
 }
 
+// The answer comes from the root, and the way there may be slow. What has not been answered in time is asked anew, and
+// the earlier answer counts no more: without more patience each would come too late.
 bool is_in_vain(const tree &self) {
     const tree_node *node = find_node(self, self.pending.to);
-    return node == nullptr || !may_join(self, *node) ||
-           self.now_ms - self.pending.since_ms >= span_ms(self, self.timing.join);
+    if (node == nullptr || !may_join(self, *node))
+        return true;
+    const uint64_t patience_ms = span_ms(self, self.timing.join) << std::min(node->refusals, MOST_PATIENCE);
+    return self.now_ms - self.pending.since_ms >= patience_ms;
 }
 
 } // namespace

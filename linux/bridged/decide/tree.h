@@ -27,7 +27,7 @@ struct tree_timing {
     uint32_t interval_ms = 100; // between two frames of a kind
     uint32_t dead = 3;          // without an echo
     uint32_t quiet = 4;         // without a neighbour: a port is an access port
-    uint32_t join = 10;         // until a neighbour is given up that does not let this node join
+    uint32_t join = 10;         // until a neighbour is given up that does not let this node join, at first
     uint32_t rest = 2;          // between two such neighbours
     uint32_t better = 1;        // a neighbour of a better tree has been there: the parent may find its way back first
     uint32_t nearer = 20;       // a neighbour with a shorter way to the same root has been there

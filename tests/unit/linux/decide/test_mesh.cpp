@@ -127,6 +127,15 @@ TEST(Mesh, LinkWhoseQueueFillsStaysAsItIs) {
     EXPECT_EQ(who_is_lost(all, false), "");
 }
 
+// A second and more to the root and back: nobody had that much patience, and so all but the nearest were lost for good.
+TEST(Mesh, NodesBehindSlowLinksJoin) {
+    const topology where = make_topology("line", "Abcd", {"ab:5g", "bc:5g", "cd:5g"});
+    const std::vector<timed_event> fills = {
+        {0, {happening::LATE, 0}}, {0, {happening::LATE, 1}}, {0, {happening::LATE, 2}}};
+    EXPECT_EQ(run(where, false, fills), "");
+    EXPECT_EQ(run(where, true, fills), "");
+}
+
 // The first end hears the second, which does not hear it.
 TEST(Mesh, LinkOfOneDirectionIsNotTakenForAlive) {
     const topology where = make_topology("pair", "Ab", {"ab:5g", "ab:5g_2"});
