@@ -47,20 +47,6 @@ const nlattr *port_attributes(uint8_t family, const attribute_table<IFLA_LINKINF
     return attribute_text(info[IFLA_INFO_SLAVE_KIND]) == "bridge" ? info[IFLA_INFO_SLAVE_DATA] : nullptr;
 }
 
-bool read_bridge(const nlmsghdr &message, bridge_settings *settings) {
-    const attribute_table<IFLA_LINKINFO> attributes(message, sizeof(ifinfomsg));
-    const attribute_table<IFLA_INFO_DATA> info(attributes[IFLA_LINKINFO]);
-    if (attribute_text(info[IFLA_INFO_KIND]) != "bridge")
-        return false;
-    const attribute_table<BRIDGE_KINDS> bridge(info[IFLA_INFO_DATA]);
-    settings->stp = attribute_number<uint32_t>(bridge[IFLA_BR_STP_STATE]);
-    settings->ageing_ticks = attribute_number<uint32_t>(bridge[IFLA_BR_AGEING_TIME]);
-    settings->group_fwd_mask = attribute_number<uint16_t>(bridge[IFLA_BR_GROUP_FWD_MASK]);
-    settings->vlan_filtering = is_on(bridge[IFLA_BR_VLAN_FILTERING], false);
-    settings->mcast_snooping = is_on(bridge[IFLA_BR_MCAST_SNOOPING], false);
-    return true;
-}
-
 // Asks about one interface; `taken` tells whether the answer was what was wanted.
 int get(rtnl_socket &rtnl, uint32_t index, callback_ref<void(const nlmsghdr &, bool *)> take) {
     if (index == 0)
@@ -92,9 +78,23 @@ bool forwards_neighbour_frames(const bridge_settings &bridge, const bridge_port 
     return ((bridge.group_fwd_mask | port.group_fwd_mask) >> NEIGHBOUR_GROUP_BIT & 1) != 0;
 }
 
+bool bridge_parse(const nlmsghdr &message, bridge_settings *settings) {
+    const attribute_table<IFLA_LINKINFO> attributes(message, sizeof(ifinfomsg));
+    const attribute_table<IFLA_INFO_DATA> info(attributes[IFLA_LINKINFO]);
+    if (attribute_text(info[IFLA_INFO_KIND]) != "bridge")
+        return false;
+    const attribute_table<BRIDGE_KINDS> bridge(info[IFLA_INFO_DATA]);
+    settings->stp = attribute_number<uint32_t>(bridge[IFLA_BR_STP_STATE]);
+    settings->ageing_ticks = attribute_number<uint32_t>(bridge[IFLA_BR_AGEING_TIME]);
+    settings->group_fwd_mask = attribute_number<uint16_t>(bridge[IFLA_BR_GROUP_FWD_MASK]);
+    settings->vlan_filtering = is_on(bridge[IFLA_BR_VLAN_FILTERING], false);
+    settings->mcast_snooping = is_on(bridge[IFLA_BR_MCAST_SNOOPING], false);
+    return true;
+}
+
 int bridge_get(rtnl_socket &rtnl, uint32_t bridge, bridge_settings *settings) {
     *settings = {.index = bridge};
-    const auto take = [&](const nlmsghdr &answer, bool *taken) { *taken = read_bridge(answer, settings); };
+    const auto take = [&](const nlmsghdr &answer, bool *taken) { *taken = bridge_parse(answer, settings); };
     return get(rtnl, bridge, take);
 }
 

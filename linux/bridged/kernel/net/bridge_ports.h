@@ -69,5 +69,8 @@ struct bridge_settings {
 // Forgets what was learnt on the port, and nothing else: neither its own address nor entries that were set.
 [[nodiscard]] int bridge_port_flush(rtnl_socket &rtnl, uint32_t port);
 
+// Reads the kernel's answer about a bridge, all but its index; false when it is about something else.
+bool bridge_parse(const nlmsghdr &message, bridge_settings *settings);
+
 // Reads a message of the kernel; false when it is not about a port of a bridge.
 bool bridge_port_parse(const nlmsghdr &message, bridge_port *port);

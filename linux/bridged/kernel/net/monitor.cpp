@@ -60,6 +60,13 @@ void tell(const nlmsghdr &message, const monitor_callbacks &callbacks) {
 
 } // namespace
 
+void monitor_tell(std::span<const std::byte> datagram, const monitor_callbacks &callbacks) {
+    auto left = static_cast<int>(datagram.size());
+    const auto *message = reinterpret_cast<const nlmsghdr *>(datagram.data());
+    for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left))
+        tell(*message, callbacks);
+}
+
 int kernel_monitor::open() {
     fd_.reset(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE));
     if (!fd_)
@@ -87,10 +94,7 @@ int kernel_monitor::receive(const monitor_callbacks &callbacks) {
             return ENOBUFS; // what was in it is lost just the same
         if (sender.nl_pid != 0)
             continue; // not the kernel
-        auto left = static_cast<int>(size);
-        const auto *message = reinterpret_cast<const nlmsghdr *>(datagram.data());
-        for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left))
-            tell(*message, callbacks);
+        monitor_tell({datagram.data(), static_cast<size_t>(size)}, callbacks);
     }
     return 0;
 }

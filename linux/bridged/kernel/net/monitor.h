@@ -7,12 +7,18 @@
 #include "kernel/net/fdb.h"
 #include "kernel/net/links.h"
 
+#include <cstddef>
+#include <span>
+
 // Those that are not set are not told.
 struct monitor_callbacks {
     callback_ref<void(const link_info &)> link;   // new, changed (also its master) or deleted
     callback_ref<void(const bridge_port &)> port; // its flags or state changed, or it left its bridge
     callback_ref<void(const fdb_record &)> fdb;   // a MAC was learnt, moved, set, or removed; also by this process
 };
+
+// Hands out what a datagram of the kernel says; it must stand as a message does.
+void monitor_tell(std::span<const std::byte> datagram, const monitor_callbacks &callbacks);
 
 class kernel_monitor {
 public:

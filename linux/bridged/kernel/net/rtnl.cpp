@@ -41,24 +41,24 @@ int code_of(const nlmsghdr &answer) {
     return -code;
 }
 
-// The kernel's own words in a refusal; empty when there are none. The refused message stands before them, or its head.
-std::string_view words_of(const nlmsghdr &answer) {
+bool ends(const nlmsghdr &answer) {
+    return answer.nlmsg_type == NLMSG_ERROR || answer.nlmsg_type == NLMSG_DONE;
+}
+
+} // namespace
+
+std::string_view rtnl_words(const nlmsghdr &answer) {
     const size_t size = mnl_nlmsg_get_payload_len(&answer);
     if (answer.nlmsg_type != NLMSG_ERROR || (answer.nlmsg_flags & NLM_F_ACK_TLVS) == 0 || size < sizeof(nlmsgerr))
         return {};
     const auto *error = static_cast<const nlmsgerr *>(mnl_nlmsg_get_payload(&answer));
+    // The refused message stands before them, or its head.
     size_t head = sizeof *error;
     if ((answer.nlmsg_flags & NLM_F_CAPPED) == 0 && error->msg.nlmsg_len > sizeof error->msg)
         head += NLMSG_ALIGN(error->msg.nlmsg_len) - sizeof error->msg;
     const attribute_table<NLMSGERR_ATTR_MSG> attributes(answer, head);
     return attribute_text(attributes[NLMSGERR_ATTR_MSG]);
 }
-
-bool ends(const nlmsghdr &answer) {
-    return answer.nlmsg_type == NLMSG_ERROR || answer.nlmsg_type == NLMSG_DONE;
-}
-
-} // namespace
 
 rtnl_message::rtnl_message(uint16_t type, uint16_t flags) : bytes{}, header(mnl_nlmsg_put_header(bytes.data())) {
     header->nlmsg_type = type;
@@ -83,7 +83,7 @@ bool rtnl_socket::is_open() const {
 }
 
 int rtnl_socket::refused(int code, const nlmsghdr *answer) {
-    const std::string_view words = answer != nullptr ? words_of(*answer) : std::string_view{};
+    const std::string_view words = answer != nullptr ? rtnl_words(*answer) : std::string_view{};
     error_.code = code;
     copy_text(&error_.text, words.empty() ? std::string_view(strerror(code)) : words);
     return code;

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <linux/netlink.h>
+#include <string_view>
 
 constexpr int RTNL_WAIT_MS = 2000;           // for all answers to one request, dump or part of a batch
 constexpr size_t RTNL_ERROR_TEXT_SIZE = 128; // the kernel's own words are cut to this, terminator included
@@ -36,6 +37,9 @@ struct rtnl_error {
     int code = 0;
     std::array<char, RTNL_ERROR_TEXT_SIZE> text{};
 };
+
+// The kernel's own words in an answer that refuses something; empty when there are none.
+[[nodiscard]] std::string_view rtnl_words(const nlmsghdr &answer);
 
 class rtnl_socket {
 public:
