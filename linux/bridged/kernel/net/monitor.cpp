@@ -1,7 +1,7 @@
 // Listening to the kernel's groups.
 #include "kernel/net/monitor.h"
 
-#include "kernel/net/attributes.h"
+#include "kernel/net/messages.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -61,9 +61,8 @@ void tell(const nlmsghdr &message, const monitor_callbacks &callbacks) {
 } // namespace
 
 void monitor_tell(std::span<const std::byte> datagram, const monitor_callbacks &callbacks) {
-    auto left = static_cast<int>(datagram.size());
-    const auto *message = reinterpret_cast<const nlmsghdr *>(datagram.data());
-    for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left))
+    message_reader messages(datagram);
+    while (const nlmsghdr *message = messages.next())
         tell(*message, callbacks);
 }
 

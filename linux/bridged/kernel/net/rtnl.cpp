@@ -2,6 +2,7 @@
 #include "kernel/net/rtnl.h"
 
 #include "kernel/net/attributes.h"
+#include "kernel/net/messages.h"
 #include "kernel/net/text.h"
 
 #include <cerrno>
@@ -125,9 +126,8 @@ int rtnl_socket::take_datagram(int64_t deadline, answer_taker take, bool *last) 
         return EMSGSIZE;
     if (sender.nl_pid != 0) // not the kernel
         return 0;
-    auto left_over = static_cast<int>(size);
-    const auto *answer = reinterpret_cast<const nlmsghdr *>(datagram.data());
-    for (; !*last && mnl_nlmsg_ok(answer, left_over); answer = mnl_nlmsg_next(answer, &left_over))
+    message_reader answers({datagram.data(), static_cast<size_t>(size)});
+    while (const nlmsghdr *answer = *last ? nullptr : answers.next())
         take(*answer, last);
     return 0;
 }

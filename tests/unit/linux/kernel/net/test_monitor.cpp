@@ -7,7 +7,9 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstring>
 #include <functional>
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
@@ -226,5 +228,41 @@ TEST_F(monitor_test, tells_when_no_socket_is_left) {
 TEST_F(monitor_test, that_was_never_opened_tells_so) {
     EXPECT_EQ(kernel_monitor().receive({}), EBADF);
 }
+
+struct length_row {
+    const char *name;
+    uint32_t length; // of the second of three messages
+    int told;
+};
+
+using length_test = table_test<length_row>;
+
+// What stands behind a message of a length that cannot be is not read.
+TEST_P(length_test, ends_the_datagram_when_it_cannot_be) {
+    alignas(NLMSG_ALIGNTO) std::array<std::byte, 256> datagram{};
+    std::span<std::byte> rest = datagram;
+    size_t size = 0;
+    for (int number = 0; number < 3; number++) {
+        rtnl_message message(RTM_DELLINK, 0);
+        message.head<ifinfomsg>();
+        memcpy(rest.data() + size, message.bytes.data(), message.header->nlmsg_len);
+        if (number == 1)
+            memcpy(rest.data() + size, &GetParam().length, sizeof(uint32_t));
+        size += message.header->nlmsg_len;
+    }
+    int told = 0;
+    const auto count = [&told](const link_info & /*link*/) { told++; };
+    monitor_tell(rest.first(size), {.link = count, .port = {}, .fdb = {}});
+    EXPECT_EQ(told, GetParam().told);
+}
+
+INSTANTIATE_TEST_SUITE_P(lengths, length_test,
+                         testing::Values(length_row{"as_it_is", sizeof(nlmsghdr) + sizeof(ifinfomsg), 3},
+                                         length_row{"none", 0, 1},
+                                         length_row{"of_less_than_a_head", sizeof(nlmsghdr) - 1, 1},
+                                         length_row{"of_more_than_there_is", 100, 1},
+                                         length_row{"negative", 0x80000000, 1},
+                                         length_row{"that_wraps", 0xFFFFFFFD, 1}),
+                         row_name<length_row>);
 
 } // namespace
