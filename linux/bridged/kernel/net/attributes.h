@@ -13,10 +13,13 @@
 // Attributes of the kinds up to `Highest`; those behind it are left out.
 template <uint16_t Highest> class attribute_table {
 public:
-    // Those of a message, behind its fixed head.
+    // Those of a message, behind its fixed head. They end where it says that it ends, be that in the middle of a word.
     attribute_table(const nlmsghdr &message, size_t head_size) {
-        if (mnl_nlmsg_get_payload_len(&message) >= head_size)
-            (void)mnl_attr_parse(&message, static_cast<unsigned>(head_size), take, this);
+        const size_t begin = NLMSG_ALIGN(head_size);
+        const size_t end = mnl_nlmsg_get_payload_len(&message);
+        const auto *payload = static_cast<const std::byte *>(mnl_nlmsg_get_payload(&message));
+        if (end > begin)
+            (void)mnl_attr_parse_payload(payload + begin, end - begin, take, this);
     }
     // Those inside an attribute; none when it is null.
     explicit attribute_table(const nlattr *nest) {

@@ -56,7 +56,7 @@ std::string_view rtnl_words(const nlmsghdr &answer) {
     // The refused message stands before them, or its head.
     size_t head = sizeof *error;
     if ((answer.nlmsg_flags & NLM_F_CAPPED) == 0 && error->msg.nlmsg_len > sizeof error->msg)
-        head += NLMSG_ALIGN(error->msg.nlmsg_len) - sizeof error->msg;
+        head += NLMSG_ALIGN(size_t{error->msg.nlmsg_len}) - sizeof error->msg;
     const attribute_table<NLMSGERR_ATTR_MSG> attributes(answer, head);
     return attribute_text(attributes[NLMSGERR_ATTR_MSG]);
 }
