@@ -5,3 +5,5 @@ target_sources(fuzz_bridged_replies PRIVATE ${PROJECT_SOURCE_DIR}/linux/lib/repl
 target_include_directories(fuzz_bridged_replies PRIVATE ${PROJECT_SOURCE_DIR}/linux ${PROJECT_SOURCE_DIR}/src)
 # What kolt-bridged decides.
 kolt_fuzz_target(fuzz_neighbour_frames fuzz_neighbour_frames.cpp kolt_bridged_decide)
+# What the kernel tells it.
+kolt_fuzz_target(fuzz_kernel_messages fuzz_kernel_messages.cpp kolt_linux_kernel_net)
