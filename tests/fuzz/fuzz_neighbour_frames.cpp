@@ -167,6 +167,9 @@ void act(tree *self, input *in) {
     case 4:
         echo(self, ifindex, some_node(in));
         break;
+    case 5:
+        tree_port_heard(self, ifindex, self->now_ms + in->byte());
+        break;
     default:
         hello(self, ifindex, in);
     }
