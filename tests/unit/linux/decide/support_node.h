@@ -34,6 +34,17 @@ constexpr node_id OWN_ID = 0x0001020000000020;
 constexpr port_wish RELAY = {.type = 3, .class_ = 0, .group = PORT_RELAY};
 constexpr port_wish NONRELAY = {.type = 3, .class_ = 0, .group = PORT_NONRELAY};
 
+// A neighbour below the node, which it reaches by that port.
+inline puppet child_on(uint32_t ifindex) {
+    return {.ifindex = ifindex,
+            .id = WORSE,
+            .version = 5,
+            .root = OWN_ID,
+            .parent = node_mac(OWN_ID),
+            .hops = 1,
+            .link_flags = LINK_ALIVE | LINK_UPWARD};
+}
+
 class one_node {
 public:
     explicit one_node(node_id id = OWN_ID) {
