@@ -50,6 +50,9 @@ bool send_configure(ubus_context *ctx) {
 [[noreturn]] void child_main(const bus_sender *bus, int done) {
     (void)signal(SIGTERM, SIG_DFL);
     (void)signal(SIGINT, SIG_DFL);
+    sigset_t none;
+    sigemptyset(&none);
+    (void)sigprocmask(SIG_SETMASK, &none, nullptr); // the parent may be holding some back
     (void)alarm(CHILD_SECONDS);
     ubus_context *ctx = ubus_connect(nullptr);
     const bool sent = ctx != nullptr && (!bus->wants_configure || send_configure(ctx)) && send_links(ctx, bus) &&

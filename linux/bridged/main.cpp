@@ -146,7 +146,21 @@ bool open_monitor(bridged *self) {
     return uloop_fd_add(&self->watches.monitor, ULOOP_READ) == 0;
 }
 
+void change_stop_signals(int how) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    (void)sigprocmask(how, &signals, nullptr); // cannot fail with these arguments
+}
+
+void loop_runs(uloop_timeout * /*timer*/) {
+    change_stop_signals(SIG_UNBLOCK);
+}
+
 void start_timers(bridged *self) {
+    self->watches.first_turn.cb = loop_runs;
+    (void)uloop_timeout_set(&self->watches.first_turn, 0);
     self->watches.beat.cb = beat;
     self->watches.second.cb = second_passed;
     self->watches.period.cb = period_passed;
@@ -225,6 +239,7 @@ int main(int argc, char **argv) {
         KOLT_ERROR("%s says that kolt is disabled", self->settings.config_file);
         return EXIT_SUCCESS;
     }
+    change_stop_signals(SIG_BLOCK); // the loop forgets those that come before it runs; a release comes to its end first
     if (!be_the_only_one(self))
         return EXIT_FAILURE;
     name_bridges(self);

@@ -72,10 +72,11 @@ struct bridge_node {
 // What the loop calls back. It tells who is meant by an address of its own, for which it is plain enough.
 struct bridged_watches {
     bridged *owner = nullptr;
-    uloop_fd monitor = {};     // the kernel's announcements
-    uloop_timeout beat = {};   // the trees' own time
-    uloop_timeout second = {}; // what is looked at every second
-    uloop_timeout period = {}; // the measuring period
+    uloop_fd monitor = {};         // the kernel's announcements
+    uloop_timeout first_turn = {}; // of the loop
+    uloop_timeout beat = {};       // the trees' own time
+    uloop_timeout second = {};     // what is looked at every second
+    uloop_timeout period = {};     // the measuring period
 };
 
 struct bridged {

@@ -1,5 +1,7 @@
 """kolt-bridged as a program on one node: what it checks, what it refuses to do twice, and what it puts back."""
 import re
+import signal
+import time
 from collections.abc import Iterator
 from dataclasses import dataclass
 
@@ -93,6 +95,18 @@ def odd(one: OneNode) -> dict[str, str]:
     """Gives the ports flags of their own; what the kernel says of them then."""
     batch("bridge", one.namespace, [f"link set dev {port} {flags}" for port, flags in ODD.items()])
     return {port: one.flags(port) for port in ODD}
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
+def test_a_stop_signal_at_any_moment_of_the_start_ends_it(one, number):
+    for pause in range(12):
+        process = one.node.spawn([one.node.build / "bin/kolt-bridged", "-c", "/etc/kolt.json", "--run", BRIDGED_RUN,
+                                  "--pin", BRIDGED_PIN, *QUICK])
+        one.node.wait_for(lambda: process.status is not None or one.files(BRIDGED_RUN), what="a start")
+        time.sleep(pause / 400)
+        one.node.signal(process, number)
+        assert one.node.wait_exit(process, timeout=3.0) == 0, f"after {2.5 * pause} ms"
+        one.node.run(["/usr/bin/rm", "-rf", BRIDGED_RUN])
 
 
 def test_a_release_puts_everything_back_as_it_was_found(one):
