@@ -8,7 +8,7 @@ from kolt_mesh.frames import Broadcasts
 from kolt_mesh.kolt import Kolt
 from kolt_mesh.lab import HOST_PORT, Lab
 
-SETTLES = 8.0
+SETTLES = 20.0
 INTERVAL = 20  # ms between two frames to a neighbour
 FORGOTTEN = 200 * INTERVAL / 1000 + 2  # seconds for which somebody else's word stands
 ROUNDS, AT_ONCE = 60, 40

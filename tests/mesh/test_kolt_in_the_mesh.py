@@ -14,7 +14,7 @@ from kolt_mesh.lab import Lab
 
 HOMES = [home.name for home in topology.shipped()]
 CASES = int(os.environ.get("KOLT_MESH_CASES") or 1)
-SETTLES = 8.0
+SETTLES = 20.0
 
 
 @pytest.fixture
@@ -69,15 +69,21 @@ def test_a_disturbed_home_lets_nothing_circle_and_becomes_whole(name):
     assert not failed, "\n".join(map(str, failed))
 
 
-@pytest.mark.parametrize("way, limit", [("cut", 0.1), ("silence", 0.6)])
-def test_a_lost_link_is_left_soon(whole, way, limit):
+def test_a_lost_link_is_left_soon_and_sooner_where_its_carrier_tells(whole):
     lab = whole(topology.pair(3))
-    with stream.Stream(lab, "h1", "h2") as running:
-        lab.wait(1.0)
-        getattr(lab, way)(measures.busiest_link(lab, 0.3))
-        lab.wait(1.5)
-        seen = running.end()
-    assert seen.outage < limit and seen.duplicates == 0
+    seen: dict[str, list[stream.Seen]] = {"cut": [], "silence": []}
+    for way in [*seen] * 3:
+        with stream.Stream(lab, "h1", "h2") as running:
+            lab.wait(1.0)
+            lost = measures.busiest_link(lab, 0.3)
+            getattr(lab, way)(lost)
+            lab.wait(1.5)
+            seen[way].append(running.end())
+        lab.restore(lost)
+        assert frames.reachable(lab, SETTLES)
+    assert all(not one.open and one.duplicates == 0 for one in seen["cut"] + seen["silence"])
+    cut, silence = (min(one.outage for one in ones) for ones in seen.values())
+    assert cut < silence / 4, seen
 
 
 def test_a_download_lives_through_a_cut(whole):
@@ -91,7 +97,10 @@ def test_a_download_lives_through_a_cut(whole):
 
 def test_a_download_uses_all_links(whole):
     lab = whole(topology.pair(3))
-    assert measures.throughput(lab, 16, 8) > 120
+    before = measures.passed(lab)
+    measures.throughput(lab, 16, 8)
+    carried = [after - before[link] for link, after in measures.passed(lab).items()]
+    assert len(carried) == 3 and min(carried) > 0.6 * max(carried), carried
 
 
 def test_a_killed_kolt_bridged_leaves_a_bridge_that_forwards_and_does_not_circle(whole):

@@ -1,4 +1,6 @@
 """What is told from a stream of numbered frames."""
+import time
+
 import pytest
 from kolt_mesh import stream, topology
 from kolt_mesh.kinds import OneLink
@@ -38,9 +40,11 @@ def test_a_link_that_never_comes_back_is_an_outage_to_the_end(make_lab):
     with stream.Stream(lab, "h1", "h2", 0.005) as running:
         lab.wait(0.3)
         lab.cut("a-b 5g")
+        cut = time.monotonic()
         lab.wait(0.5)
+        lasted = time.monotonic() - cut
         seen = running.end()
-    assert 0.4 < seen.outage < 0.7 and seen.at > 0.1 and seen.open
+    assert seen.outage == pytest.approx(lasted, rel=0.4) and seen.at > 0.1 and seen.open
 
 
 @pytest.mark.parametrize("what", ["cut", "silence"])
@@ -53,7 +57,7 @@ def test_a_lost_link_shows_as_an_outage_of_its_length(make_lab, what):
         lab.restore("a-b 5g")
         lab.wait(1.5)
         seen = running.end()
-    assert 0.25 < seen.outage < 1.5  # the carrier's return may be told late
+    assert seen.outage > 0.25 and not seen.open  # the carrier's return may be told late
     assert seen.lost >= 100 and seen.duplicates == 0
 
 

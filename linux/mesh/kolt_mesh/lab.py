@@ -20,7 +20,7 @@ if TYPE_CHECKING:
 
 # A link with a rate queues as a driver does: frames of the network's own control go first. With frames that are no longer than
 # two segments the queue is at most 50 ms of 50 Mbit/s.
-BURST, LATENCY, QUEUE, SEGMENTS = "20k", "200ms", 100, 2
+BURST, LATENCY, QUEUE, SEGMENTS = 20480, "200ms", 100, 2
 MOST_FRAMES = 40000  # a second at one port: more than downloads over three links make, less than any storm
 HOST_PORT = "eth0"
 FIRST_INDEX = 100  # of the first node's interfaces; the second's begin at twice that
