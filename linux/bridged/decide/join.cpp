@@ -13,7 +13,7 @@ constexpr uint8_t MOST_PATIENCE = 2; // refusals after which its answer is waite
 // Sent on every link that leads there, so that a bad one does not matter. Without room it is lost, and comes again.
 void send(tree *self, uint64_t to, const join_record &record) {
     uint32_t ports = 0;
-    for (size_t slot = 0; slot < TREE_PORTS; slot++) {
+    for (size_t slot = 0; slot < self->port_slots; slot++) {
         if (leads_to(*self, self->ports[slot], to))
             ports |= uint32_t{1} << slot;
     }
@@ -22,7 +22,7 @@ void send(tree *self, uint64_t to, const join_record &record) {
     if (ports == 0 || place == self->outgoing.end())
         return;
     *place = {.ports = ports, .record = record};
-    for (size_t slot = 0; slot < TREE_PORTS; slot++)
+    for (size_t slot = 0; slot < self->port_slots; slot++)
         self->ports[slot].hello_due |= (ports >> slot & 1) != 0;
 }
 

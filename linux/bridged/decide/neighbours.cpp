@@ -66,6 +66,7 @@ tree_node *place_of(tree *self, uint64_t mac) {
         std::find_if(self->nodes.begin(), self->nodes.end(), [](const tree_node &one) { return one.id == 0; });
     if (free_place == self->nodes.end())
         return nullptr;
+    self->node_places = std::max(self->node_places, static_cast<size_t>(free_place - self->nodes.begin()) + 1);
     *free_place = {};
     return &*free_place;
 }
@@ -114,16 +115,36 @@ uint64_t span_ms(const tree &self, uint32_t intervals) {
     return uint64_t{intervals} * self.timing.interval_ms;
 }
 
+std::span<tree_port> used_ports(tree *self) {
+    return std::span(self->ports).first(self->port_slots);
+}
+
+std::span<const tree_port> used_ports(const tree &self) {
+    return std::span(self.ports).first(self.port_slots);
+}
+
+std::span<tree_node> used_nodes(tree *self) {
+    return std::span(self->nodes).first(self->node_places);
+}
+
+std::span<const tree_node> used_nodes(const tree &self) {
+    return std::span(self.nodes).first(self.node_places);
+}
+
 tree_node *find_node(tree *self, uint64_t mac) {
-    const auto found = std::find_if(self->nodes.begin(), self->nodes.end(),
-                                    [mac](const tree_node &one) { return one.id != 0 && node_mac(one.id) == mac; });
-    return found == self->nodes.end() ? nullptr : &*found;
+    for (tree_node &one : used_nodes(self)) {
+        if (one.id != 0 && node_mac(one.id) == mac)
+            return &one;
+    }
+    return nullptr;
 }
 
 const tree_node *find_node(const tree &self, uint64_t mac) {
-    const auto found = std::find_if(self.nodes.begin(), self.nodes.end(),
-                                    [mac](const tree_node &one) { return one.id != 0 && node_mac(one.id) == mac; });
-    return found == self.nodes.end() ? nullptr : &*found;
+    for (const tree_node &one : used_nodes(self)) {
+        if (one.id != 0 && node_mac(one.id) == mac)
+            return &one;
+    }
+    return nullptr;
 }
 
 bool is_frozen(const tree &self, const tree_node &node) {
@@ -218,11 +239,12 @@ void reset_port(const tree &self, tree_port *port, bool carrier) {
 }
 
 void forget_nodes(tree *self) {
-    for (tree_node &node : self->nodes) {
+    const std::span<const tree_port> ports = used_ports(*self);
+    for (tree_node &node : used_nodes(self)) {
         if (node.id == 0)
             continue;
         const uint64_t mac = node_mac(node.id);
-        const bool heard = std::any_of(self->ports.begin(), self->ports.end(), [mac](const tree_port &port) {
+        const bool heard = std::any_of(ports.begin(), ports.end(), [mac](const tree_port &port) {
             return std::any_of(port.neighbours.begin(), port.neighbours.end(),
                                [mac](const port_neighbour &one) { return one.mac == mac; });
         });

@@ -3,8 +3,16 @@
 
 #include "decide/tree.h"
 
+#include <span>
+
 // A time span of so many intervals.
 [[nodiscard]] uint64_t span_ms(const tree &self, uint32_t intervals);
+
+// The slots of ports and the places of nodes up to the last that was ever used; free ones are among them.
+[[nodiscard]] std::span<tree_port> used_ports(tree *self);
+[[nodiscard]] std::span<const tree_port> used_ports(const tree &self);
+[[nodiscard]] std::span<tree_node> used_nodes(tree *self);
+[[nodiscard]] std::span<const tree_node> used_nodes(const tree &self);
 
 // The neighbour node of this MAC; null when it is not known.
 [[nodiscard]] tree_node *find_node(tree *self, uint64_t mac);

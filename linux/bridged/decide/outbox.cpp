@@ -1,5 +1,5 @@
 // The frames that are due, one at a time.
-#include "decide/tree.h"
+#include "decide/neighbours.h"
 
 #include <algorithm>
 
@@ -45,10 +45,11 @@ void fill_hello(tree *self, size_t slot, neighbour_frame *frame) {
 } // namespace
 
 bool tree_take_frame(tree *self, tree_send *send) {
-    const auto due = std::find_if(self->ports.begin(), self->ports.end(), [](const tree_port &port) {
+    const std::span<tree_port> ports = used_ports(self);
+    const auto due = std::find_if(ports.begin(), ports.end(), [](const tree_port &port) {
         return port.carrier && (port.hello_due || port.probe_due);
     });
-    if (due == self->ports.end())
+    if (due == ports.end())
         return false;
     tree_port &port = *due;
     *send = {.ifindex = port.ifindex, .frame = {}};
@@ -57,7 +58,7 @@ bool tree_take_frame(tree *self, tree_send *send) {
     if (port.hello_due) {
         port.hello_due = false;
         send->frame.kind = FRAME_HELLO;
-        fill_hello(self, static_cast<size_t>(due - self->ports.begin()), &send->frame);
+        fill_hello(self, static_cast<size_t>(due - ports.begin()), &send->frame);
     } else {
         port.probe_due = false;
         port.sequence++;

@@ -18,7 +18,7 @@ bool is_relay_only(const tree &self, uint64_t mac) {
     if (rank_of(self.id) == NODE_RANK_ROOT)
         return false;
     const uint32_t ports = upward_ports(self, mac);
-    for (size_t slot = 0; slot < TREE_PORTS; slot++) {
+    for (size_t slot = 0; slot < self.port_slots; slot++) {
         if ((ports >> slot & 1) != 0 && self.ports[slot].wish.group == PORT_NONRELAY)
             return false;
     }
@@ -58,7 +58,8 @@ bool takes_in(const tree &self, const tree_node &node) {
 bool should_be_root(const tree &self) {
     if (rank_of(self.id) < rank_of(self.root))
         return true;
-    return self.id < self.root && std::any_of(self.nodes.begin(), self.nodes.end(), [&self](const tree_node &node) {
+    const std::span<const tree_node> nodes = used_nodes(self);
+    return self.id < self.root && std::any_of(nodes.begin(), nodes.end(), [&self](const tree_node &node) {
                return node.id != 0 && node.root < self.root && takes_in(self, node);
            });
 }
@@ -83,7 +84,7 @@ offer best_offer(tree *self, uint64_t *from) {
 uint32_t upward_ports(const tree &self, uint64_t mac) {
     uint32_t all = 0;
     uint32_t meant = 0;
-    for (size_t slot = 0; slot < TREE_PORTS; slot++) {
+    for (size_t slot = 0; slot < self.port_slots; slot++) {
         const tree_port &port = self.ports[slot];
         if (mac == 0 || !leads_to(self, port, mac))
             continue;
@@ -100,7 +101,7 @@ bool may_join(const tree &self, const tree_node &node) {
 
 tree_node *best_parent(tree *self) {
     tree_node *best = nullptr;
-    for (tree_node &node : self->nodes) {
+    for (tree_node &node : used_nodes(self)) {
         if (node.id == 0 || self->now_ms < node.refused_until_ms || !may_join(*self, node))
             continue;
         if (best == nullptr || is_better(*self, node, *best))

@@ -139,6 +139,12 @@ bool tree_take_over(tree *self, const tree_record &record, uint64_t own_mac, uin
         resume_port(record.ports[i], now_ms, &self->ports[i]);
     for (size_t i = 0; i < TREE_NODES; i++)
         resume_node(record.nodes[i], now_ms, &self->nodes[i]);
+    self->port_slots = TREE_PORTS;
+    self->node_places = TREE_NODES;
+    while (self->port_slots > 0 && self->ports[self->port_slots - 1].ifindex == 0)
+        self->port_slots--;
+    while (self->node_places > 0 && self->nodes[self->node_places - 1].id == 0)
+        self->node_places--;
     tree_resume(self);
     return true;
 }

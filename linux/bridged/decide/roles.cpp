@@ -43,7 +43,7 @@ place place_of(const tree &self, size_t slot, uint32_t upward) {
 void choose_links(tree *self) {
     const port_role role = self->parent != 0 ? ROLE_UPLINK : ROLE_OUTSIDE;
     bundle links{};
-    for (size_t slot = 0; slot < TREE_PORTS; slot++) {
+    for (size_t slot = 0; slot < self->port_slots; slot++) {
         if (self->ports[slot].role == role)
             links[slot] = &self->ports[slot].wish;
     }
@@ -84,7 +84,7 @@ uint8_t carried_at(const tree &self, size_t slot) {
 bool roles_decide(tree *self) {
     const uint32_t upward = upward_ports(*self, self->parent);
     bool changed = false;
-    for (size_t slot = 0; slot < TREE_PORTS; slot++) {
+    for (size_t slot = 0; slot < self->port_slots; slot++) {
         tree_port &port = self->ports[slot];
         const place now = place_of(*self, slot, upward);
         changed |= now.role != port.role || now.node != port.node;
@@ -92,7 +92,7 @@ bool roles_decide(tree *self) {
         port.node = now.node;
     }
     choose_links(self);
-    for (size_t slot = 0; slot < TREE_PORTS; slot++) {
+    for (size_t slot = 0; slot < self->port_slots; slot++) {
         const uint8_t carries = carried_at(*self, slot);
         changed |= carries != self->ports[slot].carries;
         self->ports[slot].carries = carries;

@@ -34,13 +34,13 @@ void advance(tree *self, uint64_t now_ms) {
 }
 
 void say_to_all(tree *self) {
-    for (tree_port &port : self->ports)
+    for (tree_port &port : used_ports(self))
         port.hello_due |= port.carrier;
 }
 
 // Brings every decision up to date, `before` being what was last told to the neighbours.
 void decide(tree *self, const said_state &before, bool beat) {
-    for (tree_port &port : self->ports)
+    for (tree_port &port : used_ports(self))
         age_port(*self, &port);
     parent_check(self);
     forget_nodes(self);
@@ -53,7 +53,7 @@ void decide(tree *self, const said_state &before, bool beat) {
         self->changes++;
         say_to_all(self);
     }
-    for (tree_port &port : self->ports) {
+    for (tree_port &port : used_ports(self)) {
         const uint8_t flags = link_flags_of(*self, port);
         port.hello_due |= port.carrier && flags != port.said_flags;
         port.said_flags = flags;
@@ -72,7 +72,7 @@ tree_port *find_port(tree *self, uint32_t ifindex) {
 } // namespace
 
 int tree_slot(const tree &self, uint32_t ifindex) {
-    for (size_t slot = 0; slot < TREE_PORTS; slot++) {
+    for (size_t slot = 0; slot < self.port_slots; slot++) {
         if (ifindex != 0 && self.ports[slot].ifindex == ifindex)
             return static_cast<int>(slot);
     }
@@ -117,6 +117,7 @@ bool tree_port_add(tree *self, uint32_t ifindex, const port_wish &wish, bool car
     if (ifindex == 0 || free_port == self->ports.end())
         return false;
     advance(self, now_ms);
+    self->port_slots = std::max(self->port_slots, static_cast<size_t>(free_port - self->ports.begin()) + 1);
     *free_port = {};
     free_port->ifindex = ifindex;
     free_port->wish = wish;
@@ -194,7 +195,7 @@ void tree_tick(tree *self, uint64_t now_ms) {
     if (beat) {
         self->beat_ms = self->now_ms + self->timing.interval_ms;
         say_to_all(self);
-        for (tree_port &port : self->ports)
+        for (tree_port &port : used_ports(self))
             port.probe_due |= port.carrier;
     }
     decide(self, state_of(*self), beat);
@@ -202,7 +203,7 @@ void tree_tick(tree *self, uint64_t now_ms) {
 
 uint64_t tree_next_ms(const tree &self) {
     uint64_t next = self.beat_ms;
-    for (const tree_port &port : self.ports) {
+    for (const tree_port &port : used_ports(self)) {
         const uint64_t dead_ms = port.echoed_ms + span_ms(self, self.timing.dead) + 1;
         const uint64_t quiet_ms = port.up_ms + span_ms(self, self.timing.quiet);
         if (port.alive)

@@ -139,7 +139,9 @@ struct tree {
     uint32_t changes = 0; // goes up when a role, or who takes what where, is another
 
     std::array<tree_port, TREE_PORTS> ports;
+    size_t port_slots = 0; // those behind have never been used: most nodes have a few
     std::array<tree_node, TREE_NODES> nodes;
+    size_t node_places = 0;
     std::array<passing_join, TREE_JOINS> passing;
     std::array<join_to_send, TREE_JOINS> outgoing;
     std::array<stream_notice, TREE_NOTICES> notices;
