@@ -1,5 +1,6 @@
 // What the traffic control programs cost a forwarded frame: frames from one wire through a bridge to another, with
-// nothing on the ports, with a program that does nothing, and with this project's and a live stream. The ways take
+// nothing on the ports, with a program that does nothing, and with this project's and a live stream. Between two links
+// a frame meets two programs, between a host and a link one. The ways take
 // short turns, so that whatever else the machine does meets all of them alike. Prints a JSON list of {"name", "value",
 // "unit"}.
 #include <algorithm>
@@ -32,11 +33,12 @@
 namespace {
 
 constexpr size_t BATCH = 64;
-constexpr size_t BATCHES = 4; // of one turn: short, so that most are undisturbed
+constexpr size_t BATCHES = 4;  // of one turn: short, so that most are undisturbed
+constexpr size_t COUNTING = 3; // ways that count a direction
 
-enum way : size_t { PLAIN, EMPTY_CLSACT, EMPTY_TCX, OURS_CLSACT, OURS_TCX, WAYS };
-constexpr const char *NAMES[] = {"plain bridge", "clsact, empty program", "tcx, empty program", "clsact, ours",
-                                 "tcx, ours"};
+enum way : size_t { PLAIN, EMPTY_CLSACT, EMPTY_TCX, OURS_CLSACT, OURS_TCX, OURS_OUT, OURS_IN, WAYS };
+constexpr const char *NAMES[] = {"plain bridge", "clsact, empty program",   "tcx, empty program",     "clsact, ours",
+                                 "tcx, ours",    "tcx, ours, host to link", "tcx, ours, link to host"};
 
 constexpr kolt_direction DIRECTIONS[] = {kolt_direction::INGRESS, kolt_direction::EGRESS};
 
@@ -128,7 +130,7 @@ double quantile(std::vector<double> values, double part) {
     return values[static_cast<size_t>(part * static_cast<double>(values.size() - 1))];
 }
 
-// One bridge with a wire on either side and, but for PLAIN, programs on both ports.
+// One bridge with a wire on either side, and programs on the ports that are links.
 class lane {
 public:
     lane(way which, kolt_programs *programs) : wires_(2, 1600, 2 * which) {
@@ -138,7 +140,7 @@ public:
                                                     .admits = 1,
                                                     .accepts = 1,
                                                     .class_ = 0});
-            if (which != PLAIN)
+            if (is_link(which, place))
                 guard(which, wires_.port(place), *programs);
         }
         wires_.end(1).send(ethernet_frame(SERVER, CLIENT, 0x9000)); // where the client is
@@ -150,9 +152,15 @@ public:
     }
 
 private:
+    static bool is_link(way which, size_t place) {
+        if (which == OURS_OUT || which == OURS_IN)
+            return place == (which == OURS_OUT ? 1 : 0);
+        return which != PLAIN;
+    }
+
     void guard(way which, uint32_t port, const kolt_programs &programs) {
-        const bool ours = which == OURS_CLSACT || which == OURS_TCX;
-        const bool tcx = which == EMPTY_TCX || which == OURS_TCX;
+        const bool ours = which >= OURS_CLSACT;
+        const bool tcx = which == EMPTY_TCX || which >= OURS_TCX;
         for (const auto direction : DIRECTIONS) {
             kolt_reason why;
             const unique_fd empty = empty_program(direction);
@@ -182,8 +190,8 @@ void check(kolt_streams *streams, size_t frames) {
         tx += records[place].tx_packets;
         rx += records[place].rx_packets;
     }
-    if (tx != 2 * frames || rx != 2 * frames)
-        fprintf(stderr, "%zu frames sent on two lanes, %llu and %llu counted\n", frames,
+    if (tx != COUNTING * frames || rx != COUNTING * frames)
+        fprintf(stderr, "%zu frames sent on %zu lanes, %llu and %llu counted\n", frames, COUNTING,
                 static_cast<unsigned long long>(tx), static_cast<unsigned long long>(rx));
 }
 
