@@ -1,5 +1,6 @@
 """What the tests of the documents share: the files of the tree, and what a Markdown file offers to be pointed at."""
 import functools
+import os
 import re
 import subprocess
 from pathlib import Path
@@ -33,3 +34,8 @@ def anchors(page: Path) -> frozenset[str]:
         if found[anchor]:
             found[f"{anchor}-{found[anchor]}"] = 0
     return frozenset(found)
+
+
+def build_directory() -> Path:
+    """Where the programs are: $KOLT_BUILD, relative to the top of the tree, by default build/release."""
+    return TOP / os.environ.get("KOLT_BUILD", "build/release")
