@@ -48,7 +48,7 @@ wire_result receive_some(int fd, ubus_wire_input &input, void *target, size_t le
         input.have += static_cast<size_t>(got);
         return wire_result::COMPLETE;
     }
-    return got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) ? wire_result::MORE : wire_result::BROKEN;
+    return got < 0 && errno == EAGAIN ? wire_result::MORE : wire_result::BROKEN;
 }
 
 // Whether an attribute's payload has the form its id asks for.

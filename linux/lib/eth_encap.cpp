@@ -26,7 +26,7 @@ int get_ports(message_header *header, char *payload, uint32_t payload_size) {
     call_answer answer;
     if (!named.valid || !bridged_call(named.request, -1, &answer) || answer.reply.result != 0)
         return FAILED;
-    const auto size = static_cast<uint32_t>(carried_records(named.request, answer.reply) * sizeof(bridge_port_record));
+    const auto size = carried_records(named.request, answer.reply) * static_cast<uint32_t>(sizeof(bridge_port_record));
     if (size > 0 && !read_table(answer.table.get(), payload, size))
         return FAILED;
     header->reply_length = size;

@@ -77,7 +77,7 @@ struct [[gnu::packed]] bridge_port_record {
 static_assert(sizeof(bridge_port_record) == 36);
 
 // One Ethernet interface of the device; the name ends in a zero byte.
-struct [[gnu::packed]] ethernet_name_record {
+struct ethernet_name_record {
     char name[16];
 };
 static_assert(sizeof(ethernet_name_record) == 16);

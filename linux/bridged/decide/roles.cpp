@@ -8,7 +8,6 @@ namespace {
 struct place {
     port_role role = ROLE_CLOSED;
     uint8_t node = 0;
-    bool operator==(const place &) const = default;
 };
 
 uint8_t index_of(const tree &self, const tree_node &node) {

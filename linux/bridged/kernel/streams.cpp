@@ -203,7 +203,7 @@ bool kolt_streams::remove(uint32_t slot, uint64_t now) {
 size_t kolt_streams::remove_all(uint64_t now) {
     size_t count = 0;
     for (uint32_t slot = 0; slot < KOLT_MAX_STREAMS; slot++)
-        count += remove(slot, now) ? 1 : 0;
+        count += remove(slot, now) ? 1U : 0U;
     return count;
 }
 
@@ -228,7 +228,7 @@ size_t kolt_streams::sweep(uint64_t now) {
         if (found == KOLT_STREAM_DYING)
             free_if_rested(slot, now);
         if (found == KOLT_STREAM_USED && is_idle(slot, now))
-            forgotten += remove(slot, now) ? 1 : 0;
+            forgotten += remove(slot, now) ? 1U : 0U;
     }
     return forgotten;
 }

@@ -31,7 +31,7 @@ struct watched_socket {
 };
 
 // Ends the process for the step that failed.
-void refuse(const watched_socket &how, int fd, const char *step) {
+[[noreturn]] void refuse(const watched_socket &how, int fd, const char *step) {
     const int error = errno;
     if (how.close_on_failure)
         (void)close(fd);
