@@ -39,10 +39,18 @@ struct watched_socket {
     KOLT_FATAL_ERRNO_AS(how.operation, "%s", step);
 }
 
+// A socket that was overrun has lost messages, which nobody can bring back. Told of it as an error, the loop would take
+// the socket out, and all later messages were lost too.
+void go_on_when_overrun(int fd) {
+    const int on = 1;
+    (void)setsockopt(fd, SOL_NETLINK, NETLINK_NO_ENOBUFS, &on, sizeof on); // go_on_watching() is there for the error
+}
+
 void open_watched(uloop_fd *watcher, const watched_socket &how) {
     const int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, how.protocol);
     if (fd < 0)
         KOLT_FATAL_ERRNO_AS(how.operation, "%s", "socket");
+    go_on_when_overrun(fd);
     const sockaddr_nl own{
         .nl_family = AF_NETLINK, .nl_pad = 0, .nl_pid = static_cast<uint32_t>(getpid()), .nl_groups = how.groups};
     if (bind(fd, reinterpret_cast<const sockaddr *>(&own), sizeof own) != 0)
@@ -80,8 +88,7 @@ void deliver_messages(kolt_event_ctx *ev, int fd, kolt_event_kind kind) {
     }
 }
 
-// The loop takes out a watcher whose socket reports an error, as one does that was overrun. Messages were lost then,
-// but those that come are still wanted.
+// The loop takes out a watcher whose socket reports an error. Whatever it was, the messages that come are still wanted.
 void go_on_watching(uloop_fd *watcher) {
     if (!watcher->registered)
         (void)uloop_fd_add(watcher, ULOOP_READ); // it could be watched before, and can be again

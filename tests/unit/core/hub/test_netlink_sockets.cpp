@@ -98,6 +98,21 @@ TEST_P(WatchedSocket, SocketIsClosedOnExecAndDoesNotBlock) {
     EXPECT_NE(fcntl(watcher().fd, F_GETFL) & O_NONBLOCK, 0);
 }
 
+TEST_P(WatchedSocket, OverrunIsNotToldAsAnError) {
+    init();
+    const std::string option = std::to_string(SOL_NETLINK) + "/" + std::to_string(NETLINK_NO_ENOBUFS) + " 1";
+    ASSERT_FALSE(netlink.options.empty());
+    EXPECT_EQ(netlink.options[0], option);
+}
+
+TEST_P(WatchedSocket, RefusalToKeepQuietAboutAnOverrunIsSurvived) {
+    netlink.setsockopt_error = ENOPROTOOPT;
+    netlink.setsockopt_option = NETLINK_NO_ENOBUFS;
+    init();
+    EXPECT_TRUE(watcher().registered);
+    EXPECT_THAT(logged_texts(), testing::IsEmpty());
+}
+
 TEST_P(WatchedSocket, WatcherIsZeroedFirst) {
     watcher().registered = true; // the loop would take it for a descriptor that it watches
     watcher().eof = true;
