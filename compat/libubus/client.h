@@ -47,8 +47,8 @@ void ubus_connection_broken(ubus_context *ctx);
 // Releases the messages that were kept.
 void ubus_drop_pending(ubus_context *ctx);
 
-// Handles the messages that were kept, in the order of their arrival.
-void ubus_dispatch_pending(ubus_context *ctx);
+// Handles the oldest message that was kept; false when there is none. The others have their turns after it.
+bool ubus_dispatch_pending(ubus_context *ctx);
 
 // Handles one message that is no answer.
 void ubus_dispatch(ubus_context *ctx, const ubus_msghdr &header, const blob_attr *body);

@@ -14,9 +14,6 @@
 
 namespace {
 
-// Messages handled per turn of the loop, so that a busy bus does not starve the other watchers.
-constexpr int MESSAGES_PER_TURN = 16;
-
 int64_t now_ms() {
     timespec now = {};
     (void)clock_gettime(CLOCK_MONOTONIC, &now); // cannot fail with this clock
@@ -28,25 +25,28 @@ void end_loop_if_attached(ubus_context *ctx) {
         uloop_end();
 }
 
+// Receives one message and handles it; false when there is none, or none any more.
+bool handle_received(ubus_context *ctx) {
+    const wire_result result = wire_receive(ctx->sock.fd, *ctx->input);
+    if (result == wire_result::BROKEN)
+        ubus_connection_broken(ctx);
+    if (result != wire_result::COMPLETE)
+        return false;
+    const ubus_msghdr header = wire_header(*ctx->input);
+    blob_attr *body = wire_take_body(*ctx->input); // out of the way of requests that the callback makes
+    ubus_dispatch(ctx, header, body);
+    free(body);
+    return true;
+}
+
+// One message a turn of the loop: a handler may take seconds, and what is due meanwhile, a timer above all, comes
+// between two of them. After a hang-up there is no other turn, because the loop has taken the socket out.
 void handle_socket(uloop_fd *sock, unsigned) {
     ubus_context *ctx = container_of(sock, ubus_context, sock);
-    ubus_dispatch_pending(ctx);
-    // After a hang-up there is no other turn: the loop has taken the socket out.
-    for (int i = 0; i < MESSAGES_PER_TURN || !sock->registered; i++) {
-        const wire_result result = wire_receive(sock->fd, *ctx->input);
-        if (result == wire_result::MORE)
+    do {
+        if (!ubus_dispatch_pending(ctx) && !handle_received(ctx))
             return;
-        if (result == wire_result::BROKEN) {
-            ubus_connection_broken(ctx);
-            return;
-        }
-        const ubus_msghdr header = wire_header(*ctx->input);
-        blob_attr *body = wire_take_body(*ctx->input); // out of the way of requests that the callback makes
-        ubus_dispatch(ctx, header, body);
-        free(body);
-        if (ubus_loop_ending())
-            return;
-    }
+    } while (!sock->registered && !ubus_loop_ending());
 }
 
 void handle_pending_timer(uloop_timeout *timer) {

@@ -113,13 +113,13 @@ void ubus_drop_pending(ubus_context *ctx) {
         free_pending(message);
 }
 
-void ubus_dispatch_pending(ubus_context *ctx) {
-    while (pending_message *message = take_pending(ctx)) {
-        ubus_dispatch(ctx, message->header, message->body);
-        free_pending(message);
-        if (ubus_loop_ending()) {
-            (void)uloop_timeout_set(&ctx->pending_timer, 0); // cannot fail; the rest is for the loop's next run
-            return;
-        }
-    }
+bool ubus_dispatch_pending(ubus_context *ctx) {
+    pending_message *message = take_pending(ctx);
+    if (!message)
+        return false;
+    ubus_dispatch(ctx, message->header, message->body);
+    free_pending(message);
+    if (!list_empty(&ctx->pending))
+        (void)uloop_timeout_set(&ctx->pending_timer, 0); // cannot fail; the next has its turn behind what is due now
+    return true;
 }

@@ -1,10 +1,12 @@
-"""Interfaces that go or change their name while a period waits for the answer to a moved stream."""
+"""Periods among waits: bus events that pause, and moved streams whose answer does not come."""
+import time
 from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
 
 import path_scene as paths
+import scene
 from path_scene import HOSTS, HOT, PathNode
 
 MOVED = 7  # the stream whose move is not answered
@@ -82,3 +84,17 @@ def test_client_is_pinned_anew_when_the_best_path_has_another_index_after_the_wa
 
     period = node.period_with(replace)
     assert period.hd() == [(HOSTS[1], "wlan2.1")]
+
+
+def test_periods_go_on_between_bus_events_that_wait_in_a_row(node: PathNode) -> None:
+    """Each event pauses for as long as a period lasts, so that a timer is due after every one."""
+    paths.set_up(node)
+    scene.start(node, paths.config(bridges={"br-lan": {"loop_avoidance": True, "path_selection": True}}))
+    begin = scene.mark(node)
+    for _ in range(20):
+        node.event("kolt.link_state", {"LINK_WIFI_2G": 1}, settle=False)
+    time.sleep(5.2)
+    fetched = [entry for entry in node.journal(begin, "bridgeTableAction") if entry["args"]["code"] == 2]
+    flushed = scene.requests(node, begin).count("FlushHATable br-lan")  # before the pause and after it
+    assert 8 <= flushed < 40, "the events did not last as long as was looked on"
+    assert len(fetched) >= 4

@@ -47,6 +47,40 @@ protected:
         const Bytes next = event_message(0x7777, OBJECT_ID, "kolt.next", {});
         return answer_to(message + next).substr(0, 8) == "00017777";
     }
+    // Registers at a broker whose script begins with the answer to that, and runs the loop until five events are
+    // handled, each of which makes a timer due. Writes the order of both.
+    void run_with_timer(const ScriptedBroker::Script &script) {
+        order.clear();
+        ScriptedBroker broker(dir.path("sock"), [&](int fd) {
+            greet(fd);
+            reply_object(fd, OBJECT_ID);
+            script(fd);
+            for (int i = 0; i < 5; i++)
+                EXPECT_EQ(receive_message(fd).size(), 28u);
+        });
+        ubus_context *ctx = ubus_connect(dir.path("sock").c_str());
+        ASSERT_TRUE(ctx);
+        ubus_event_handler handler = {};
+        handler.cb = [](ubus_context *, ubus_event_handler *, const char *, blob_attr *) {
+            order += 'e';
+            uloop_timeout_set(&timer, 0);
+        };
+        timer.cb = [](uloop_timeout *) { order += 't'; };
+        ctx->connection_lost = [](ubus_context *) { uloop_end(); };
+        EXPECT_EQ(ubus_register_event_handler(ctx, &handler, "kolt.*"), 0);
+        EXPECT_EQ(ubus_add_uloop(ctx), 0);
+        EXPECT_EQ(uloop_run(), 0);
+        ubus_free(ctx);
+    }
+    static Bytes five_events() {
+        Bytes events_in_one_go;
+        for (uint16_t i = 0; i < 5; i++)
+            events_in_one_go += event_message(i, OBJECT_ID, "kolt.x", {});
+        return events_in_one_go;
+    }
+    static std::string order;
+    static uloop_timeout timer;
+
     struct Event {
         std::string type;
         size_t len;
@@ -58,6 +92,8 @@ protected:
 };
 
 std::vector<UbusEvent::Event> UbusEvent::events;
+std::string UbusEvent::order;
+uloop_timeout UbusEvent::timer = {};
 
 TEST_F(UbusEvent, RegistrationAddsAnEmptyObjectAndNamesThePattern) {
     run([](int) {});
@@ -175,6 +211,23 @@ TEST_F(UbusEvent, ManyInOneGoAllArriveInOrder) {
     ASSERT_EQ(events.size(), 200u);
     EXPECT_EQ(events[0].type, "kolt.0");
     EXPECT_EQ(events[199].type, "kolt.199");
+}
+
+// A handler may take seconds, in which a timer becomes due.
+TEST_F(UbusEvent, TimerThatIsDueComesBetweenTwoThatWait) {
+    run_with_timer([](int fd) {
+        reply_status(fd, 0);
+        EXPECT_TRUE(send_bytes(fd, five_events()));
+    });
+    EXPECT_EQ(order, "etetetetet");
+}
+
+TEST_F(UbusEvent, TimerThatIsDueComesBetweenTwoThatWereKeptDuringARequest) {
+    run_with_timer([](int fd) {
+        EXPECT_TRUE(send_bytes(fd, five_events()));
+        reply_status(fd, 0);
+    });
+    EXPECT_EQ(order, "etetetetet");
 }
 
 TEST_F(UbusEvent, EndOfTheLoopInACallbackLeavesTheNextEventForLater) {
