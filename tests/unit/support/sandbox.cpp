@@ -117,6 +117,6 @@ no_descriptors::no_descriptors() {
 no_descriptors::~no_descriptors() {
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = limit_;
+    limit.rlim_cur = static_cast<rlim_t>(limit_); // of 32 bits on some machines
     setrlimit(RLIMIT_NOFILE, &limit);
 }
