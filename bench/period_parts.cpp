@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
+#include <fcntl.h>
 #include <numeric>
+#include <unistd.h>
 
 #include <duon_bridge.h>
 #include <json-c/json.h>
@@ -17,7 +19,6 @@ constexpr int CODE_HA = 8;
 period_times times;
 period_part own_part = OWN_OTHER; // whose the work between two calls is
 bool measuring;
-bool pipe_is_open; // the daemon has one pipe or file open at a time
 double cpu_then;
 double wall_then;
 std::array<size_t, PERIOD_PARTS> bookings;
@@ -127,7 +128,10 @@ decltype(pclose) __real_pclose, __wrap_pclose;
 decltype(fopen) __real_fopen, __wrap_fopen;
 decltype(fclose) __real_fclose, __wrap_fclose;
 decltype(fgets) __real_fgets, __wrap_fgets;
-decltype(json_object_from_file) __real_json_object_from_file, __wrap_json_object_from_file;
+int __real_open(const char *path, int flags, ...);
+int __wrap_open(const char *path, int flags, ...);
+decltype(read) __real_read, __wrap_read;
+decltype(json_tokener_parse_ex) __real_json_tokener_parse_ex, __wrap_json_tokener_parse_ex;
 decltype(json_object_put) __real_json_object_put, __wrap_json_object_put;
 
 void *__wrap_bridgeAllocTableBuf(uint32_t size, const char *bridge) {
@@ -166,12 +170,10 @@ int __wrap_netlink_msg(int type, void *message, uint32_t size, int protocol) {
 }
 
 FILE *__wrap_popen(const char *command, const char *mode) {
-    pipe_is_open = true;
     return outside(DRIVER_PIPES, __real_popen, command, mode);
 }
 
 int __wrap_pclose(FILE *file) {
-    pipe_is_open = false;
     return outside(DRIVER_PIPES, __real_pclose, file);
 }
 
@@ -184,11 +186,26 @@ int __wrap_fclose(FILE *file) {
 }
 
 char *__wrap_fgets(char *line, int size, FILE *file) {
-    return outside(pipe_is_open ? DRIVER_PIPES : RUNTIME_FILES, __real_fgets, line, size, file);
+    return outside(RUNTIME_FILES, __real_fgets, line, size, file);
 }
 
-json_object *__wrap_json_object_from_file(const char *path) {
-    return outside(RUNTIME_FILES, __real_json_object_from_file, path);
+size_t __real__Z14kolt_read_lineP8_IO_FILEPcm(FILE *lines, char *line, size_t size);
+size_t __wrap__Z14kolt_read_lineP8_IO_FILEPcm(FILE *lines, char *line, size_t size);
+
+size_t __wrap__Z14kolt_read_lineP8_IO_FILEPcm(FILE *lines, char *line, size_t size) {
+    return outside(DRIVER_PIPES, __real__Z14kolt_read_lineP8_IO_FILEPcm, lines, line, size);
+}
+
+int __wrap_open(const char *path, int flags, ...) {
+    return outside(RUNTIME_FILES, __real_open, path, flags);
+}
+
+ssize_t __wrap_read(int fd, void *bytes, size_t size) {
+    return outside(RUNTIME_FILES, __real_read, fd, bytes, size);
+}
+
+json_object *__wrap_json_tokener_parse_ex(json_tokener *tokener, const char *text, int size) {
+    return outside(RUNTIME_FILES, __real_json_tokener_parse_ex, tokener, text, size);
 }
 
 int __wrap_json_object_put(json_object *object) {

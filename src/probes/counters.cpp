@@ -35,7 +35,7 @@ void parse_counters(const char *words, kolt_if_stat *stat) {
 // Scans the table for the first line that contains `key`, wherever in the line it is.
 bool find_counters(FILE *table, const char *key, kolt_if_stat *stat) {
     char line[LINE_SIZE];
-    while (fgets(line, sizeof line, table) != nullptr) {
+    while (kolt_read_line(table, line, sizeof line) > 0) {
         if (const char *words = strstr(line, key)) {
             parse_counters(words, stat);
             return true;

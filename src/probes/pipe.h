@@ -13,3 +13,7 @@ using pipe_ptr = kolt_handle<FILE, pclose>;
 inline pipe_ptr kolt_open_pipe(const char *command) {
     return pipe_ptr(popen(command, "re")); // NOLINT(cert-env33-c): commands are constants and checked names
 }
+
+// Reads the next line, or as much of it as fits with its terminator, and goes on after a signal. How many bytes that
+// were; 0 at the end.
+size_t kolt_read_line(FILE *lines, char *line, size_t size);

@@ -3,6 +3,7 @@
 
 #include "core/names.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -28,8 +29,9 @@ rtk_driver_file rtk_open_driver_file(const char *ifname, kolt_link_type type, co
     return opened;
 }
 
-const char *rtk_next_line(FILE *lines, char (&line)[RTK_LINE_SIZE]) {
-    if (fgets(line, sizeof line, lines) == nullptr)
-        return nullptr;
-    return line + strspn(line, " \t");
+const char *rtk_next_line(rtk_driver_file *file, char (&line)[RTK_LINE_SIZE]) {
+    const size_t room = std::min(sizeof line, file->unread + 1);
+    const size_t length = kolt_read_line(file->lines.get(), line, room);
+    file->unread -= length;
+    return length > 0 ? line + strspn(line, " \t") : nullptr;
 }

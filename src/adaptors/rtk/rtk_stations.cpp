@@ -82,9 +82,9 @@ bool read_station_line(const char *line, station_block *block) {
 }
 
 // The number of stations that the table's first line announces; 0 when it is no such line.
-int announced_stations(FILE *lines) {
+int announced_stations(rtk_driver_file *table) {
     char buffer[RTK_LINE_SIZE];
-    const char *line = rtk_next_line(lines, buffer);
+    const char *line = rtk_next_line(table, buffer);
     const char *header = line ? strstr(line, "-- STA info table --") : nullptr;
     int active = 0;
     if (header == nullptr || sscanf(header, "-- STA info table -- (active: %d)", &active) != 1)
@@ -92,12 +92,12 @@ int announced_stations(FILE *lines) {
     return active;
 }
 
-uint8_t read_stations(FILE *lines, wlan_link *links, int announced) {
+uint8_t read_stations(rtk_driver_file *table, wlan_link *links, int announced) {
     char buffer[RTK_LINE_SIZE];
     station_block block;
     uint8_t count = 0;
     while (count < announced && count < WLAN_MAX_LINKS) {
-        const char *line = rtk_next_line(lines, buffer);
+        const char *line = rtk_next_line(table, buffer);
         if (line == nullptr)
             break;
         if (!read_station_line(line, &block) || block.seen != SEEN_ALL || (block.state & STATE_ASSOCIATED) == 0)
@@ -112,10 +112,10 @@ uint8_t read_stations(FILE *lines, wlan_link *links, int announced) {
 } // namespace
 
 uint8_t wlan_get_links_rtk(const char *ifname, wlan_link *links, kolt_link_type type) {
-    const rtk_driver_file table = rtk_open_driver_file(ifname, type, "sta_info");
+    rtk_driver_file table = rtk_open_driver_file(ifname, type, "sta_info");
     if (!table.lines) {
         KOLT_ERROR("popen cmd %s", table.command);
         return 0;
     }
-    return read_stations(table.lines.get(), links, announced_stations(table.lines.get()));
+    return read_stations(&table, links, announced_stations(&table));
 }

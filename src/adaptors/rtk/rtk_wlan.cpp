@@ -43,14 +43,14 @@ int wlan_get_uplink_rate_rtk(const char *ifname, wlan_uplink_rate *rate, uint8_t
 }
 
 int wlan_get_channel_utilization_rtk(const char *ifname, uint8_t *utilization, kolt_link_type type, uint32_t /*one*/) {
-    const rtk_driver_file stats = rtk_open_driver_file(ifname, type, "stats");
+    rtk_driver_file stats = rtk_open_driver_file(ifname, type, "stats");
     if (!stats.lines) {
         KOLT_ERROR("popen cmd %s", stats.command);
         return 0;
     }
     char buffer[RTK_LINE_SIZE];
     int percent = -1;
-    while (const char *line = rtk_next_line(stats.lines.get(), buffer)) {
+    while (const char *line = rtk_next_line(&stats, buffer)) {
         const char *at = strstr(line, "ch_utilization:");
         if (at != nullptr && sscanf(at, "ch_utilization: %d", &percent) == 1)
             break;

@@ -3,9 +3,14 @@
 #include "adaptors/rtk/rtk_driver_file.h"
 
 #include <cerrno>
+#include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
+#include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 std::vector<std::string> started_commands;
 
@@ -27,9 +32,9 @@ using testing::IsEmpty;
 
 class DriverFile : public DriverFiles {
 protected:
-    static std::string first_line(const rtk_driver_file &file) {
+    static std::string first_line(rtk_driver_file file) {
         char line[RTK_LINE_SIZE];
-        const char *text = file.lines ? rtk_next_line(file.lines.get(), line) : nullptr;
+        const char *text = file.lines ? rtk_next_line(&file, line) : nullptr;
         return text != nullptr ? text : "";
     }
 };
@@ -154,17 +159,73 @@ TEST_F(DriverFile, NameThatWouldRunACommandRunsNone) {
     EXPECT_THAT(started_commands, IsEmpty());
 }
 
-class NextLine : public testing::Test {
+// Announces a million stations, and behind so many bytes a station.
+std::string table_with_a_station_behind(size_t size) {
+    const std::string head = header("1000000");
+    return head + std::string(size - head.size() - 1, 'x') + "\n" + station_block{}.text();
+}
+
+TEST_F(DriverFile, FileThatNeverEndsIsReadToItsLimit) {
+    for (const char *file : {"stats", "sta_info"}) {
+        write_file(std::string("/proc/wlan0/") + file, "");
+        remove_file(std::string("/proc/wlan0/") + file);
+        ASSERT_EQ(symlink("/dev/zero", (std::string("/proc/wlan0/") + file).c_str()), 0);
+    }
+    uint8_t utilization = 33;
+    EXPECT_EQ(wlan_get_channel_utilization_rtk("wlan0", &utilization, KOLT_LINK_2G, 1), 1);
+    EXPECT_EQ(utilization, 33);
+    EXPECT_THAT(read_stations(), IsEmpty());
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "the reader was left behind";
+    EXPECT_THAT(logged(), IsEmpty());
+}
+
+TEST_F(DriverFile, OnlyWhatComesBeforeTheLimitCounts) {
+    const size_t block = station_block{}.text().size();
+    write_stations(table_with_a_station_behind(RTK_FILE_LIMIT - block));
+    EXPECT_THAT(read_stations(), ElementsAre(ONE_STATION));
+    write_stations(table_with_a_station_behind(RTK_FILE_LIMIT - block + 10)); // the last line ends in "rssi:"
+    EXPECT_THAT(read_stations(), IsEmpty());
+}
+
+// A stop signal, say, while the driver takes its time.
+TEST_F(DriverFile, SignalsDuringAReadLoseNothing) {
+    static int signals;
+    signals = 0;
+    struct sigaction counting {};
+    counting.sa_handler = [](int) { signals++; };
+    sigaction(SIGALRM, &counting, nullptr); // without SA_RESTART
+    const itimerval often{.it_interval = {.tv_sec = 0, .tv_usec = 5000}, .it_value = {.tv_sec = 0, .tv_usec = 5000}};
+    write_file("/proc/wlan0/sta_info", "");
+    remove_file("/proc/wlan0/sta_info");
+    ASSERT_EQ(mkfifo("/proc/wlan0/sta_info", 0600), 0);
+    const pid_t driver = fork();
+    if (driver == 0) {
+        std::ofstream file("/proc/wlan0/sta_info");
+        for (const char letter : header("1") + station_block{}.text()) {
+            file << letter << std::flush;
+            usleep(2000);
+        }
+        file.close();
+        _exit(0);
+    }
+    setitimer(ITIMER_REAL, &often, nullptr);
+    EXPECT_THAT(read_stations(), ElementsAre(ONE_STATION));
+    const itimerval never{};
+    setitimer(ITIMER_REAL, &never, nullptr);
+    EXPECT_GT(signals, 5);
+    EXPECT_EQ(waitpid(driver, nullptr, 0), driver);
+}
+
+class NextLine : public DriverFiles {
 protected:
-    // The lines of a text as rtk_next_line tells them.
+    // The lines of a file as rtk_next_line tells them.
     static std::vector<std::string> lines_of(const std::string &text) {
-        std::string bytes = text;
-        FILE *file = fmemopen(bytes.data(), bytes.size(), "r");
+        write_stats(text);
+        rtk_driver_file file = rtk_open_driver_file("wlan0", KOLT_LINK_2G, "stats");
         std::vector<std::string> lines;
         char line[RTK_LINE_SIZE];
-        while (const char *at = rtk_next_line(file, line))
+        while (const char *at = rtk_next_line(&file, line))
             lines.emplace_back(at);
-        fclose(file);
         return lines;
     }
 };
@@ -180,6 +241,15 @@ TEST_F(NextLine, LongLineIsReadA255CharacterPieceAtATime) {
     const std::string line256(256, 'c');
     EXPECT_THAT(lines_of(line254 + "\n" + line255 + "\n" + line256 + "\n"),
                 ElementsAre(line254 + "\n", line255, "\n", std::string(255, 'c'), "c\n"));
+}
+
+TEST_F(NextLine, LimitEndsAFileInTheMiddleOfALine) {
+    const std::vector<std::string> lines = lines_of(std::string(RTK_FILE_LIMIT + 1000, 'a'));
+    size_t sum = 0;
+    for (const std::string &line : lines)
+        sum += line.size();
+    EXPECT_EQ(sum, RTK_FILE_LIMIT);
+    EXPECT_EQ(lines.back().size(), RTK_FILE_LIMIT % 255);
 }
 
 } // namespace
