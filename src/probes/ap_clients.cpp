@@ -1,8 +1,7 @@
 // A list that can be long is read in one bounded piece.
 #include "probes/ap_clients.h"
 
-#include "core/file.h"
-#include "core/json.h"
+#include "core/json_file.h"
 
 namespace {
 
@@ -10,11 +9,11 @@ constexpr char CLIENT_FILE[] = "/tmp/client_mgmt/ap_client_list";
 constexpr size_t CLIENT_FILE_LIMIT = 32768;
 
 json_ptr parse_client_file() {
-    const file_ptr file(fopen(CLIENT_FILE, "re"));
+    const unique_fd file = kolt_open_state_file(CLIENT_FILE);
     if (!file)
         return nullptr;
     char text[CLIENT_FILE_LIMIT + 1];
-    text[fread(text, 1, CLIENT_FILE_LIMIT, file.get())] = '\0'; // what could not be read does not parse
+    text[kolt_read_up_to(file.get(), text, CLIENT_FILE_LIMIT)] = '\0'; // what could not be read does not parse
     return json_ptr(json_tokener_parse(text));
 }
 

@@ -1,7 +1,7 @@
 // Every answer is read afresh: the files belong to the node's other daemons.
 #include "probes/node_state.h"
 
-#include "core/json.h"
+#include "core/json_file.h"
 #include "core/log.h"
 #include "core/names.h"
 
@@ -29,7 +29,7 @@ bool is_up(json_object *file, const char *key) {
 }
 
 int get_mac(const char *path, const char *key, uint8_t *mac) {
-    const json_ptr file(json_object_from_file(path));
+    const json_ptr file = kolt_read_state_file(path);
     return kolt_str_to_mac(json_member_text(file.get(), key), mac, 1);
 }
 
@@ -55,7 +55,7 @@ kolt_work_mode kolt_work_mode_from_string(const char *text) {
 }
 
 kolt_work_mode kolt_get_work_mode() {
-    const json_ptr file(json_object_from_file(WORK_MODE_FILE));
+    const json_ptr file = kolt_read_state_file(WORK_MODE_FILE);
     if (!file) {
         KOLT_ERROR("parse work_mode");
         return KOLT_MODE_UNKNOWN;
@@ -64,7 +64,7 @@ kolt_work_mode kolt_get_work_mode() {
 }
 
 int kolt_get_dhcp_ifname(char *name) {
-    const json_ptr file(json_object_from_file(DHCP_FILE));
+    const json_ptr file = kolt_read_state_file(DHCP_FILE);
     return name != nullptr ? get_field(file.get(), "recv_dhcp_if", name) : 0;
 }
 
@@ -79,7 +79,7 @@ int kolt_get_parent_mac(uint8_t *mac) {
 int kolt_check_link_state(kolt_link_type link) {
     if (link >= KOLT_LINK_COUNT)
         return 0;
-    const json_ptr file(json_object_from_file(LINK_FILES[link]));
+    const json_ptr file = kolt_read_state_file(LINK_FILES[link]);
     if (!file) {
         KOLT_DEBUG("parse link state %s", LINK_FILES[link]);
         return 0;
@@ -88,7 +88,7 @@ int kolt_check_link_state(kolt_link_type link) {
 }
 
 int kolt_check_cap_has_plc() {
-    const json_ptr file(json_object_from_file(LINK_FILES[KOLT_LINK_PLC]));
+    const json_ptr file = kolt_read_state_file(LINK_FILES[KOLT_LINK_PLC]);
     return is_up(file.get(), "cap_has_plc") ? 1 : 0;
 }
 
@@ -122,7 +122,7 @@ int kolt_check_direct_connect_cap() {
 }
 
 int kolt_is_direct_connect_ap() {
-    const json_ptr file(json_object_from_file(WORK_MODE_FILE));
+    const json_ptr file = kolt_read_state_file(WORK_MODE_FILE);
     if (!file)
         return 1; // a node that cannot tell is treated as directly attached
     char texts[2][MAC_TEXT_LENGTH + 3] = {};
@@ -135,7 +135,7 @@ int kolt_is_direct_connect_ap() {
 }
 
 int kolt_get_mesh_dev_num(uint8_t *count) {
-    const json_ptr file(json_object_from_file(MESH_FILE));
+    const json_ptr file = kolt_read_state_file(MESH_FILE);
     if (!file)
         return 0;
     uint8_t devices = 0;
@@ -151,6 +151,6 @@ int kolt_get_mesh_dev_num(uint8_t *count) {
 }
 
 int kolt_get_lan_gw_ip(char *text) {
-    const json_ptr file(json_object_from_file(LAN_FILE));
+    const json_ptr file = kolt_read_state_file(LAN_FILE);
     return get_field(file.get(), "lan_gw", text);
 }

@@ -2,10 +2,13 @@
 #include "probes/uci_options.h"
 
 #include "core/handle.h"
+#include "core/json_file.h"
 #include "core/log.h"
 #include "core/names.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -14,6 +17,8 @@
 
 namespace {
 
+constexpr char CONFIGURATION[] = "/etc/config";
+constexpr char CHANGES[] = "/var/state"; // that were not committed yet
 constexpr size_t TUPLE_SIZE = 64;
 constexpr int MAX_ETH_PORTS = 10;
 
@@ -33,11 +38,24 @@ int read_option(const char *tuple, char *value) {
     return uci_get_value(text, value);
 }
 
+// Whether the library may read what is in a package's place in a folder. It would wait for a pipe's other end, and take
+// in a file of any size.
+bool is_readable(const char *folder, const char *tuple) {
+    char path[sizeof CONFIGURATION + TUPLE_SIZE];
+    (void)snprintf(path, sizeof path, "%s/%.*s", folder, static_cast<int>(strcspn(tuple, ".")), tuple);
+    return kolt_open_state_file(path) || errno == ENOENT || errno == ENOTDIR;
+}
+
+bool look_up(uci_context *context, char *tuple, uci_ptr *found) {
+    return is_readable(CONFIGURATION, tuple) && is_readable(CHANGES, tuple) &&
+           uci_lookup_ptr(context, found, tuple, true) == UCI_OK && found->last != nullptr;
+}
+
 // The text of the option that the tuple names, borrowed from the context; null after a message that names `asked`.
 const char *find_option(uci_context *context, char *tuple, const char *asked) {
     constexpr char OPERATION[] = "uci_get_value";
     uci_ptr found{};
-    if (uci_lookup_ptr(context, &found, tuple, true) != UCI_OK || found.last == nullptr) {
+    if (!look_up(context, tuple, &found)) {
         KOLT_ERROR_AS(OPERATION, "fail to get ptr %s ", asked);
         return nullptr;
     }
@@ -68,8 +86,8 @@ int uci_get_value(char *tuple, char *value) {
         return 0;
     }
     // Refused only for lack of memory, and then the look-up fails.
-    (void)uci_set_confdir(context.get(), "/etc/config");
-    (void)uci_set_savedir(context.get(), "/var/state");
+    (void)uci_set_confdir(context.get(), CONFIGURATION);
+    (void)uci_set_savedir(context.get(), CHANGES);
     const char *text = find_option(context.get(), tuple, asked);
     if (text == nullptr)
         return 0;

@@ -2,4 +2,4 @@
 kolt_fuzz_target(fuzz_driver_files fuzz_driver_files.cpp kolt_rtk kolt_probes kolt_core)
 target_link_options(fuzz_driver_files PRIVATE -Wl,--wrap=popen,--wrap=pclose,--wrap=kolt_activate_link)
 kolt_fuzz_target(fuzz_runtime_files fuzz_runtime_files.cpp kolt_probes kolt_core kolt::jsonc)
-target_link_options(fuzz_runtime_files PRIVATE -Wl,--wrap=json_object_from_file,--wrap=fopen)
+target_link_options(fuzz_runtime_files PRIVATE -Wl,--wrap=open)
