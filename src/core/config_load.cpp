@@ -2,7 +2,7 @@
 // section is being read.
 #include "core/config_load.h"
 
-#include "core/json.h"
+#include "core/json_file.h"
 #include "core/log.h"
 #include "core/names.h"
 
@@ -256,7 +256,8 @@ void load_couples(config *config, json_object *section) {
 } // namespace
 
 void config_load(config *config, const char *path) {
-    json_ptr file(json_object_from_file(path));
+    // "enable" must not be missing for any other reason than that the file lacks it.
+    const json_ptr file = kolt_read_configuration(path);
     if (!file)
         KOLT_FATAL("parse config");
     config->bridge_num = 0;

@@ -12,6 +12,9 @@ from kolt_node.node import build_directory  # noqa: E402
 
 # Only a machine with libbpf and libmnl builds the libraries for a stock kernel.
 collect_ignore = [] if (build_directory() / "linux/lib/libduon-bridge.so").exists() else ["test_bridged_libraries.py"]
+# A sanitized build has an allocator of its own.
+if not (build_directory() / "lib/librefuse-allocation.so").exists():
+    collect_ignore.append("test_allocations.py")
 
 SANITIZER_WORDS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "runtime error:")
 
