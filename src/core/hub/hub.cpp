@@ -36,5 +36,6 @@ void event_free(kolt_event_ctx *ev) {
         if (watcher->fd >= 0 && close(watcher->fd) != 0)
             KOLT_ERROR("close");
     }
+    event_return_stop_signals();
     uloop_done();
 }

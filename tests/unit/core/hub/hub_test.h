@@ -3,6 +3,7 @@
 
 #include "core/config.h"
 #include "core/hub/hub.h"
+#include "core/hub/stop_signals.h"
 #include "core/hub/ubus_events.h"
 #include "core/module.h"
 #include "core/stopwatch.h"
@@ -73,6 +74,7 @@ protected:
             if (watcher->fd > 0)
                 close(watcher->fd);
         }
+        event_return_stop_signals();
         uloop_done();
     }
 

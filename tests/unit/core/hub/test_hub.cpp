@@ -142,6 +142,7 @@ TEST_F(Hub, LoopDeliversTheStartEventOnceAndBeforeItRuns) {
 TEST_F(Hub, LoopEndsOnSignalsWithTheirNumber) {
     end_soon([](uloop_timeout *) { raise(SIGTERM); });
     EXPECT_EQ(event_loop(&node.ev), SIGTERM);
+    event_return_stop_signals();
     end_soon([](uloop_timeout *) { raise(SIGINT); });
     EXPECT_EQ(event_loop(&node.ev), SIGINT);
 }

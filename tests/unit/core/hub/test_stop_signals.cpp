@@ -3,8 +3,12 @@
 #include "hub_test.h"
 
 #include <csignal>
+#include <cstring>
+#include <fstream>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -45,6 +49,11 @@ protected:
         close(ends_[0]);
         close(ends_[1]);
     }
+    // What the kernel tells of the process's clocks.
+    static std::string clocks() {
+        std::ifstream file("/proc/self/timers");
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
     // Reads what never comes; how long that took to end.
     [[nodiscard]] int64_t read_in_vain() const {
         const stopwatch watch;
@@ -55,6 +64,16 @@ protected:
     }
     int ends_[2] = {-1, -1};
 };
+
+// What is waited for here ends never, and each signal would start the clock anew if it could.
+void wait_in_vain() {
+    for (;;) {
+        usleep(500000);
+        raise(SIGTERM);
+    }
+}
+
+using StopSignalsDeathTest = StopSignals;
 
 } // namespace
 
@@ -94,14 +113,70 @@ TEST_F(StopSignals, SignalOfAnEarlierWaitIsForgottenByTheNext) {
     EXPECT_EQ(event_loop(&node.ev), 0);
 }
 
-TEST_F(StopSignals, LoopLeavesTheMaskAsItWas) {
+TEST_F(StopSignals, SignalsAreTheLoopsAloneAgainOnceTheyAreReturned) {
     const signal_state before = current_state();
     event_hold_stop_signals();
-    EXPECT_TRUE(current_state().blocked[SIGTERM]);
-    EXPECT_TRUE(current_state().blocked[SIGINT]);
+    EXPECT_NE(current_state(), before);
     raise(SIGTERM);
     EXPECT_EQ(event_loop(&node.ev), SIGTERM);
+    EXPECT_NE(current_state(), before);
+    event_return_stop_signals();
     EXPECT_EQ(current_state(), before);
+    EXPECT_EQ(clocks(), "");
+}
+
+TEST_F(StopSignals, SignalsThatWereBlockedBeforeTheStartAreNoticed) {
+    sigset_t all;
+    sigfillset(&all);
+    sigset_t before;
+    sigprocmask(SIG_BLOCK, &all, &before);
+    event_hold_stop_signals();
+    raise(SIGTERM);
+    EXPECT_EQ(event_loop(&node.ev), SIGTERM);
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+}
+
+// The call may be in the middle of a driver's table.
+TEST_F(StopSignals, SignalsInterruptNoSystemCall) {
+    event_hold_stop_signals();
+    for (const bool in_loop : {false, true}) {
+        if (in_loop) {
+            raise(SIGTERM);
+            EXPECT_EQ(event_loop(&node.ev), SIGTERM);
+        }
+        const pid_t other = fork();
+        if (other == 0) {
+            usleep(50000);
+            kill(getppid(), SIGTERM);
+            usleep(50000);
+            _exit(write(ends_[1], "x", 1) == 1 ? 0 : 1);
+        }
+        char byte = 0;
+        EXPECT_EQ(read(ends_[0], &byte, 1), 1) << strerror(errno);
+        EXPECT_EQ(waitpid(other, nullptr, 0), other);
+    }
+    event_return_stop_signals();
+}
+
+TEST_F(StopSignalsDeathTest, SignalBeforeTheLoopRunsEndsTheProcessInFourSeconds) {
+    const stopwatch watch;
+    EXPECT_EXIT((event_hold_stop_signals(), wait_in_vain()), testing::ExitedWithCode(0), "^$");
+    EXPECT_GE(watch.ms(), 4000);
+    EXPECT_LT(watch.ms(), 5000);
+}
+
+TEST_F(StopSignalsDeathTest, SignalDuringACallbackEndsTheProcessInFourSeconds) {
+    const auto run = [this] {
+        event_hold_stop_signals();
+        uloop_timeout callback{};
+        callback.cb = [](uloop_timeout * /*timer*/) { wait_in_vain(); };
+        uloop_timeout_set(&callback, 50);
+        (void)event_loop(&node.ev);
+    };
+    const stopwatch watch;
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "^$");
+    EXPECT_GE(watch.ms(), 4000);
+    EXPECT_LT(watch.ms(), 5000);
 }
 
 TEST_F(StopSignals, WaitForTheStartLeavesHandlersMaskAndTimerAsTheyWere) {
@@ -109,10 +184,11 @@ TEST_F(StopSignals, WaitForTheStartLeavesHandlersMaskAndTimerAsTheyWere) {
     const signal_state before = current_state();
     {
         const bus_wait wait = bus_wait::until_stopped();
-        EXPECT_TRUE(current_state().blocked[SIGTERM]) << "what comes now is for the loop";
+        EXPECT_EQ(current_state().handlers[SIGTERM], before.handlers.at(SIGTERM)) << "what comes now is for the loop";
         EXPECT_TRUE(current_state().ticking);
     }
     EXPECT_EQ(current_state(), before);
+    event_return_stop_signals();
 }
 
 TEST_F(StopSignals, WaitWithATimeLeavesHandlersMaskAndTimerAsTheyWere) {

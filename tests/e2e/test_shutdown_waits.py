@@ -1,0 +1,95 @@
+"""How the daemon ends while it waits for what never comes: within five seconds, with status 0."""
+import signal
+import time
+from collections.abc import Iterator
+from pathlib import Path
+
+import pytest
+
+import path_scene as paths
+import scene
+from path_scene import PathNode
+
+STOPS = [signal.SIGTERM, signal.SIGINT]
+STATIONS = "/proc/net/rtk_wifi6/wlan1/sta_info"
+TABLE = ["-- STA info table -- (active: 1)", "stat_info...", "    hwaddr: 021000000010", "    state: 1",
+         "    current_tx_rate: VHT 433", "    current_rx_rate: VHT 7", "    rssi: 40"]
+
+
+@pytest.fixture(scope="module")
+def shared(build: Path) -> Iterator[PathNode]:
+    yield from paths.lend(build)
+
+
+@pytest.fixture
+def node(shared: PathNode) -> Iterator[PathNode]:
+    for lent in shared.lend():
+        paths.set_up(lent)
+        yield lent
+
+
+def driver_writes(node: PathNode, script: str) -> None:
+    """From now on a radio's stations are what a shell writes to its descriptor 3, and go on until it ends."""
+    node.run(["/bin/sh", "-c", f"rm -f {STATIONS}; mkfifo {STATIONS}"])
+    node.spawn(["/bin/sh", "-c", f"exec 3<>{STATIONS}; {script}"])
+
+
+def driver_pauses_in_its_second_table(node: PathNode) -> None:
+    """The first is for keeping the link awake; of the second, all but the end comes before there is a /tmp/go."""
+    text = "\n".join(TABLE) + "\n"
+    node.write_file("/tmp/begin", text[:-25])
+    node.write_file("/tmp/end", text[-25:])
+    for name in ("/tmp/go", "/tmp/half"):
+        node.remove_file(name)
+    node.run(["/bin/sh", "-c", f"rm -f {STATIONS} {STATIONS}2; mkfifo {STATIONS} {STATIONS}2"])
+    node.spawn(["/bin/sh", "-c", f"exec 3>{STATIONS}; mv {STATIONS}2 {STATIONS}; cat /tmp/begin /tmp/end >&3; "
+                                 f"exec 3<>{STATIONS}; cat /tmp/begin >&3; echo >/tmp/half; "
+                                 "while [ ! -e /tmp/go ]; do sleep 0.05; done; cat /tmp/end >&3"])
+
+
+def wait_for_a_reader(node: PathNode) -> None:
+    """Waits until the daemon has a child, and some time more."""
+    children = Path(f"/proc/{node.daemon.pid}/task/{node.daemon.pid}/children")
+    node.wait_for(lambda: children.read_text() != "", 5, "the reader of the driver's file")
+    time.sleep(0.3)
+    assert children.read_text() != "", "the reader did not wait"
+
+
+def seconds_to_end(node: PathNode, number: int) -> float:
+    """Ends the daemon, whose patience is not renewed by another signal."""
+    begin = time.monotonic()
+    node.signal(node.daemon, number)
+    time.sleep(0.5)
+    node.signal(node.daemon, number)
+    assert node.wait_exit(node.daemon, timeout=8) == 0
+    return time.monotonic() - begin
+
+
+class TestDriver:
+    @pytest.mark.parametrize("number", STOPS)
+    def test_driver_that_tells_nothing_does_not_hold_the_end_up(self, node: PathNode, number: int) -> None:
+        driver_writes(node, "sleep 1000")
+        scene.start(node, paths.config(), ready=False)
+        wait_for_a_reader(node)
+        assert 3.5 < seconds_to_end(node, number) < 5
+
+    def test_reader_that_does_not_end_does_not_hold_the_end_up(self, node: PathNode) -> None:
+        """The daemon has seen enough, closes the pipe, and waits for the child that waits for the driver."""
+        driver_writes(node, "echo '-- STA info table -- (active: 0)' >&3; sleep 1000")
+        scene.start(node, paths.config(), ready=False)
+        wait_for_a_reader(node)
+        assert not any("pipe" in name for number, name in node.descriptors().items() if number > 2)
+        assert 3.5 < seconds_to_end(node, signal.SIGTERM) < 5
+
+    @pytest.mark.parametrize("number", [*STOPS, signal.SIGCHLD])
+    def test_signal_does_not_cut_a_table_short(self, node: PathNode, number: int) -> None:
+        """The driver takes its time, and stops within a line when the signal comes."""
+        driver_pauses_in_its_second_table(node)
+        scene.start(node, paths.config(), ready=False)
+        node.wait_for(lambda: "half" in node.list_directory("/tmp"), 5, "the first half of the table")
+        wait_for_a_reader(node)
+        begin = scene.mark(node)
+        node.signal(node.daemon, number)
+        time.sleep(0.2)
+        node.write_file("/tmp/go", "")
+        node.wait_log("ifname: wlan1, txrate: 433, rxrate: 433, rssi: 40", since=begin)
