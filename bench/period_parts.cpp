@@ -212,11 +212,11 @@ int __wrap_json_object_put(json_object *object) {
     return outside(RUNTIME_FILES, __real_json_object_put, object);
 }
 
-int __real__Z20kolt_send_notify_msgPKv(const void *record);
-int __wrap__Z20kolt_send_notify_msgPKv(const void *record);
+int __real__Z20kolt_send_notify_msgPKvP16kolt_wait_budget(const void *record, void *budget);
+int __wrap__Z20kolt_send_notify_msgPKvP16kolt_wait_budget(const void *record, void *budget);
 
-int __wrap__Z20kolt_send_notify_msgPKv(const void *record) {
-    return outside(NOTIFICATIONS, __real__Z20kolt_send_notify_msgPKv, record);
+int __wrap__Z20kolt_send_notify_msgPKvP16kolt_wait_budget(const void *record, void *budget) {
+    return outside(NOTIFICATIONS, __real__Z20kolt_send_notify_msgPKvP16kolt_wait_budget, record, budget);
 }
 
 } // extern "C"

@@ -28,7 +28,7 @@ void log_streams(const kolt_client &client) {
 bool move_if_it_fits(const balancing &at, const ha_entry &entry, const ps_quota_step &step) {
     ps_path &best = *at.best;
     if (step.quota >= static_cast<uint32_t>(best.quota) ||
-        path_selection_update_ha_entry(at.interfaces, at.bridge, entry, best) == 0)
+        path_selection_update_ha_entry(at.interfaces, at.bridge, entry, best, at.budget) == 0)
         return false;
     const int remain = best.quota - static_cast<int>(step.quota);
     KOLT_INFO_AS(BALANCING, "ha_rate: %d, req_quota: %d, quota remain: %d", static_cast<int>(step.rate),

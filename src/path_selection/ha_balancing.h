@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/config.h"
+#include "core/hub/netlink_request.h"
 #include "path_selection/decide/paths.h"
 #include "path_selection/decide/stream_share.h"
 #include "path_selection/interface_cache.h"
@@ -16,7 +17,8 @@ struct balancing {
     const char *bridge = nullptr;
     interface_cache *interfaces = nullptr;
     ps_path_table *paths = nullptr;
-    ps_path *best = nullptr; // a row of the table
+    ps_path *best = nullptr;            // a row of the table
+    kolt_wait_budget *budget = nullptr; // for the parent's answers
 };
 
 // Moves the client's streams within the quota of the best path, which it lowers.

@@ -14,6 +14,9 @@
 
 namespace {
 
+// What all moves of a period may wait for the parent node's answers, which hold up every other source.
+constexpr int64_t ANSWERS_MS = 2000;
+
 constexpr char WAN_BRIDGE[] = "br-wan"; // never steered while the node extends another's network
 
 // Reads the clients into records that are as good as new.
@@ -65,7 +68,7 @@ void read_ports(config *config, const char *bridge, sorted_ports *ports) {
 }
 
 // One bridge's share of a period; false when no further bridge is to be visited.
-bool visit_bridge(config *config, const config_bridge &bridge, ps_workspace *workspace) {
+bool visit_bridge(config *config, const config_bridge &bridge, ps_workspace *workspace, kolt_wait_budget *budget) {
     const kolt_name_text name(bridge.name);
     if (kolt_get_work_mode() == KOLT_MODE_RE && strcmp(name.text, WAN_BRIDGE) == 0)
         return true;
@@ -81,15 +84,16 @@ bool visit_bridge(config *config, const config_bridge &bridge, ps_workspace *wor
     path_selection_activate_links(config->param, ports.paths.span());
     const kolt_interface_list paths = ports.paths.list();
     const kolt_interface_list nonrelay = ports.nonrelay.list();
-    path_selection_update_uplink_paths(config, name.text, &paths, &nonrelay, &clients, &workspace->ranking);
+    path_selection_update_uplink_paths(config, name.text, &paths, &nonrelay, &clients, &workspace->ranking, budget);
     return true;
 }
 
 } // namespace
 
 void path_selection_run_period(config *config, ps_workspace *workspace) {
+    kolt_wait_budget budget{.left_ms = ANSWERS_MS};
     for (uint32_t i = 0; i < config->bridge_num; i++) {
-        if (!visit_bridge(config, config->bridges[i], workspace))
+        if (!visit_bridge(config, config->bridges[i], workspace, &budget))
             return;
     }
 }

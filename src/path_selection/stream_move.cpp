@@ -2,7 +2,6 @@
 #include "path_selection/stream_move.h"
 
 #include "adaptors/flow_cache.h"
-#include "core/hub/netlink_request.h"
 #include "core/log.h"
 #include "probes/bridge_tables.h"
 #include "probes/node_state.h"
@@ -63,7 +62,7 @@ int move_cached_stream(const char *bridge, const ha_entry &entry, const char *pa
     return flushed;
 }
 
-void notify_parent(interface_cache *interfaces, const ha_entry &entry, const ps_path &best) {
+void notify_parent(interface_cache *interfaces, const ha_entry &entry, const ps_path &best, kolt_wait_budget *budget) {
     notify_record record;
     if (kolt_get_parent_mac(record.parent_mac) == 0)
         return;
@@ -73,7 +72,7 @@ void notify_parent(interface_cache *interfaces, const ha_entry &entry, const ps_
     record.dst_port = entry.dst_port;
     record.protocol = entry.protocol;
     record.path = static_cast<uint8_t>(best.path);
-    const bool answered = kolt_send_notify_msg(&record) == 1;
+    const bool answered = kolt_send_notify_msg(&record, budget) == 1;
     interfaces->after_wait();
     if (answered)
         KOLT_INFO_AS(MOVING, "send notify msg success");
@@ -84,11 +83,11 @@ void notify_parent(interface_cache *interfaces, const ha_entry &entry, const ps_
 } // namespace
 
 int path_selection_update_ha_entry(interface_cache *interfaces, const char *bridge, const ha_entry &entry,
-                                   const ps_path &best) {
+                                   const ps_path &best, kolt_wait_budget *budget) {
     const kolt_name_text path(best.name);
     const int result = entry.is_fcache == 0 ? move_bridge_stream(bridge, entry, path.text)
                                             : move_cached_stream(bridge, entry, path.text);
     if (result != 0)
-        notify_parent(interfaces, entry, best);
+        notify_parent(interfaces, entry, best, budget);
     return result;
 }

@@ -20,12 +20,13 @@ constexpr char OPERATION[] = "path_selection_update_uplink_paths";
 
 // What a bridge's period has decided before it comes to the clients.
 struct uplink_period {
-    explicit uplink_period(int link_fd) : interfaces(link_fd) {}
+    uplink_period(int link_fd, kolt_wait_budget *answers) : interfaces(link_fd), budget(answers) {}
 
     uint8_t bridge_mac[KOLT_MAC_SIZE] = {};
     uint8_t reference_mac[KOLT_MAC_SIZE] = {}; // none
     ps_path_table paths;
     interface_cache interfaces; // filled only once everything is measured
+    kolt_wait_budget *budget;
     kolt_link_type backhaul = PATH_NONE;
     int is_prefered = 0;
     uint8_t adjust = 0;
@@ -97,7 +98,8 @@ void place_client(const config *config, const char *bridge, uplink_period *perio
                                                .bridge = bridge,
                                                .interfaces = &period->interfaces,
                                                .paths = &period->paths,
-                                               .best = best},
+                                               .best = best,
+                                               .budget = period->budget},
                                               client);
 }
 
@@ -122,8 +124,8 @@ int path_selection_is_norelay_client(const kolt_client &client) {
 
 void path_selection_update_uplink_paths(config *config, const char *bridge, const kolt_interface_list *path_ports,
                                         const kolt_interface_list *nonrelay_ports, kolt_client_list *clients,
-                                        kolt_stream_ranking *ranking) {
-    uplink_period period(config->ev.wifi_fd.fd);
+                                        kolt_stream_ranking *ranking, kolt_wait_budget *budget) {
+    uplink_period period(config->ev.wifi_fd.fd, budget);
     if (kolt_get_bridge_mac(bridge, period.bridge_mac) != 1) {
         KOLT_ERROR("get br mac");
         return;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/config.h"
+#include "core/hub/netlink_request.h"
 #include "core/interface_list.h"
 #include "path_selection/decide/paths.h"
 #include "probes/streams/ranking.h"
@@ -9,10 +10,10 @@
 #include <cstdint>
 
 // Measures the paths, then places every client and, where paths are unevenly loaded, its streams. `ranking` lends its
-// memory.
+// memory; the budget is for the answers of the parent node to all moves of a period.
 void path_selection_update_uplink_paths(config *config, const char *bridge, const kolt_interface_list *path_ports,
                                         const kolt_interface_list *nonrelay_ports, kolt_client_list *clients,
-                                        kolt_stream_ranking *ranking);
+                                        kolt_stream_ranking *ranking, kolt_wait_budget *budget);
 
 // The path with the most capacity for the client, the lower type among equals; null without any.
 ps_path *path_selection_get_best_path(const kolt_client &client, ps_path_table *paths);

@@ -98,3 +98,22 @@ def test_periods_go_on_between_bus_events_that_wait_in_a_row(node: PathNode) -> 
     flushed = scene.requests(node, begin).count("FlushHATable br-lan")  # before the pause and after it
     assert 8 <= flushed < 40, "the events did not last as long as was looked on"
     assert len(fetched) >= 4
+
+
+def test_moves_without_an_answer_cost_two_seconds_a_period(node: PathNode) -> None:
+    """All are made and told all the same: the parent may have heard what it does not answer."""
+    hosts = [f"02:40:00:00:00:{number:02x}" for number in range(100)]
+    paths.set_up(node)
+    paths.add_hosts(node, hosts, "eth0", pinned="wlan2.1")
+    node.set_table("br-lan", "ha", [paths.stream(node, number, "wlan0.1", host=host)
+                                    for number, host in enumerate(hosts)])
+    node.set_load(load_2_4g=HOT)
+    node.answer_requests(silent=True)
+    scene.start(node, paths.config())
+    node.wait_for(lambda: len(node.log(text="send notify msg failed")) == len(hosts), 10, "the end of the period")
+    told = [entry["time"] for entry in node.journal(call="sendto") if entry["args"]["type"] == 14]
+    assert len(told) == len(node.journal(call="bridgeSetHATableEntries")) == len(hosts)
+    assert 1.9e9 < told[-1] - told[0] < 3.5e9
+    begin = time.monotonic()
+    assert node.stop_daemon() == 0
+    assert time.monotonic() - begin < 5

@@ -4,6 +4,7 @@
 #include "core/handle.h"
 #include "core/log.h"
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
@@ -24,9 +25,8 @@ int64_t now_ms() {
     return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
 
-// True when there is something to read within the time-out; signals do not shorten the wait.
-bool wait_for_reply(int fd) {
-    const int64_t deadline = now_ms() + REPLY_TIMEOUT_MS;
+// True when there is something to read before `deadline`; signals do not shorten the wait.
+bool wait_for_reply_until(int fd, int64_t deadline) {
     pollfd watched{.fd = fd, .events = POLLIN, .revents = 0};
     for (;;) {
         const int64_t left = deadline - now_ms();
@@ -36,7 +36,16 @@ bool wait_for_reply(int fd) {
     }
 }
 
-int exchange_message(int fd, nlmsghdr *message) {
+bool wait_for_reply(int fd, kolt_wait_budget *budget) {
+    const int64_t begin = now_ms();
+    if (budget == nullptr)
+        return wait_for_reply_until(fd, begin + REPLY_TIMEOUT_MS);
+    const bool came = wait_for_reply_until(fd, begin + std::min(REPLY_TIMEOUT_MS, budget->left_ms));
+    budget->left_ms = std::max<int64_t>(0, budget->left_ms - (now_ms() - begin));
+    return came;
+}
+
+int exchange_message(int fd, nlmsghdr *message, kolt_wait_budget *budget) {
     const sockaddr_nl kernel{.nl_family = AF_NETLINK, .nl_pad = 0, .nl_pid = 0, .nl_groups = 0};
     const auto size = static_cast<int>(message->nlmsg_len);
     constexpr char OPERATION[] = "kolt_netlink_msg";
@@ -53,7 +62,7 @@ int exchange_message(int fd, nlmsghdr *message) {
         KOLT_ERROR_AS(OPERATION, "netlink socket send failed\n");
         return 0;
     }
-    if (!wait_for_reply(fd))
+    if (!wait_for_reply(fd, budget))
         return 0;
     if (recv(fd, message, static_cast<size_t>(size), MSG_WAITALL) <= 0) {
         KOLT_ERROR_AS(OPERATION, "netlink socket receive failed\n");
@@ -64,7 +73,7 @@ int exchange_message(int fd, nlmsghdr *message) {
 
 } // namespace
 
-int kolt_netlink_msg(uint16_t type, void *buffer, uint32_t payload_length, int protocol) {
+int kolt_netlink_msg(uint16_t type, void *buffer, uint32_t payload_length, int protocol, kolt_wait_budget *budget) {
     if (port_id == 0)
         port_id = static_cast<uint32_t>(getpid());
 
@@ -86,17 +95,17 @@ int kolt_netlink_msg(uint16_t type, void *buffer, uint32_t payload_length, int p
     message->nlmsg_type = type;
     message->nlmsg_flags = 0;
     message->nlmsg_pid = port_id;
-    const int result = exchange_message(fd.get(), message);
+    const int result = exchange_message(fd.get(), message, budget);
     if (fd.get() == 0)
         (void)fd.release(); // a daemon's standard input, whatever took its place, is not a request's to close
     return result;
 }
 
-int kolt_send_notify_msg(const void *record) {
+int kolt_send_notify_msg(const void *record, kolt_wait_budget *budget) {
     struct {
         nlmsghdr header;
         uint8_t payload[KOLT_NOTIFY_SIZE];
     } message{};
     memcpy(message.payload, record, sizeof message.payload);
-    return kolt_netlink_msg(REQUEST_NOTIFY, &message, sizeof message.payload, KOLT_NETLINK_REQUEST);
+    return kolt_netlink_msg(REQUEST_NOTIFY, &message, sizeof message.payload, KOLT_NETLINK_REQUEST, budget);
 }

@@ -51,7 +51,8 @@ protected:
                 .bridge = "br-lan",
                 .interfaces = &interfaces_,
                 .paths = &paths_,
-                .best = &best_};
+                .best = &best_,
+                .budget = &budget_};
     }
 
     // How many streams the library was told to move.
@@ -64,6 +65,7 @@ protected:
     ps_path &best_ = add_row(KOLT_LINK_5G, "wlan1.1", 20, 10000);
     std::vector<kolt_client> clients_;
     interface_cache interfaces_;
+    kolt_wait_budget budget_{.left_ms = 2000};
     std::optional<test_interface> hot_{std::in_place, "wlan0.1", HOT_PORT};
     test_interface target_{"wlan1.1", BEST_PORT};
     test_interface cool_{"wlan2.1", COOL_PORT};

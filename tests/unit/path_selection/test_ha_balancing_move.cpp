@@ -26,7 +26,7 @@ protected:
     }
 
     int move() {
-        return path_selection_update_ha_entry(&interfaces_, "br-lan", entry_, best_);
+        return path_selection_update_ha_entry(&interfaces_, "br-lan", entry_, best_, &budget_);
     }
 
     static void set_parent() {

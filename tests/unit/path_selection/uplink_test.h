@@ -39,7 +39,8 @@ protected:
         kolt_stream_ranking ranking;
         clear_log();
         platform.calls.clear();
-        path_selection_update_uplink_paths(&config_, "br-lan", &paths, &paths, &list, &ranking);
+        kolt_wait_budget budget{.left_ms = 2000};
+        path_selection_update_uplink_paths(&config_, "br-lan", &paths, &paths, &list, &ranking, &budget);
     }
     static kolt_client make_client(uint8_t number, uint32_t port, uint8_t relay = 0) {
         kolt_client client;

@@ -6,6 +6,7 @@
 #include "core/hub/netlink_request.h"
 
 #include <fcntl.h>
+#include <numeric>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -38,6 +39,7 @@ protected:
         return {reinterpret_cast<const char *>(buffer), size};
     }
     alignas(nlmsghdr) uint8_t buffer[128];
+    kolt_wait_budget budget{.left_ms = 2000};
 };
 
 struct length_row {
@@ -267,7 +269,7 @@ TEST_F(Request, NotifyIsA48ByteMessageWithTheRecordVerbatim) {
     for (char byte = 1; byte <= 32; byte++)
         record += byte;
     const std::string before = record;
-    EXPECT_EQ(kolt_send_notify_msg(record.data()), 1);
+    EXPECT_EQ(kolt_send_notify_msg(record.data(), &budget), 1);
     EXPECT_EQ(record, before); // the reply overwrites a copy
     ASSERT_EQ(netlink.requests.size(), 1U);
     EXPECT_EQ(netlink.requests[0].bytes.size(), 48U);
@@ -278,6 +280,37 @@ TEST_F(Request, NotifyIsA48ByteMessageWithTheRecordVerbatim) {
 TEST_F(Request, NotifyGivesTheResultOfItsRequest) {
     netlink.sendto_error = EPERM;
     const std::string record(32, 'r');
-    EXPECT_EQ(kolt_send_notify_msg(record.data()), 0);
+    EXPECT_EQ(kolt_send_notify_msg(record.data(), &budget), 0);
     EXPECT_THAT(logged(), testing::ElementsAre(log_line{3, "kolt_netlink_msg", "Error: netlink socket send failed\n"}));
+}
+
+TEST_F(Request, RowOfRequestsWithoutAReplyWaitsNoLongerThanItsBudget) {
+    netlink.silent = true;
+    const std::string record(32, 'r');
+    std::vector<int64_t> waits;
+    budget.left_ms = 1300;
+    for (int i = 0; i < 20; i++) {
+        const stopwatch watch;
+        EXPECT_EQ(kolt_send_notify_msg(record.data(), &budget), 0);
+        waits.push_back(watch.ms());
+    }
+    EXPECT_EQ(netlink.requests.size(), 20U) << "all are sent";
+    EXPECT_NEAR(static_cast<double>(waits[0]), 1000, 100);
+    EXPECT_NEAR(static_cast<double>(waits[1]), 300, 100);
+    EXPECT_LT(std::accumulate(waits.begin() + 2, waits.end(), int64_t{0}), 100);
+    EXPECT_EQ(budget.left_ms, 0);
+    EXPECT_THAT(logged_texts(), testing::IsEmpty());
+}
+
+TEST_F(Request, ReplyThatIsThereAtOnceCountsWithoutABudget) {
+    budget.left_ms = 0;
+    const std::string record(32, 'r');
+    EXPECT_EQ(kolt_send_notify_msg(record.data(), &budget), 1);
+}
+
+TEST_F(Request, ReplyThatIsThereAtOnceLeavesTheBudgetWhole) {
+    const std::string record(32, 'r');
+    for (int i = 0; i < 100; i++)
+        EXPECT_EQ(kolt_send_notify_msg(record.data(), &budget), 1);
+    EXPECT_GT(budget.left_ms, 1900);
 }
