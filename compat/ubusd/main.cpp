@@ -15,6 +15,7 @@
 namespace {
 
 constexpr int BACKLOG = 16;
+constexpr mode_t OWNER_ONLY = 0600; // who can connect can send every event: there are no other rules
 
 int usage(const char *program) {
     (void)fprintf(stderr, "Usage: %s [-s SOCKET]\n  -s SOCKET  listen here instead of at %s\n", program,
@@ -71,8 +72,8 @@ int open_listener(const char *path) {
         return fail("cannot listen at", path);
     }
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd >= 0 && bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 &&
-        listen(fd, BACKLOG) == 0)
+    if (fd >= 0 && fchmod(fd, OWNER_ONLY) == 0 &&
+        bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 && listen(fd, BACKLOG) == 0)
         return fd;
     fail("cannot listen at", path);
     if (fd >= 0)

@@ -2,6 +2,7 @@
 #include "ubusd_support.h"
 
 #include <set>
+#include <sys/stat.h>
 
 namespace {
 
@@ -17,6 +18,13 @@ TEST_F(Ubusd, GreetsEveryClientWithAnIdOfItsOwn) {
     }
     EXPECT_EQ(ids.size(), 8u);
     EXPECT_EQ(ids.count(0), 0u);
+}
+
+// Who can connect can send the daemon any event.
+TEST_F(Ubusd, SocketIsItsOwnersAlone) {
+    struct stat info = {};
+    ASSERT_EQ(lstat(broker.socket().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777U, 0600U);
 }
 
 TEST_F(Ubusd, GreetingIsHelloOfSequenceZeroWithAnEmptyBlob) {
