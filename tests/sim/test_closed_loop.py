@@ -11,6 +11,7 @@ import pytest
 from homes import home, path, stream
 from kolt_node import LogRecord, Node, NodeError
 from kolt_node.node import build_directory
+from kolt_sim.beside import WAYS
 from kolt_sim.compare import SilentView
 from kolt_sim.loop import closed
 from kolt_sim.loop.tables import FIRST_PORT, client_mac
@@ -438,3 +439,16 @@ def test_a_build_without_the_daemon_is_an_error_that_names_it(loop, tmp_path):
     with pytest.raises(NodeError, match=re.escape(str(tmp_path / "bin/kolt")) + ": No such file"):
         loop.run(quiet_home(), tmp_path)
     assert is_gone(loop.node)
+
+
+# Beside the daemon
+
+def test_simpler_ways_to_use_the_links_are_judged_over_the_same_ticks(loop):
+    result, _ = loop.run(home(TWO, HOME, films(20, 40), duration=20))
+    judgement, total = result["judgement"], result["series"]["total"]
+    assert [judgement[way]["demand"] for way in WAYS] == [800.0] * 3
+    assert [len(total[way]) for way in WAYS] == [20] * 3
+    assert judgement["best_link"]["goodput"] == pytest.approx(600.5 / (1 + ACK_SHARE), abs=0.01)
+    assert judgement["hash"]["storm_seconds"] == judgement["without"]["storm_seconds"] == 20
+    assert result["ratios"]["by_best_link"] == pytest.approx(
+        judgement["with"]["goodput"] / judgement["best_link"]["goodput"], abs=0.001)

@@ -10,7 +10,7 @@ from kolt_node.clock import SimulatedClock
 from kolt_node.control import NodeError
 from kolt_node.node import build_directory
 
-from .. import judge
+from .. import beside, judge
 from ..model.ideal import broken
 from ..model.world import UPLINK, World
 from ..record import RESULT_FORMAT, Frame, PathFrame, Recorder
@@ -53,6 +53,7 @@ class _Run:
         self.period = float(self.config["param"]["period"])
         clients = len(scenario.clients)
         self.ledgers = {name: judge.Ledger.empty(clients, scenario.tick) for name in ("with", "without", "ideal")}
+        self.beside = beside.Beside(self.plain)
         self.recorder = Recorder()
         self.quotas: dict[str, float] = {}
         self.happened = self.world.begin(0.0)
@@ -118,6 +119,7 @@ class _Run:
         runs = {"with": (world.payload, storm), "without": (plain.payload, storm_without), "ideal": (ideal, [])}
         for name, (payload, loop) in runs.items():
             self.ledgers[name].add(time, world.traffic.client, world.wanted, payload, float(ideal.sum()), bool(loop))
+        self.beside.add(float(ideal.sum()), bool(storm_without))
         return Frame(time=time, paths=self._paths(), demand=float(world.wanted.sum()),
                      goodput=float(world.payload.sum()), without=float(plain.payload.sum()), ideal=float(ideal.sum()),
                      moves=reaction.moves, placements=reaction.placements, events=events, storm=storm,
@@ -153,17 +155,20 @@ class _Run:
                      for name, ledger in self.ledgers.items()}
         for name, changes in (("with", self.world.changes), ("without", self.plain.changes), ("ideal", 0)):
             judgement[name]["changes"] = changes
+        judgement |= self.beside.judgement()
+        series = self.recorder.series()
+        series["total"] |= self.beside.series()
         about = {key: getattr(scenario, key) for key in ("name", "title", "about", "duration", "tick", "seed", "notes")}
         param = self.config["param"]
         return {
             "format": RESULT_FORMAT,
             "scenario": about | {"period": self.period, "high_threshold": param["high_threshold"],
                                  "default_path": scenario.default_path},
-            "series": self.recorder.series(),
+            "series": series,
             "moves": [vars(move) for move in moves],
             "placements": [vars(placement) for placement in self.recorder.placements],
             "events": self.recorder.events,
             "judgement": judgement,
-            "ratios": judge.ratios(judgement),
+            "ratios": judge.ratios(judgement) | beside.ratios(judgement),
             "expectations": judge.check(scenario.expect, judgement, moves),
         }
