@@ -1,14 +1,17 @@
-"""What a run comes to: goodput, the worst client, moves, overload and relief, storms; and what was expected."""
+"""What a run comes to: goodput, the worst client, moves, calm, overload and relief, storms; and what was expected."""
+import math
+from collections.abc import Sequence
 from dataclasses import dataclass, field
 
 import numpy as np
 
-from .record import Move
+from .record import Move, Placement
 from .scenario.records import Expectation
 
 OVERLOADED = 0.90  # of the ideal goodput: below this the placement is what holds the traffic back
 RELIEVED = 0.95
 EVEN = 1e-6
+MINUTE = 60.0
 
 
 @dataclass
@@ -42,15 +45,20 @@ class Ledger:
             self.relief.append(time - self.began)
             self.began = None
 
-    def figures(self, names: list[str], end: float, moves: list[Move] = ()) -> dict:
+    def figures(self, names: list[str], end: float, moves: Sequence[Move] = (),
+                placements: Sequence[Placement] = ()) -> dict:
         """The judgement of one run; an overload that never ended counts with the time that it lasted."""
+        streams_back, clients_back = bounces(moves), bounces(repinned(placements))
         lengths = [*self.relief, *([end - self.began] if self.began is not None else [])]
         return {
             "goodput": round(float(self.got.sum()) / self.seconds, 2),
             "demand": round(float(self.wanted.sum()) / self.seconds, 2),
             "worst_client": self._worst(names),
             "moves": len(moves),
-            "bounces": count_bounces(moves),
+            "bounces": len(streams_back),
+            "placements": len(placements),
+            "client_bounces": len(clients_back),
+            "calm": calm_share([*streams_back, *clients_back], end),
             "relief": round(max(lengths), 2) if lengths else None,
             "overloads": len(lengths),
             "unrelieved": int(self.began is not None),
@@ -67,15 +75,34 @@ class Ledger:
         return {"name": names[asking[worst]], "share": round(100.0 * float(shares[worst]), 1)}
 
 
-def count_bounces(moves: list[Move]) -> int:
-    """Moves of a stream back to a path that an earlier move took it away from."""
+def bounces(moves: Sequence[Move]) -> list[Move]:
+    """The moves of a stream back to a path that an earlier move took it away from."""
     left: dict[str, set[str]] = {}
-    bounces = 0
+    back = []
     for move in moves:
         paths = left.setdefault(move.stream, set())
-        bounces += move.target in paths
+        if move.target in paths:
+            back.append(move)
         paths.add(move.origin)
-    return bounces
+    return back
+
+
+def repinned(placements: Sequence[Placement]) -> list[Move]:
+    """The placements that took a client from another path, as moves; each client's first one is none."""
+    at: dict[str, str] = {}
+    moves = []
+    for one in placements:
+        before = at.get(one.client, one.path)
+        if before != one.path:
+            moves.append(Move(one.time, one.client, one.client, before, one.path))
+        at[one.client] = one.path
+    return moves
+
+
+def calm_share(back: Sequence[Move], end: float) -> float:
+    """The percentage of a run's minutes (the last may be short) in which neither a stream nor a client went back."""
+    minutes = max(1, math.ceil(end / MINUTE))
+    return round(100.0 * (1.0 - len({int(one.time // MINUTE) for one in back}) / minutes), 1)
 
 
 def ratios(judgement: dict) -> dict:
@@ -95,6 +122,7 @@ def check(expect: Expectation, judgement: dict, moves: list[Move]) -> list[dict]
             ("percent of the ideal goodput", share["of_ideal"], expect.of_ideal, "least"),
             ("worst client's percent of its demand", worst, expect.worst_client, "least"),
             ("bounces", with_["bounces"], expect.bounces, "most"),
+            ("percent of calm minutes", with_["calm"], expect.calm, "least"),
             ("seconds from overload to relief", relief, expect.relief, "most"),
             ("stream moves", with_["moves"], expect.moves_at_least, "least"),
             ("stream moves", with_["moves"], expect.moves_at_most, "most"),

@@ -70,7 +70,7 @@ def fake_path(path: object, place: int, now: float) -> PathFrame:
 
 def fake_figures(goodput: float, demand: float, **other: object) -> dict:
     plain = {"goodput": goodput, "demand": demand, "worst_client": {"name": "tv-1", "share": 50.0}, "moves": 0,
-             "bounces": 0, "changes": 0, "relief": None, "overloads": 0, "unrelieved": 0, "storm_seconds": 0.0}
+             "bounces": 0, "placements": 0, "client_bounces": 0, "calm": 100.0, "changes": 0, "relief": None, "overloads": 0, "unrelieved": 0, "storm_seconds": 0.0}
     return plain | other
 
 
@@ -84,6 +84,7 @@ def fake_result(scenario: Scenario, recorder: Recorder) -> dict:
         "placements": [vars(placement) for placement in recorder.placements], "events": recorder.events,
         "judgement": {
             "with": fake_figures(0.9 * demand, demand, moves=len(recorder.moves), changes=len(recorder.moves) + 2,
+                                 placements=len(recorder.placements), client_bounces=1, calm=75.0,
                                  overloads=2, relief=7.0, storm_seconds=storm,
                                  worst_client={"name": "tv-2", "share": 81.5}),
             "without": fake_figures(0.4 * demand, demand, changes=8, relief=scenario.duration, overloads=1,

@@ -32,8 +32,8 @@ def small() -> dict[str, Any]:
             {"at": 60, "path": "5g", "neighbours": 50, "over": 6},
             {"at": 70, "client": "phone", "to": "away"},
             {"at": 80, "cpu": 95}],
-        "expect": {"storm_without": True, "gain": 1.5, "of_ideal": 85, "worst_client": 50, "bounces": 0, "relief": 30,
-                   "moves_at_least": 1, "moves_at_most": 9, "settled_by": 120},
+        "expect": {"storm_without": True, "gain": 1.5, "of_ideal": 85, "worst_client": 50, "bounces": 0, "calm": 50,
+                   "relief": 30, "moves_at_least": 1, "moves_at_most": 9, "settled_by": 120},
     }
 
 

@@ -2,8 +2,8 @@
 import numpy as np
 import pytest
 
-from kolt_sim.judge import Ledger, check, count_bounces, ratios
-from kolt_sim.record import Move
+from kolt_sim.judge import Ledger, bounces, calm_share, check, ratios, repinned
+from kolt_sim.record import Move, Placement
 from kolt_sim.scenario.records import Expectation
 
 CLIENT = np.array([0, 1])
@@ -23,7 +23,7 @@ def figures(payloads: list[float]) -> dict:
 
 def judgement(**changes: object) -> dict:
     base = {"goodput": 100.0, "demand": 120.0, "worst_client": {"name": "x", "share": 80.0}, "moves": 3, "bounces": 1,
-            "changes": 5, "relief": 20.0, "overloads": 1, "unrelieved": 0, "storm_seconds": 0.0}
+            "calm": 60.0, "changes": 5, "relief": 20.0, "overloads": 1, "unrelieved": 0, "storm_seconds": 0.0}
     return {"with": base | changes, "without": base | {"goodput": 50.0, "storm_seconds": 9.0},
             "ideal": base | {"goodput": 110.0}}
 
@@ -72,7 +72,7 @@ def test_without_any_demand_there_is_no_worst_client():
     assert made.figures(["a"], 1.0)["worst_client"] is None
 
 
-@pytest.mark.parametrize(("moves", "bounces"), [
+@pytest.mark.parametrize(("moves", "count"), [
     ([], 0),
     ([("a", "b")], 0),
     ([("a", "b"), ("b", "c")], 0),
@@ -80,12 +80,48 @@ def test_without_any_demand_there_is_no_worst_client():
     ([("a", "b"), ("b", "a"), ("a", "b")], 2),
     ([("a", "b"), ("b", "c"), ("c", "a")], 1),
 ], ids=["none", "one", "onwards", "back", "to and fro", "round"])
-def test_a_bounce_is_a_move_back_to_where_a_stream_was_taken_from(moves, bounces):
-    assert count_bounces([move(number, *one) for number, one in enumerate(moves)]) == bounces
+def test_a_bounce_is_a_move_back_to_where_a_stream_was_taken_from(moves, count):
+    assert len(bounces([move(number, *one) for number, one in enumerate(moves)])) == count
 
 
 def test_streams_bounce_each_for_itself():
-    assert count_bounces([move(0, "a", "b", "one"), move(1, "b", "a", "other")]) == 0
+    assert bounces([move(0, "a", "b", "one"), move(1, "b", "a", "other")]) == []
+
+
+def placements(*paths: str) -> list[Placement]:
+    """One client that is pinned to these paths, half a minute apart."""
+    return [Placement(30.0 * number, "tv", path) for number, path in enumerate(paths)]
+
+
+def test_the_first_placement_of_a_client_takes_it_from_nowhere():
+    assert repinned(placements("a", "b", "b", "a")) == [
+        Move(30.0, "tv", "tv", "a", "b"), Move(90.0, "tv", "tv", "b", "a")]
+
+
+def test_clients_are_pinned_each_for_itself():
+    assert repinned([Placement(0, "tv", "a"), Placement(1, "pc", "b"), Placement(2, "tv", "a")]) == []
+
+
+def test_placements_are_counted_and_those_that_go_back_besides():
+    made = ledger([100]).figures(["first", "second"], 300.0, [], placements("a", "b", "a", "c", "a"))
+    assert (made["placements"], made["client_bounces"]) == (5, 2)
+    assert (made["moves"], made["bounces"]) == (0, 0)
+
+
+def test_a_minute_in_which_only_a_client_goes_back_is_not_calm():
+    assert ledger([100]).figures(["first", "second"], 300.0, [], placements("a", "b", "a", "b"))["calm"] == 80.0
+
+
+def test_a_minute_in_which_only_a_stream_goes_back_is_not_calm():
+    moves = [move(10, "a", "b"), move(20, "b", "a"), move(30, "a", "b"), move(250, "b", "a")]
+    assert ledger([100]).figures(["first", "second"], 300.0, moves)["calm"] == 60.0
+
+
+@pytest.mark.parametrize(("seconds", "end", "share"), [
+    ([], 300.0, 100.0), ([59.9], 300.0, 80.0), ([0, 59], 300.0, 80.0), ([59, 60], 300.0, 60.0), ([119], 120.0, 50.0),
+    ([5], 30.0, 0.0), ([], 30.0, 100.0), ([85], 90.0, 50.0)])
+def test_calm_is_the_share_of_minutes_in_which_nothing_goes_back(seconds, end, share):
+    assert calm_share([move(time, "a", "b") for time in seconds], end) == share
 
 
 def test_ratios_compare_with_the_run_without_and_the_ideal():
@@ -107,6 +143,8 @@ def test_ratios_of_an_idle_home_are_unknown():
     ({"worst_client": 81}, "worst client's percent of its demand at least 81", False),
     ({"bounces": 1}, "bounces at most 1", True),
     ({"bounces": 0}, "bounces at most 0", False),
+    ({"calm": 60}, "percent of calm minutes at least 60", True),
+    ({"calm": 61}, "percent of calm minutes at least 61", False),
     ({"relief": 20}, "seconds from overload to relief at most 20", True),
     ({"relief": 19}, "seconds from overload to relief at most 19", False),
     ({"moves_at_least": 4}, "stream moves at least 4", False),

@@ -104,9 +104,9 @@ def test_the_figures_stand_beside_each_other(busy: Page) -> None:
     assert re.search(r"\d\.\d\d × the goodput without the daemon \d\d % of the goodput of an ideal", busy.text)
 
 
-def test_path_changes_stand_below_the_bounces(busy: Page) -> None:
+def test_path_changes_stand_below_moves_and_placements(busy: Page) -> None:
     changes = len(busy_home()["moves"]) + 7
-    assert f"bounces 2 0 - path changes {changes} 0 - overloads 2 0 -" in busy.text
+    assert f"client placements, back 17, 0 0, 0 - calm minutes, % 100 100 - path changes {changes} 0 - overloads 2 0 -" in busy.text
 
 
 def test_missing_ratios_are_not_numbers() -> None:

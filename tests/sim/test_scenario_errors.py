@@ -138,7 +138,7 @@ FORM = [
      ['paths["a b\\n"]: unknown member; known are ethernet, plc, 2.4g, 5g, 5g_2']),
     ("a very long member", put("expect", "x" * 5000, value={}),
      ['expect["' + "x" * 36 + "...]: unknown member; known are storm_without, gain, of_ideal, worst_client, bounces, "
-      "relief, moves_at_least, moves_at_most, settled_by"]),
+      "calm, relief, moves_at_least, moves_at_most, settled_by"]),
     ("a member with a dot", put("paths", "2.4g", value=3), ['paths["2.4g"]: expected an object, found 3']),
     ("an unknown setting", put("settings", "periods", value=3), ['settings.periods: unknown member; did you mean '
                                                                 '"period"?']),

@@ -65,7 +65,7 @@ def test_paths_carry_their_interfaces_and_come_in_one_order(desk: Desk) -> None:
 
 
 def test_expectations_are_taken_over(desk: Desk) -> None:
-    assert desk.load(small()).expect == Expectation(True, 1.5, 85, 50, 0, 30, 1, 9, 120)
+    assert desk.load(small()).expect == Expectation(True, 1.5, 85, 50, 0, 50, 30, 1, 9, 120)
 
 
 def test_every_kind_of_event_is_taken_over(desk: Desk) -> None:

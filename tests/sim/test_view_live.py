@@ -242,7 +242,7 @@ def test_the_summary_fits_a_terminal():
 def test_the_summary_shows_figures_expectations_and_notes():
     lines = [line.rstrip() for line in summary_of(some_home(seed=MISSED, notes=["one [b]rule[/b]"]))]
     assert lines[0].endswith("A busy home with a link that flaps: 1 of 3 expectations not met")
-    assert "goodput, Mbit/s                 135.0     60.0  142.5" in lines
+    assert "goodput, Mbit/s                    135.0     60.0  142.5" in lines
     assert [line.split() for line in lines if line.startswith("path changes")] == [["path", "changes", "32", "8", "-"]]
     assert "NOT MET  bounces at most 0          4" in lines
     assert lines[-1] == "note: one [b]rule[/b]"

@@ -177,11 +177,12 @@ def test_the_summary_compares_with_without_and_ideal():
     assert len(goodput) == len(heading)
 
 
-def test_the_summary_tells_moves_bounces_and_path_changes_one_below_the_other():
+def test_the_summary_tells_moves_placements_and_path_changes_one_below_the_other():
     lines = lines_of(some_home())
     start = next(place for place, line in enumerate(lines) if line.startswith("stream moves"))
-    assert [re.split(r" {2,}", line.strip()) for line in lines[start:start + 4]] == [
-        ["stream moves", "3", "0", "-"], ["bounces", "0", "0", "-"], ["path changes", "5", "8", "-"],
+    assert [re.split(r" {2,}", line.strip()) for line in lines[start:start + 5]] == [
+        ["stream moves, back", "3, 0", "0, 0", "-"], ["client placements, back", "3, 1", "0, 0", "-"],
+        ["calm minutes, %", "75", "100", "-"], ["path changes", "5", "8", "-"],
         ["overloads", "2", "1", "-"]]
 
 

@@ -151,8 +151,8 @@ class _Run:
     def _result(self) -> dict:
         scenario, moves = self.scenario, self.recorder.moves
         names = self.world.clients
-        judgement = {name: ledger.figures(names, scenario.duration, moves if name == "with" else [])
-                     for name, ledger in self.ledgers.items()}
+        judgement = {name: ledger.figures(names, scenario.duration) for name, ledger in self.ledgers.items()}
+        judgement["with"] = self.ledgers["with"].figures(names, scenario.duration, moves, self.recorder.placements)
         for name, changes in (("with", self.world.changes), ("without", self.plain.changes), ("ideal", 0)):
             judgement[name]["changes"] = changes
         judgement |= self.beside.judgement()

@@ -105,6 +105,7 @@ class Expectation:
     of_ideal: float | None = None
     worst_client: float | None = None
     bounces: int | None = None
+    calm: float | None = None
     relief: float | None = None
     moves_at_least: int | None = None
     moves_at_most: int | None = None

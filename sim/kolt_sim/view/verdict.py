@@ -4,9 +4,9 @@ from . import words
 SIDES = ("with", "without", "ideal")
 HEADINGS = ("with the daemon", "without", "ideal")
 # What has no meaning for the ideal placement; None counts as nothing to show.
-TALLIES = (("stream moves", "moves"), ("bounces", "bounces"), ("path changes", "changes"),
-           ("overloads", "overloads"), ("not relieved", "unrelieved"), ("longest relief, s", "relief"),
-           ("storm, s", "storm_seconds"))
+TALLIES = (("stream moves, back", "moves", "bounces"), ("client placements, back", "placements", "client_bounces"),
+           ("calm minutes, %", "calm"), ("path changes", "changes"), ("overloads", "overloads"),
+           ("not relieved", "unrelieved"), ("longest relief, s", "relief"), ("storm, s", "storm_seconds"))
 
 
 def has_storm(result: dict) -> bool:
@@ -49,7 +49,8 @@ def figure_rows(result: dict) -> list[list[str]]:
             ["share of the demand", *(words.share(side["goodput"], side["demand"]) for side in sides)],
             ["worst client's share", *(worst_share(side) for side in sides)],
             ["worst client", *(words.clean(worst(side, "name") or words.NOTHING) for side in sides)]]
-    return rows + [[title, *(words.seconds(side[key]) for side in sides[:2]), words.NOTHING] for title, key in TALLIES]
+    return rows + [[title, *(", ".join(words.seconds(side[key]) for key in keys) for side in sides[:2]), words.NOTHING]
+                   for title, *keys in TALLIES]
 
 
 def worst(side: dict, key: str) -> object:
