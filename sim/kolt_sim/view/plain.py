@@ -4,7 +4,7 @@ from typing import TextIO
 
 from ..record import Frame, PathFrame
 from ..scenario.records import Scenario
-from . import verdict, words
+from . import beside, verdict, words
 from .columns import align, wrapped
 from .story import Story
 
@@ -79,7 +79,8 @@ def path_text(path: PathFrame) -> str:
 
 def summary(result: dict) -> list[str]:
     """What the run came to, as text."""
-    lines = [f"result: {verdict.headline(result)}", verdict.ratio_line(result), "",
+    lines = [f"result: {verdict.headline(result)}", verdict.ratio_line(result),
+             beside.without_sentence(result), beside.beside_sentence(result), "",
              *align([["", *verdict.HEADINGS], *verdict.figure_rows(result)])]
     lines += ["", "expectations", *expectation_lines(result["expectations"])]
     notes = [line for note in result["scenario"]["notes"] for line in wrapped(words.clean(note), "  ", "  ")]

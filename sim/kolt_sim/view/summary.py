@@ -3,7 +3,7 @@ from rich.console import Group, RenderableType
 from rich.table import Table
 from rich.text import Text
 
-from . import verdict, words
+from . import beside, verdict, words
 
 
 def headline(result: dict) -> Text:
@@ -39,5 +39,6 @@ def notes(result: dict) -> list[Text]:
 
 def summary(result: dict) -> RenderableType:
     """The verdict, the figures with the daemon, without it and at best, the expectations, and the scenario's notes."""
-    return Group(headline(result), Text(verdict.ratio_line(result)), Text(""), figures(result), Text(""),
+    sentences = verdict.ratio_line(result), beside.without_sentence(result), beside.beside_sentence(result)
+    return Group(headline(result), *map(Text, sentences), figures(result), Text(""),
                  expectations(result["expectations"]), *notes(result))
