@@ -15,7 +15,7 @@ from kolt_sim.compare import SilentView, compare
 from kolt_sim.scenario.records import Scenario
 from kolt_sim.view.board import show
 from kolt_sim.view.columns import WIDTH
-from kolt_sim.view.table import Outcome, table_lines, write_plain
+from kolt_sim.view.table import TABLES, Outcome, table_lines, write_plain
 
 
 def some_home(name: str, **other) -> Scenario:
@@ -43,15 +43,33 @@ def in_terminal(*outcomes: Outcome, width: int = 120, colours: str | None = None
 # The table
 
 def test_a_row_has_every_figure_of_a_scenario():
-    assert plain(outcome("quiet"))[2].split() == [
-        "quiet", "180.0", "80.0", "190.0", "2.25", "95", "82", "50", "90", "3", "0", "7", "0", "60", "ok"]
+    lines = plain(outcome("quiet"))
+    assert lines[1].split() == ["scenario", "with", "w/o", "on", "best", "hash", "w.hash", "ideal",
+                                "w/o", "best", "hash", "w.hash", "ideal", "verdict"]
+    assert lines[2].split() == ["quiet", "180.0", "80.0", "5g", "120.0", "140.0", "184.0", "190.0",
+                                "2.25", "1.50", "1.29", "0.98", "95", "ok"]
+    assert lines[5].split() == ["scenario", "with", "w/o", "best", "hash", "w.hash", "ideal", "moves", "back", "placed",
+                                "back", "%", "relief", "with", "w/o"]
+    assert lines[6].split() == ["quiet", "82", "50", "50", "20", "60", "90", "3", "0", "2", "1", "75", "7", "0", "60"]
+
+
+def test_the_fixed_link_is_named():
+    made = outcome("quiet", default_path="5g_2")
+    assert plain(made)[2].split()[3] == "5g_2"
 
 
 def test_figures_stand_below_the_ends_of_their_headings():
-    groups, headings, row = plain(outcome("quiet"))[:3]
-    ends = [found.end() for found in re.finditer(r"\S+", headings)][1:-1]
-    assert ends == [found.end() for found in re.finditer(r"\S+", row)][1:-1]
-    assert groups.index("goodput") in range(headings.index("with") - 2, headings.index("with") + 1)
+    lines = plain(outcome("quiet"))
+    for groups, headings, row, last in ((*lines[:3], -1), (*lines[4:7], None)):
+        ends = [found.end() for found in re.finditer(r"\S+", headings)][1:last]
+        assert ends == [found.end() for found in re.finditer(r"\S+", row)][1:last]
+        assert re.match(r" +(goodput|worst)", groups).end() - 8 <= headings.index("with") <= len(groups)
+
+
+def test_the_foot_says_which_link_is_meant_and_that_storms_are_free():
+    foot = " ".join(line.strip() for line in plain(outcome("quiet")))
+    assert "w/o: no daemon, all traffic on the link named, or the cable while there is one." in foot
+    assert "A storm costs no goodput here: without the daemon and with hashes there is one" in foot
 
 
 def test_rows_come_in_the_given_order():
@@ -61,17 +79,21 @@ def test_rows_come_in_the_given_order():
 def test_even_the_widest_figures_fit():
     wide = outcome("a-scenario-with-a-very-long-name-indeed", duration=3600)
     figures = {"goodput": 12345.6, "worst_client": {"name": "tv", "share": 100.0}, "moves": 12345, "bounces": 1234,
-               "relief": 1234.5, "storm_seconds": 3600.0}
+               "placements": 123456, "client_bounces": 123456, "calm": 100.0, "relief": 1234.5, "storm_seconds": 3600.0}
     for side in wide.result["judgement"].values():
         side.update(figures)
-    wide.result["ratios"] = {"gain": 12.34, "of_ideal": 100}
-    assert max(map(len, table_lines([wide, Outcome("short", None, "reason")]))) <= WIDTH
+    wide.result["ratios"] = {name: 12.34 for name in wide.result["ratios"]} | {"of_ideal": 100}
+    wide.result["scenario"]["default_path"] = "ethernet"
+    for table in TABLES:
+        lines = table_lines([wide, Outcome("short", None, "reason")], table)
+        assert max(map(len, lines)) <= WIDTH
+        assert "-" in lines[-1].split() and lines[-1].startswith("short ")
 
 
 def test_a_long_name_is_cut_in_the_table_and_whole_below_it():
     name = "a-scenario-with-a-very-long-name-indeed"
     lines = plain(outcome(name, seed=MISSED))
-    assert len(lines[2]) <= WIDTH and re.match(r"a-scenario-with-a-very-\S*\.\.\.  ", lines[2])
+    assert len(lines[2]) <= WIDTH and re.match(r"a-scenario-with-a-\S*\.\.\.  ", lines[2])
     assert f"{name}: not met: bounces at most 0, measured 4" in lines
 
 
@@ -97,7 +119,8 @@ def test_a_long_note_is_wrapped():
 
 def test_a_scenario_without_a_result_keeps_its_row_and_gives_the_reason():
     lines = plain(outcome("one"), Outcome("two", None, "the daemon ended\n\nstatus 3"))
-    assert lines[3].split() == ["two", *["-"] * 13, "no", "result"]
+    assert lines[3].split() == ["two", *["-"] * 12, "no", "result"]
+    assert lines[8].split() == ["two", *["-"] * 14]
     assert lines[-1] == "two: no result: the daemon ended; status 3"
 
 
@@ -109,7 +132,7 @@ def test_a_pipe_gets_no_escape_codes():
 
 def test_a_wide_terminal_shows_the_same_table():
     outcomes = [outcome("one"), outcome("two", seed=STORMY)]
-    assert in_terminal(*outcomes).splitlines()[:4] == plain(*outcomes)[:4]
+    assert in_terminal(*outcomes).splitlines()[:16] == plain(*outcomes)[:16]
 
 
 def test_the_verdict_is_coloured():
