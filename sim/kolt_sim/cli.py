@@ -1,6 +1,7 @@
 """The command kolt-sim: what may be asked for, and the exit statuses."""
 import argparse
 import contextlib
+import json
 import math
 import os
 import signal
@@ -55,6 +56,13 @@ def jobs(text: str) -> int:
     return value
 
 
+def setting(text: str) -> tuple[str, object]:
+    name, equals, value = text.partition("=")
+    if not name or not equals:
+        raise ValueError
+    return name, json.loads(value)
+
+
 def make_parser() -> argparse.ArgumentParser:
     parser = argparse.ArgumentParser(prog="kolt-sim", epilog=STATUSES,
                                      description="Runs the daemon in closed loop with a modelled mesh node.")
@@ -78,6 +86,8 @@ def make_parser() -> argparse.ArgumentParser:
     several.add_argument("--jobs", metavar="N", type=jobs, default=len(os.sched_getaffinity(0)),
                          help="how many run at once (default: %(default)s, one for each core)")
     for command in (run, several):
+        command.add_argument("--set", metavar="NAME=VALUE", type=setting, action="append", default=[], dest="settings",
+                             help="a setting of the daemon that goes before the scenario's, such as reserved_ratio=30")
         command.add_argument("--build", metavar="DIR", help="build directory (default: $KOLT_BUILD or build/release)")
     add("check", "says whether scenarios are valid, without running them", "+")
     add("list", "names the shipped scenarios")
@@ -135,7 +145,7 @@ def keep(output: Output | None, write: Callable[[Path], None]) -> None:
 # Commands
 
 def run_command(options: argparse.Namespace, run: Run | None) -> int:
-    scenario = load_or_fail([options.scenario])[0]
+    scenario = load_or_fail([options.scenario], dict(options.settings))[0]
     if options.report and options.json and os.path.realpath(options.report) == os.path.realpath(options.json):
         raise Unusable(f"{options.json} cannot be both the report and the data")
     with opened(options.report) as report, opened(options.json) as data:
@@ -196,7 +206,7 @@ def make_view() -> "tuple[PlainView | LiveView, bool]":
 
 
 def compare_command(options: argparse.Namespace, run: Run | None) -> int:
-    scenarios = load_or_fail(options.scenario)
+    scenarios = load_or_fail(options.scenario, dict(options.settings))
     with opened(options.json) as data:
         run = run or real_run(options.build)
         with progress(len(scenarios)) as tell:

@@ -3,6 +3,7 @@ import difflib
 import os
 from collections.abc import Sequence
 from pathlib import Path
+from typing import Any
 
 from .scenario.load import ScenarioError, load
 from .scenario.records import Scenario
@@ -34,12 +35,12 @@ def find(word: str) -> Path:
     raise Unusable(f"{word}: neither a file nor a shipped scenario; {hint}")
 
 
-def load_all(asked: Sequence[str]) -> tuple[list[Scenario], list[str]]:
-    """The scenarios that are valid, and the problems of the others."""
+def load_all(asked: Sequence[str], settings: dict[str, Any] | None = None) -> tuple[list[Scenario], list[str]]:
+    """The scenarios that are valid, with these settings before their own, and the problems of the others."""
     scenarios, problems = [], []
     for word in asked:
         try:
-            scenarios.append(load(find(word)))
+            scenarios.append(load(find(word), settings))
         except (ScenarioError, Unusable) as error:
             problems.append(str(error))
         except OSError as error:
@@ -47,8 +48,8 @@ def load_all(asked: Sequence[str]) -> tuple[list[Scenario], list[str]]:
     return scenarios, problems
 
 
-def load_or_fail(asked: Sequence[str]) -> list[Scenario]:
-    scenarios, problems = load_all(asked)
+def load_or_fail(asked: Sequence[str], settings: dict[str, Any] | None = None) -> list[Scenario]:
+    scenarios, problems = load_all(asked, settings)
     if problems:
         raise Unusable("\n".join(problems))
     return scenarios

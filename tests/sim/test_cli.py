@@ -84,12 +84,40 @@ def test_the_speed_is_unlimited_on_a_pipe_unless_asked_for(ask, tmp_path, given,
 
 
 @pytest.mark.parametrize("arguments", ["", "fly", "run", "run a b", "compare", "check", "run a --fast",
-                                       "run a --speed -1", "run a --speed nan", "run a --speed fast",
-                                       "compare a --jobs 0", "compare a --jobs 1.5", "list a"])
+                                       "run a --set period", "run a --set =3",
+                                       "run a --set cpu_limit=maybe", "check a --set period=3", "run a --speed -1",
+                                       "run a --speed nan", "run a --speed fast", "compare a --jobs 0",
+                                       "compare a --jobs 1.5", "list a"])
 def test_wrong_use_has_status_two_and_says_how_to_use_it(ask, arguments):
     said = ask(*arguments.split(), run=must_not_run)
     assert said.status == 2
     assert said.err[0].startswith("usage: kolt-sim") and not said.out
+
+
+# Settings
+
+@pytest.mark.parametrize("given, settings", [
+    ([], {"period": 3}), (["--set", "high_threshold=80"], {"period": 3, "high_threshold": 80}),
+    (["--set", "period=4", "--set", "cpu_limit=true"], {"period": 4, "cpu_limit": True})])
+@pytest.mark.parametrize("command", ["run", "compare"])
+def test_settings_that_are_given_go_before_those_of_the_scenario(ask, tmp_path, command, given, settings):
+    target = tmp_path / "result.json"
+
+    def run(scenario: object, view: object, speed: float = 0) -> dict:
+        result = fake_run(scenario, view)
+        result["scenario"]["settings"] = scenario.settings
+        return result
+    assert ask(command, write_scenario(tmp_path, settings={"period": 3}), "--json", target, *given, run=run).status == 0
+    data = json.loads(target.read_text())
+    assert (data["results"][0] if command == "compare" else data)["scenario"]["settings"] == settings
+
+
+def test_a_setting_that_cannot_be_is_told_as_if_it_stood_in_the_file(ask, tmp_path):
+    said = ask("run", write_scenario(tmp_path), "--set", "high_treshold=80", "--set", "period=0", run=must_not_run)
+    assert said.status == 2
+    assert sorted(line.split(": ", 2)[2] for line in said.err) == [
+        "settings.high_treshold: unknown member; did you mean \"high_threshold\"?",
+        "settings.period: expected an integer from 1 to 3600 (seconds), found 0"]
 
 
 # Files

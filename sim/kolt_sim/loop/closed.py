@@ -158,7 +158,8 @@ class _Run:
         judgement |= self.beside.judgement()
         series = self.recorder.series()
         series["total"] |= self.beside.series()
-        about = {key: getattr(scenario, key) for key in ("name", "title", "about", "duration", "tick", "seed", "notes")}
+        members = ("name", "title", "about", "duration", "tick", "seed", "settings", "notes")
+        about = {key: getattr(scenario, key) for key in members}
         param = self.config["param"]
         return {
             "format": RESULT_FORMAT,
