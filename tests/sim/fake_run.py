@@ -21,6 +21,7 @@ from kolt_sim.scenario.records import WIFI, Scenario  # noqa: E402
 
 MISSED, STORMY, REFUSED, BROKEN, SLOW = 2, 3, 4, 5, 6
 STORM = range(12, 15)  # ticks of a stormy run
+WAYS = {"best_link": 0.6, "hash": 0.7, "weighted_hash": 0.92}  # of the demand, by the simpler ways
 
 
 def fake_run(scenario: Scenario, view: object, build: object = None, speed: float = 0) -> dict:
@@ -70,17 +71,20 @@ def fake_path(path: object, place: int, now: float) -> PathFrame:
 
 def fake_figures(goodput: float, demand: float, **other: object) -> dict:
     plain = {"goodput": goodput, "demand": demand, "worst_client": {"name": "tv-1", "share": 50.0}, "moves": 0,
-             "bounces": 0, "placements": 0, "client_bounces": 0, "calm": 100.0, "changes": 0, "relief": None, "overloads": 0, "unrelieved": 0, "storm_seconds": 0.0}
+             "bounces": 0, "placements": 0, "client_bounces": 0, "calm": 100.0, "changes": 0,
+             "relief": None, "overloads": 0, "unrelieved": 0, "storm_seconds": 0.0}
     return plain | other
 
 
 def fake_result(scenario: Scenario, recorder: Recorder) -> dict:
     demand = sum(stream.demand for stream in scenario.streams)
     storm = len(STORM) * scenario.tick if scenario.seed == STORMY else 0.0
+    series = recorder.series()
+    series["total"] |= {way: [share * demand] * len(recorder.time) for way, share in WAYS.items()}
     about = {key: getattr(scenario, key) for key in ("name", "title", "about", "duration", "tick", "seed", "notes")}
     return {
         "format": 1, "scenario": about | {"period": 5.0, "high_threshold": 70, "default_path": scenario.default_path},
-        "series": recorder.series(), "moves": [vars(move) for move in recorder.moves],
+        "series": series, "moves": [vars(move) for move in recorder.moves],
         "placements": [vars(placement) for placement in recorder.placements], "events": recorder.events,
         "judgement": {
             "with": fake_figures(0.9 * demand, demand, moves=len(recorder.moves), changes=len(recorder.moves) + 2,
@@ -89,15 +93,17 @@ def fake_result(scenario: Scenario, recorder: Recorder) -> dict:
                                  worst_client={"name": "tv-2", "share": 81.5}),
             "without": fake_figures(0.4 * demand, demand, changes=8, relief=scenario.duration, overloads=1,
                                     unrelieved=1, storm_seconds=scenario.duration),
-            "best_link": fake_figures(0.6 * demand, demand, changes=1),
-            "hash": fake_figures(0.7 * demand, demand, changes=4, storm_seconds=scenario.duration,
+            "best_link": fake_figures(WAYS["best_link"] * demand, demand, changes=1),
+            "hash": fake_figures(WAYS["hash"] * demand, demand, changes=4, storm_seconds=scenario.duration,
                                  goodput_range=[0.5 * demand, 0.8 * demand],
                                  worst_client={"name": "tv-1", "share": 20.0}),
-            "weighted_hash": fake_figures(0.92 * demand, demand, changes=6, storm_seconds=scenario.duration,
+            "weighted_hash": fake_figures(WAYS["weighted_hash"] * demand, demand, changes=6,
+                                          storm_seconds=scenario.duration,
                                           goodput_range=[0.8 * demand, 0.95 * demand],
                                           worst_client={"name": "tv-1", "share": 60.0}),
             "ideal": fake_figures(0.95 * demand, demand, worst_client={"name": "tv-1", "share": 90.0})},
-        "ratios": {"gain": 2.25, "of_ideal": 94.7, "by_best_link": 1.5, "by_hash": 1.286, "by_weighted_hash": 0.978},
+        "ratios": {"gain": 2.25, "of_ideal": 94.7, "by_best_link": 1.5, "by_hash": 1.286,
+                   "by_weighted_hash": 0.978},
         "expectations": [
             {"what": "no storm with the daemon", "measured": f"{storm:g} s of storm", "met": storm == 0},
             {"what": "goodput gain at least 1.5", "measured": "2.25", "met": True},

@@ -113,7 +113,8 @@ def _result(recorder: Recorder, title: str, about: str, with_: dict) -> dict:
     ticks, moves = len(recorder.time), [vars(move) for move in recorder.moves]
     total = {column: round(sum(values) / ticks, 2) for column, values in recorder.total.items()}
     storm = {"with": 0.0, "without": float(sum(map(bool, recorder.storm_without))), "ideal": 0.0}
-    quiet = {"moves": 0, "bounces": 0, "placements": 0, "client_bounces": 0, "calm": 100.0, "changes": 0, "relief": None, "overloads": 0, "unrelieved": 0}
+    quiet = {"moves": 0, "bounces": 0, "placements": 0, "client_bounces": 0, "calm": 100.0, "changes": 0,
+             "relief": None, "overloads": 0, "unrelieved": 0}
     judgement = {side: {"goodput": total[column], "demand": total["demand"], "storm_seconds": storm[side],
                         "worst_client": {"name": "phone-7", "share": share}, **quiet}
                  for side, column, share in (("with", "goodput", 81.4), ("without", "without", 12.0),
@@ -123,9 +124,12 @@ def _result(recorder: Recorder, title: str, about: str, with_: dict) -> dict:
         recorder.total[way] = column
         judgement[way] = judgement["without"] | {"goodput": round(sum(column) / ticks, 2), "changes": 5,
                                                  "worst_client": {"name": "phone-3", "share": 61.0}}
-        if way != "best_link":
+        if way == "best_link":
+            judgement[way]["storm_seconds"] = 0.0
+        else:
             judgement[way]["goodput_range"] = [judgement[way]["goodput"] - 20, judgement[way]["goodput"] + 10]
-    judgement["with"] |= with_ | {"moves": len(moves), "placements": len(recorder.placements), "changes": len(moves) + 7}
+    judgement["with"] |= with_ | {"moves": len(moves), "placements": len(recorder.placements),
+                                  "changes": len(moves) + 7}
     gain = round(total["goodput"] / total["without"], 3)
     return {
         "format": RESULT_FORMAT,

@@ -21,7 +21,7 @@ TIMEOUT = 180  # seconds; two are usual
 DARK = "--blink-settings=preferredColorScheme=0"
 ALL_PATHS = {"path-ethernet", "path-plc", "path-2-4g", "path-5g", "path-5g-2"}
 WIFI = {"path-2-4g", "path-5g", "path-5g-2"}
-OTHERS = {"with", "without", "ideal", "alarm", "down"}
+OTHERS = {"with", "without", "ideal", "alarm", "down", "best-link", "hash", "weighted-hash"}
 
 COLLECT_FAULTS = """
 window.faults = [];
@@ -127,10 +127,11 @@ def check_busy(answer: dict) -> None:
         assert seen["width"] > 200 and seen["height"] > 100, (name, seen)
         assert seen["drawn"] > 2000, (name, seen)
     assert {name.removeprefix("plot-"): paths_in(seen) for name, seen in answer["found"].items()} == {
-        "total": set(), "utilisation": ALL_PATHS, "goodput": ALL_PATHS, "quota": WIFI, "rate": ALL_PATHS,
-        "clients": {"path-5g", "path-5g-2"}, "broadcast": {"path-ethernet", "path-5g"}}
+        "total": set(), "beside": set(), "utilisation": ALL_PATHS, "goodput": ALL_PATHS, "quota": WIFI,
+        "rate": ALL_PATHS, "clients": {"path-5g", "path-5g-2"}, "broadcast": {"path-ethernet", "path-5g"}}
     total, broadcast = (answer["found"][name]["colours"] for name in ("plot-total", "plot-broadcast"))
     assert {"with", "without", "ideal", "alarm"} <= total.keys()
+    assert {"with", "best-link", "hash", "weighted-hash"} <= answer["found"]["plot-beside"]["colours"].keys()
     assert broadcast["alarm"] > 100 and broadcast["down"] > 100
 
 

@@ -7,8 +7,8 @@ from html import escape
 from pathlib import Path
 from string import Template
 
+from . import report_beside, report_plots
 from . import report_parts as parts
-from . import report_plots
 
 HERE = Path(__file__).resolve().parent
 LIBRARY = Path("/usr/share/javascript/dygraphs")
@@ -33,8 +33,8 @@ def render_report(result: dict) -> str:
     plots = report_plots.plots(result)
     texts = {"title": escape(scenario["title"]), "what": "modelled run of kolt", "about": escape(scenario["about"]),
              "facts": parts.facts(result), "verdict": parts.verdict(result), "figures": parts.figures(result),
-             "notes": parts.notes(result), "paths": parts.paths(result), "reading": _reading(result),
-             "records": parts.records(result)}
+             "beside": report_beside.section(result), "notes": parts.notes(result), "paths": parts.paths(result),
+             "reading": _reading(result), "records": parts.records(result)}
     return render_page(texts, plots, report_plots.drawn(result, plots))
 
 
@@ -43,7 +43,7 @@ def render_page(texts: dict[str, str], plots: list[dict], drawn: dict) -> str:
     library = "\n".join(map(_script_text, ("dygraph.min.js", "extras/synchronizer.js")))
     script = _inline_script(_own_script())
     return Template((HERE / "report.html").read_text(encoding="utf-8")).substitute(
-        texts, policy=POLICY.format(" ".join(map(_digest, (library, script)))),
+        {"beside": ""} | texts, policy=POLICY.format(" ".join(map(_digest, (library, script)))),
         style=_library("dygraph.min.css") + (HERE / "report.css").read_text(encoding="utf-8"),
         plots="\n".join(map(report_plots.figure, plots)), licence=escape(_read_package(LICENCE)),
         data=_inline_data(drawn), library=library, script=script)

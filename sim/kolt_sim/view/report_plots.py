@@ -2,8 +2,8 @@
 from html import escape
 from statistics import fmean
 
+from . import report_beside, words
 from . import report_data as data
-from . import words
 
 THINNED = {"mean": "means", "last": "last values", "extremes": "lowest and highest values"}
 
@@ -13,6 +13,8 @@ def plots(result: dict) -> list[dict]:
     shaded = " Red strip: a broadcast storm without the daemon." if any(result["series"]["storm_without"]) else ""
     made = [
         _plot("total", "lines", "Goodput of the node", f"Mbit/s.{shaded}", data.total_series(result), "mean"),
+        _plot("beside", "lines", "Goodput beside simpler ways",
+              "Mbit/s with the daemon, on the best link alone, and by hashes.", report_beside.series(result), "mean"),
         _plot("utilisation", "lines", "Utilisation of each path", _utilisation_caption(result),
               data.path_series(result, "utilisation", "extremes"), "extremes"),
         _plot("goodput", "stack", "Goodput by path", "Mbit/s, stacked.",
@@ -25,7 +27,7 @@ def plots(result: dict) -> list[dict]:
         _plot("clients", "steps", "Placement of clients", "Clients that the daemon has pinned to each path, stacked.",
               data.path_series(result, "clients", "last"), "last", "The daemon pinned no client."),
     ]
-    made[1]["percent"] = True
+    made[2]["percent"] = True
     return [_thinned(plot, result) for plot in made] + [_lanes(result)]
 
 
