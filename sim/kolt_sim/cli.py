@@ -1,6 +1,7 @@
 """The command kolt-sim: what may be asked for, and the exit statuses."""
 import argparse
 import contextlib
+import difflib
 import json
 import math
 import os
@@ -17,7 +18,7 @@ from .compare import compare
 from .files import Output, write_json
 from .record import RESULT_FORMAT, Frame
 from .scenario.records import Scenario
-from .shelf import Unusable, load_all, load_or_fail, shipped
+from .shelf import Unusable, close_names, load_all, load_or_fail, shipped
 from .stop import Stop, check
 from .view import table, verdict, words
 from .view.columns import align
@@ -302,7 +303,18 @@ def explain(error: BaseException, stop: Stop) -> int:
     return CANNOT
 
 
+def check_command_word(arguments: Sequence[str]) -> None:
+    """The argument parser would name the commands, but not the one that a misspelt word or a lone scenario is meant for."""
+    word = arguments[0] if arguments else ""
+    if not word or word.startswith("-") or word in COMMANDS:
+        return
+    meant = difflib.get_close_matches(word, COMMANDS, 1) or [f"run {name}" for name in close_names(word)[:1]]
+    if meant:
+        raise Unusable(f"{word}: no command of kolt-sim; did you mean kolt-sim {meant[0]}?")
+
+
 def obey(arguments: Sequence[str] | None, run: Run | None) -> int:
+    check_command_word(sys.argv[1:] if arguments is None else arguments)
     try:
         options = make_parser().parse_args(arguments)
     except SystemExit as end:  # after the help, which may still be in standard output's buffer

@@ -8,6 +8,7 @@ from typing import Any
 from .scenario.load import ScenarioError, load
 from .scenario.records import Scenario
 
+MAX_MEANT = 3
 SHIPPED = Path(__file__).resolve().parents[1] / "scenarios"
 
 
@@ -28,11 +29,25 @@ def find(word: str) -> Path:
         raise Unusable(f"{word}: is a directory")
     if os.path.exists(word):
         return Path(word)
-    if not bare:
+    if "/" in word:
         raise Unusable(f"{word}: no such file")
-    close = difflib.get_close_matches(word, shipped(), 1)
-    hint = f"did you mean {close[0]}?" if close else "see kolt-sim list"
+    *others, last = close_names(word.removesuffix(".json")) or [""]
+    meant = f"{', '.join(others)} or {last}" if others else last
+    hint = f"did you mean {meant}?" if meant else "see kolt-sim list"
     raise Unusable(f"{word}: neither a file nor a shipped scenario; {hint}")
+
+
+def close_names(word: str) -> list[str]:
+    """The shipped scenarios that a person may have meant: those with such words in their name, else one spelt alike."""
+    asked = [part for part in word.lower().split("-") if part]
+    named = [name for name in shipped() if asked and all(_has_word(name, part) for part in asked)]
+    return named[:MAX_MEANT] or difflib.get_close_matches(word.lower(), shipped(), 1)
+
+
+def _has_word(name: str, start: str) -> bool:
+    """Whether a word of a scenario's name begins like that, but for a slip of the finger."""
+    parts = name.split("-")
+    return any(part.startswith(start) for part in parts) or bool(difflib.get_close_matches(start, parts, 1, 0.8))
 
 
 def load_all(asked: Sequence[str], settings: dict[str, Any] | None = None) -> tuple[list[Scenario], list[str]]:

@@ -20,7 +20,9 @@ def test_the_shipped_topologies_are_listed(capsys):
 
 
 @pytest.mark.parametrize("arguments, reason", [
-    (["--topology", "nosuch"], "nosuch: No such file"),
+    (["--topology", "hoose"], "hoose: No such file or directory; did you mean house?"),
+    (["--topology", "two"], "two: No such file or directory; did you mean two-roots?"),
+    (["--topology", "nosuch"], "nosuch: No such file or directory; --list names the shipped ones"),
     (["--build", "/nosuch"], "/nosuch holds no build of the open platform"),
 ])
 def test_what_cannot_be_done_is_told_in_one_line(capsys, arguments, reason):

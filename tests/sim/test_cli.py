@@ -309,12 +309,24 @@ def test_a_bare_name_can_be_a_file_too(ask, tmp_path, monkeypatch):
 
 @pytest.mark.parametrize("word, problem", [
     ("quiet-hone", "quiet-hone: neither a file nor a shipped scenario; did you mean quiet-home?"),
+    ("evening", "evening: neither a file nor a shipped scenario; did you mean evening-streaming?"),
+    ("Evning", "Evning: neither a file nor a shipped scenario; did you mean evening-streaming?"),
+    ("link", "link: neither a file nor a shipped scenario; did you mean fading-links, flapping-link or single-link?"),
+    ("link-flap", "link-flap: neither a file nor a shipped scenario; did you mean flapping-link?"),
+    ("quiet.json", "quiet.json: neither a file nor a shipped scenario; did you mean quiet-home?"),
     ("xyzzy", "xyzzy: neither a file nor a shipped scenario; see kolt-sim list"),
-    ("quiet-home.json", "quiet-home.json: no such file"), ("/", "/: is a directory")])
+    ("-", "-: neither a file nor a shipped scenario; see kolt-sim list"),
+    ("./quiet-home.json", "./quiet-home.json: no such file"), ("/", "/: is a directory")])
 def test_a_scenario_that_is_not_there_is_told_in_a_line(ask, tmp_path, monkeypatch, word, problem):
     monkeypatch.chdir(tmp_path)
     said = ask("run", word, run=must_not_run)
     assert (said.status, said.err) == (2, [f"kolt-sim: {problem}"])
+
+
+@pytest.mark.parametrize("word, meant", [("evening", "run evening-streaming"), ("rum", "run"), ("lst", "list")])
+def test_a_word_that_is_no_command_is_told_with_what_may_be_meant(ask, word, meant):
+    said = ask(word, run=must_not_run)
+    assert (said.status, said.err) == (2, [f"kolt-sim: {word}: no command of kolt-sim; did you mean kolt-sim {meant}?"])
 
 
 # What is missing

@@ -11,6 +11,7 @@ Topologies: nodes, the links between them, hosts, traffic and timed events, as a
 A link is called by its ends and its type, "a-b 5g"; a second one of the same kind is "a-b 5g #2". Without a rate it is as
 fast as the machine.
 """
+import difflib
 import json
 import re
 from collections import Counter
@@ -153,11 +154,18 @@ def load(which: str | Path) -> Topology:
     try:
         return parse(json.loads(path.read_text(encoding="utf-8")), path.stem)
     except OSError as error:
-        raise TopologyError(f"{which}: {error.strerror}") from error
+        raise TopologyError(f"{which}: {error.strerror}{_hint(str(which))}") from error
     except ValueError as error:
         raise TopologyError(f"{which}: not JSON: {error}") from error
     except TopologyError as error:
         raise TopologyError(f"{which}: {error}") from error
+
+
+def _hint(word: str) -> str:
+    """Names the shipped topology that a word is close to, if any."""
+    names = sorted(path.stem for path in SHELF.glob("*.json"))
+    meant = [name for name in names if name.startswith(word.lower())] or difflib.get_close_matches(word, names, 1)
+    return f"; did you mean {meant[0]}?" if meant else "; --list names the shipped ones" if "/" not in word else ""
 
 
 def shipped() -> list[Topology]:
