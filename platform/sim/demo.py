@@ -9,12 +9,32 @@ sys.path.insert(0, os.path.dirname(os.path.realpath(__file__)))
 
 import demo_paths  # noqa: E402
 from kolt_node import IWEVEXPIRED, Node, sample, wireless_event  # noqa: E402
+from kolt_node.command import run_command  # noqa: E402
+from kolt_node.node import build_directory, check_build  # noqa: E402
 
 # What a port is programmed with, by library call: the column's title and the argument that is shown.
 COLUMNS = {"bridgeSetIFType": ("type", "type"), "bridgeSetIFCompat": ("compat", "compat_group"),
            "bridgeSetIFGroup": ("relay", "group"), "bridgeSetIFClass": ("class", "bcast_class"),
            "bridgeSetIFPath": ("path", "path"), "bridgeSetNeedha": ("needha", "needha"),
            "bridgeSetIFBroadcast": ("broadcast", "allow")}
+LEGEND = """
+How to read the tables; docs/glossary.md has all words.
+
+  type       what the port is the end of: a cable, power line, or a radio of that band
+  compat     its compatibility group: which ports belong together, as the configuration says
+  relay      yes: it always carries broadcast; no: a nonrelay port, and of those of one class a single one does
+  class      which network's broadcast: 0 the home's, 1 the guests'
+  path       yes: a backhaul link, on which clients and streams can be placed
+  needha     need-HA. yes: the bridge keeps an entry for each stream, so that streams can be moved one by one
+  broadcast  yes: it carries broadcast now
+  *          this has changed
+
+  bridge mode 0 is that of a range extender (work mode RE), 1 that of every other work mode (FAP, AP, HAP).
+  A couple is a backhaul interface and its partner in the guests' network: one link that carries both.
+  Stream placement is the HA table: by which port each stream leaves. Forgotten, streams are placed anew."""
+TRY_NEXT = """
+Try next: platform/sim/kolt-node, this node for as long as you like, with events that you type;
+          scripts/simulate, an evening in a modelled home that reacts to the daemon, and a page of plots."""
 TYPES = ["ethernet", "plc", "2.4g", "5g", "5g_2"]
 FLUSHES = {"bridgeFlushHATable": "stream placement forgotten",
            "bridgeDelFdbByName": "forwarding entries forgotten:"}
@@ -92,6 +112,7 @@ def describe(indexes: dict[str, int]) -> None:
     print(f"  br-guest  {' '.join(sample.GUEST_PORTS)}")
     print("  links up  power line, 2.4 GHz, 5 GHz, second 5 GHz; the Ethernet link is down")
     print(f"  {len(indexes)} interfaces, work mode RE, configuration packaging/kolt.json")
+    print(LEGEND)
 
 
 def story(node: Node) -> None:
@@ -132,6 +153,7 @@ def end(node: Node) -> int:
 
 
 def main() -> int:
+    check_build(build_directory())
     with Node() as node:
         indexes = sample.set_up(node)
         describe(indexes)
@@ -142,8 +164,10 @@ def main() -> int:
         for record in node.log():
             print(f"    {record.function}: {record.level}: {record.text.strip()}")
         demo_paths.story(node, indexes)
-        return first or end(node)
+        status = first or end(node)
+        print(TRY_NEXT)
+        return status
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(run_command("demo", main))

@@ -4,6 +4,17 @@ import re
 from kolt_node import Node, hd_entry, sample
 from kolt_node.messages import ha_entry, mac_bytes
 
+LEGEND = """
+=== The daemon's other job: path selection
+
+  Once a period (here a second) it measures the radio paths and places clients and streams on them.
+
+  PHY rate   how fast the radio sends, as its driver says, in Mbit/s
+  busy       utilisation: for how much of the time the channel is taken, by anybody; hot is above 70 %
+  quota      what the daemon may still put there: 100 % less utilisation and a reserve of 10 %
+  client     here a device beyond the backhaul; an HD entry pins it to a path, by which new streams to it leave
+  stream     the packets of one connection; an HA entry says by which path they leave"""
+CALM_PROCESSOR = "cpu  0 0 0 1000 0 0 0 0 0 0\n"
 PATH_LINE = re.compile(r"path: (\S+), util: (\d+),.* quota: (\d+),.* processed_rate: (\d+)")
 KIB = 1024
 
@@ -67,12 +78,14 @@ def show_period(node: Node, tables: Tables, title: str) -> None:
 
 
 def story(node: Node, indexes: dict[str, int]) -> None:
+    print(LEGEND)
     sample.add_state_files(node)
+    node.write_file("/proc/stat", CALM_PROCESSOR)  # on a busy machine the daemon would spare the 2.4 GHz path
     tables = Tables(node, indexes)
     tables.write()
     set_utilisation(node, 50)
     node.start_daemon(sample.config(period=1))
-    show_period(node, tables, "Path selection: a calm period. Clients are pinned to the path with the most capacity")
+    show_period(node, tables, "A calm period. Clients are pinned to the path with the most capacity")
     set_utilisation(node, 92)
     show_period(node, tables, "The 2.4 GHz channel gets busy. One hot period alone moves no stream")
     show_period(node, tables, "It stays busy. Now the streams leave the hot path, one a client and period at the most")

@@ -12,7 +12,7 @@ from pathlib import Path
 from typing import TYPE_CHECKING
 
 from kolt_node import NodeError
-from kolt_node.node import build_directory
+from kolt_node.node import build_directory, check_build
 
 from .compare import compare
 from .files import Output, write_json
@@ -34,7 +34,6 @@ exit status: 0 all as expected; 1 an expectation was not met, or a storm with th
 scenario, or it cannot run here
 """
 WATCHING_SPEED = 20.0
-NEEDED = ("bin/kolt", "bin/kolt-ubusd", "bin/kolt-event", "lib/libduon-bridge.so", "lib/libeth_encap.so")
 RUN_ERRORS = (NodeError, OSError)
 FAILURES = (KeyboardInterrupt, ReaderGone, Unusable, *RUN_ERRORS)
 
@@ -99,10 +98,7 @@ def make_parser() -> argparse.ArgumentParser:
 
 def find_build(asked: str | None) -> Path:
     build = Path(asked) if asked else build_directory()
-    missing = [name for name in NEEDED if not (build / name).exists()]
-    if missing:
-        raise Unusable(f"{os.path.relpath(build)} holds no build: {missing[0]} is missing\n"
-                       "build it with: cmake --preset release && cmake --build --preset release")
+    check_build(build)
     return build
 
 

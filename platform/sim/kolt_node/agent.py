@@ -103,7 +103,7 @@ class Agent:
             value = getattr(self, "_do_" + operation)(**request)
             self.send({"id": number, "value": value})
         except OSError as error:
-            self.send({"id": number, "error": str(error), "errno": error.errno})
+            self.send({"id": number, "error": told(error), "errno": error.errno})
         except Exception as error:  # a mistake of the caller must not end the node
             self.send({"id": number, "error": repr(error), "errno": None})
 
@@ -161,6 +161,12 @@ class Agent:
         self._kernel.reply = Kernel.ACKNOWLEDGE
 
 
+def told(error: OSError) -> str:
+    """An error without its number, which goes beside it."""
+    text = error.strerror or str(error)
+    return f"{error.filename}: {text}" if error.filename else text
+
+
 def check_private(path: str) -> None:
     """Refuses a path that would reach the machine's own files."""
     parent = os.path.realpath(os.path.dirname(path))
@@ -205,7 +211,7 @@ def main() -> None:
         mounts.build(sys.argv[2:])
         agent = Agent(control)
     except OSError as error:
-        control.sendall(json.dumps({"news": "unable", "text": str(error)}).encode() + b"\n")
+        control.sendall(json.dumps({"news": "unable", "text": told(error)}).encode() + b"\n")
         sys.exit(1)
     introduce(control)
     agent.run()

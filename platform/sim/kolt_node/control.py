@@ -109,7 +109,8 @@ class Control:
     def start(self) -> Self:
         reasons = [reason for way in self.ways() if (reason := self._try_start(way))]
         if self._ready is None:
-            raise NodeError(f"this machine does not allow the namespaces that a simulated node needs: {reasons[-1]}")
+            raise NodeError(f"this machine does not allow the namespaces that a simulated node needs: {reasons[-1]}; "
+                            "run it as root, in a container as a privileged one")
         return self
 
     def ways(self) -> list[list[str]]:
@@ -127,7 +128,7 @@ class Control:
             self._agent = subprocess.Popen(command, pass_fds=[theirs.fileno()], stdin=subprocess.DEVNULL,
                                            stderr=subprocess.PIPE)
         except OSError as error:
-            return str(error)
+            return f"{error.filename}: {error.strerror}"
         finally:
             theirs.close()
         self._socket = ours
@@ -164,7 +165,10 @@ class Control:
             raise NodeError("the node is not running")
         self._next_id += 1
         number = self._next_id
-        self._socket.sendall(json.dumps({"id": number, "op": operation, **arguments}).encode() + b"\n")
+        try:
+            self._socket.sendall(json.dumps({"id": number, "op": operation, **arguments}).encode() + b"\n")
+        except (BrokenPipeError, ConnectionResetError):
+            raise NodeError("the node's agent has ended") from None
         deadline = time.monotonic() + timeout
         while number not in self._answers:
             if time.monotonic() > deadline:

@@ -53,7 +53,10 @@ class Links:
         if mac:
             body += attribute(IFLA_ADDRESS, bytes.fromhex(mac.replace(":", "")))
         body += attribute(IFLA_LINKINFO, attribute(IFLA_INFO_KIND, kind.encode()) + data)
-        self._request(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, body)
+        try:
+            self._request(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, body)
+        except OSError as error:
+            raise OSError(error.errno, f"cannot make the {kind} interface {name}: {error.strerror}") from None
         if kind == "veth":
             self.set_up(f"peer{self._peers}", True)
         if up:

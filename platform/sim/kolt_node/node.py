@@ -20,7 +20,18 @@ VALGRIND_LOG = "/tmp/valgrind.log"
 VALGRIND = ["/usr/bin/valgrind", "--error-exitcode=99", "--leak-check=full",
             "--errors-for-leak-kinds=definite,indirect", f"--log-file={VALGRIND_LOG}"]
 BRIDGE_EVENTS, NEIGHBOUR, ROUTE = 39, 53, 0
+BUILD_HINT = "build it with: cmake --preset release && cmake --build --preset release"
 LOOP_CALLS = {"x86_64": ("232", "281", "441"), "aarch64": ("22", "441")}  # epoll_wait and its kin
+
+
+NEEDED = ("bin/kolt", "bin/kolt-ubusd", "bin/kolt-event", "lib/libduon-bridge.so", "lib/libeth_encap.so")
+
+
+def check_build(build: Path) -> None:
+    """NodeError where a build lacks what a node with a daemon and a bus needs."""
+    missing = [name for name in NEEDED if not (build / name).exists()]
+    if missing:
+        raise NodeError(f"{os.path.relpath(build)} holds no build: {missing[0]} is missing\n{BUILD_HINT}")
 
 
 def build_directory() -> Path:
