@@ -61,14 +61,11 @@ def _figures(record: Record) -> str:
 
 def _links(record: Record) -> str:
     """The legend of the plots, with what each link did in the whole run."""
-    heads = ("rate,<br>Mbit/s", "utilisation,<br>mean", "utilisation,<br>highest", "carried<br>broadcast",
-             "link<br>lost")
-    rows = "".join(_link_row(name, series) for name, series in record.links.items())
-    return ('<div class="scroll"><table><thead><tr><th scope=col>Link</th>'
-            + "".join(f"<th scope=col>{head}</th>" for head in heads) + f"</tr></thead><tbody>{rows}</tbody></table></div>")
+    heads = ("rate, Mbit/s", "utilisation, mean", "utilisation, highest", "carried broadcast", "link lost")
+    return report_parts.stacked_table("Link", heads, [_link_row(name, series) for name, series in record.links.items()])
 
 
-def _link_row(name: str, series: LinkSeries) -> str:
+def _link_row(name: str, series: LinkSeries) -> tuple[str, tuple[str, ...]]:
     ticks = len(series.state)
     lost = sum(state in ("cut", "silent", "unused") for state in series.state)
     busy = series.utilisation
@@ -76,7 +73,7 @@ def _link_row(name: str, series: LinkSeries) -> str:
              words.percent(sum(busy) / ticks if ticks else None), words.percent(max(busy, default=None)),
              words.share(sum(series.broadcast), ticks), words.share(lost, ticks))
     mark = report_parts.swatch(data.colour(series.type), data.DASHES.get(series.type, []))
-    return f"<tr><th scope=row>{mark} {escape(name)}</th>" + "".join(f"<td>{cell}</td>" for cell in cells) + "</tr>"
+    return f"{mark} {escape(name)}", cells
 
 
 # Plots

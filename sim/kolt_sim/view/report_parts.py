@@ -1,5 +1,5 @@
 """The parts of the report that are text: verdict, figures, paths and records. Every text of a scenario is escaped."""
-from collections.abc import Iterable
+from collections.abc import Iterable, Sequence
 from html import escape
 from statistics import fmean
 
@@ -7,6 +7,7 @@ from . import report_data as data
 from . import verdict as judged
 from . import words
 
+COLUMNS_ON_A_PHONE = 3
 MAX_LISTED = 200  # rows of the tables of moves and placements
 
 
@@ -63,12 +64,9 @@ def _storm_alarm(result: dict) -> str:
 # Figures
 
 def figures(result: dict) -> str:
-    rows = "".join(f"<tr><th scope=row>{escape(name)}</th>" + "".join(f"<td>{escape(cell)}</td>" for cell in cells)
-                   + "</tr>" for name, *cells in judged.figure_rows(result))
-    heads = "".join(f"<th scope=col>{heading}</th>" for heading in judged.HEADINGS)
+    rows = [(escape(name), cells) for name, *cells in judged.figure_rows(result)]
     gain, of_ideal = result["ratios"]["gain"], result["ratios"]["of_ideal"]
-    return (f'<div class="scroll"><table><thead><tr><td></td>{heads}</tr></thead><tbody>{rows}</tbody></table></div>'
-            f'<div class="tiles"><div class="card"><strong>{_times(gain)}</strong>'
+    return (f'{stacked_table("", judged.HEADINGS, rows, len(judged.HEADINGS) > COLUMNS_ON_A_PHONE)}<div class="tiles"><div class="card"><strong>{_times(gain)}</strong>'
             f"<span>the goodput without the daemon</span></div>"
             f'<div class="card"><strong>{words.percent(of_ideal)}</strong>'
             f"<span>of the goodput of an ideal placement</span></div></div>")
@@ -87,15 +85,27 @@ def notes(result: dict) -> str:
 
 def paths(result: dict) -> str:
     """The legend of all plots, with what each path did in the whole run."""
-    rows = "".join(_path_row(name, path, result) for name, path in result["series"]["paths"].items())
-    heads = ("mean rate,<br>Mbit/s", "utilisation,<br>mean", "utilisation,<br>highest", "mean goodput,<br>Mbit/s",
-             "clients<br>at the end", "carried<br>broadcast", "link<br>down")
-    return ('<div class="scroll"><table><thead><tr><th scope=col>Path</th>'
-            + "".join(f"<th scope=col>{head}</th>" for head in heads)
-            + f"</tr></thead><tbody>{rows}</tbody></table></div>")
+    heads = ("mean rate, Mbit/s", "utilisation, mean", "utilisation, highest", "mean goodput, Mbit/s",
+             "clients at the end", "carried broadcast", "link down")
+    return stacked_table("Path", heads, [_path_row(name, path, result) for name, path in result["series"]["paths"].items()])
 
 
-def _path_row(name: str, path: dict, result: dict) -> str:
+def stacked_table(first: str, heads: Sequence[str], rows: Iterable[tuple[str, Sequence[str]]],
+                  stacked: bool = True) -> str:
+    """
+    A table of rows with a name, which is HTML already, and cells. A narrow window has no room for many columns, so there
+    each cell stands in a line of its own behind its heading, unless `stacked` is false.
+    """
+    beside = [f'<span class="head">{escape(head)}</span>' if stacked else "" for head in heads]
+    body = "".join(f"<tr><th scope=row>{name}</th>" + "".join(f"<td>{head}<span>{escape(cell)}</span></td>"
+                                                              for head, cell in zip(beside, cells)) + "</tr>"
+                   for name, cells in rows)
+    head = "".join(f"<th scope=col>{escape(text)}</th>" for text in ([first] if first else []) + list(heads))
+    return (f'<div class="scroll"><table class="{"stack" if stacked else "columns"}"><thead>'
+            f'<tr>{"" if first else "<td></td>"}{head}</tr></thead><tbody>{body}</tbody></table></div>')
+
+
+def _path_row(name: str, path: dict, result: dict) -> tuple[str, Sequence[str]]:
     ticks = len(path["up"])
     up_rates = [rate for rate, up in zip(path["rate"], path["up"]) if up]
     broadcast = sum(flag and up for flag, up in zip(path["broadcast"], path["up"]))
@@ -105,7 +115,7 @@ def _path_row(name: str, path: dict, result: dict) -> str:
              words.share(ticks - sum(path["up"]), ticks))
     label = escape(data.full_label(name, path["type"]))
     mark = swatch(data.colour(path["type"]), data.DASHES.get(path["type"], [5, 5]))
-    return f"<tr><th scope=row>{mark} {label}</th>" + "".join(f"<td>{cell}</td>" for cell in cells) + "</tr>"
+    return f"{mark} {label}", cells
 
 
 def _mean(values: list[float]) -> float | None:

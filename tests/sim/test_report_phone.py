@@ -1,0 +1,83 @@
+"""The report page in the hand: whole on a narrow screen, and by touch all that a pointer would find."""
+import sys
+from collections.abc import Iterator
+from pathlib import Path
+
+import pytest
+from browser import Browser
+from result_fixture import busy_home
+
+from kolt_sim.view import verdict
+from kolt_sim.view.report import render_report
+
+sys.path[:0] = [str(Path(__file__).resolve().parents[2] / part) for part in ("linux/mesh", "tests/mesh")]
+
+PHONE = 360
+# What a person must not have to look for beyond the screen's edge.
+OUTSIDE = """
+(() => {
+  for (const one of document.querySelectorAll("details")) one.open = true;
+  const found = [];
+  for (const box of document.querySelectorAll(".scroll")) {
+    if (box.scrollWidth > box.clientWidth) found.push(box.closest("section").id + " scrolls");
+  }
+  for (const one of document.querySelectorAll("td, th, dt, dd, p, li, button, figcaption")) {
+    const {left, right} = one.getBoundingClientRect();
+    if (left < 0 || right > innerWidth) found.push(one.tagName + " " + one.textContent.slice(0, 40));
+  }
+  return found;
+})()
+"""
+
+
+def mesh_page() -> str:
+    from kolt_mesh import page
+    from records import made_up
+    return page.render(made_up())
+
+
+PAGES = {"modelled": lambda: render_report(busy_home()), "mesh": mesh_page}
+
+
+@pytest.fixture(scope="module")
+def pages(tmp_path_factory: pytest.TempPathFactory) -> dict[str, Path]:
+    directory = tmp_path_factory.mktemp("pages")
+    for name, render in PAGES.items():
+        (directory / f"{name}.html").write_text(render(), encoding="utf-8")
+    return {name: directory / f"{name}.html" for name in PAGES}
+
+
+@pytest.fixture(scope="module")
+def phone(tmp_path_factory: pytest.TempPathFactory) -> Iterator[Browser]:
+    with Browser(tmp_path_factory.mktemp("profile"), width=PHONE, height=740, touch=True) as browser:
+        yield browser
+
+
+@pytest.mark.parametrize("name", PAGES)
+def test_nothing_lies_beyond_the_edge_of_a_phone(phone: Browser, pages: dict[str, Path], name: str) -> None:
+    phone.open(pages[name])
+    assert phone.ask("innerWidth") == PHONE == phone.ask("document.documentElement.scrollWidth")
+    assert phone.ask(OUTSIDE) == []
+
+
+def test_a_table_of_more_columns_than_a_phone_has_room_for_is_stacked(phone: Browser, tmp_path: Path,
+                                                                      monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setattr(verdict, "SIDES", verdict.SIDES * 2)
+    monkeypatch.setattr(verdict, "HEADINGS", verdict.HEADINGS * 2)
+    (tmp_path / "wide.html").write_text(render_report(busy_home()), encoding="utf-8")
+    phone.open(tmp_path / "wide.html")
+    assert phone.ask(OUTSIDE) == []
+    assert phone.ask("document.querySelector('#figures tbody tr').innerText").split("\n")[:2] == [
+        "goodput, Mbit/s", "with the daemon"]
+
+
+@pytest.mark.parametrize("name", PAGES)
+def test_every_value_of_a_path_stands_beside_its_heading_on_a_phone(phone: Browser, pages: dict[str, Path],
+                                                                    name: str) -> None:
+    phone.open(pages[name])
+    heads = phone.ask("[...document.querySelectorAll('#paths thead th')].slice(1).map(one => one.textContent)")
+    rows = phone.ask("[...document.querySelectorAll('#paths tbody tr')].map(row => row.innerText.split('\\n')"
+                     ".map(line => line.trim()).filter(line => line))")
+    assert len(heads) >= 5 and len(rows) >= 3
+    for row in rows:
+        assert row[1::2] == heads and all(row[2::2])
