@@ -75,6 +75,7 @@ class Browser:
         for kind, at in [("touchStart", points[0]), *(("touchMove", point) for point in points[1:])]:
             self._tell("Input.dispatchTouchEvent", type=kind, touchPoints=[{"x": at[0], "y": at[1]}])
         self._tell("Input.dispatchTouchEvent", type="touchEnd", touchPoints=[])
+        self.ask("new Promise(done => requestAnimationFrame(() => requestAnimationFrame(done)))")  # it has been answered
 
     def tap(self, selector: str, number: int = 0) -> None:
         """Touches the middle of one of the elements that a selector names, brought into view first."""
@@ -84,7 +85,7 @@ class Browser:
             const box = one.getBoundingClientRect();
             return [box.left + box.width / 2, box.top + box.height / 2];
         }})()""")
-        self._tell("Input.synthesizeTapGesture", x=box[0], y=box[1], gestureSourceType="touch")
+        self.touch(tuple(box))
 
     def key(self, name: str) -> None:
         for kind in ("keyDown", "keyUp"):

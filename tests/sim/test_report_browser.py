@@ -96,8 +96,9 @@ def dump_dom(page: Path, profile: Path, *flags: str) -> str:
             raise
 
 
-def ask(result: dict, script: str, tmp_path: Path, *flags: str) -> dict:
-    """Runs a script in a copy of the report of a result and returns its `answer`."""
+def ask(result: dict, script: str, tmp_path: Path, *flags: str, whole: bool = True) -> dict:
+    """Runs a script in a copy of the report of a result, on the whole run unless asked not to; returns its `answer`."""
+    script = ('document.getElementById("whole").click();\n' if whole else "") + script
     names = json.dumps(sorted(ALL_PATHS | OTHERS))
     script = (f'{{{script.replace("NAMES", names)}\nconst place = document.createElement("pre");\n'
               'place.id = "answer";\n'
@@ -164,6 +165,16 @@ def test_the_pointer_shows_the_values_of_that_time_in_every_plot(tmp_path: Path)
     assert re.search(r"5 GHz \(wlan1\.1\)\d+", answer["legends"]["plot-utilisation"])
     assert "Ethernet:carries broadcast" in answer["legends"]["plot-broadcast"]
     assert "Storm without it:storm of eth0, wlan1.1" in answer["legends"]["plot-broadcast"]
+
+
+def test_a_long_run_opens_where_most_happens_and_says_so(tmp_path: Path) -> None:
+    answer = ask(busy_home(), POINT + """
+        const answer = {faults, labels: labels(), told: document.getElementById("shown").textContent,
+                        hidden: document.getElementById("whole").hidden};
+        """, tmp_path, whole=False)
+    assert answer["faults"] == [] and answer["hidden"] is False
+    assert answer["told"] == "Shown: 0:00 to 2:35 of 10:00, where most happens."
+    assert {(labels[0], labels[-1]) for labels in answer["labels"].values()} == {("0:00", "2:30")}
 
 
 def test_a_drag_zooms_all_plots_and_a_double_click_shows_all_again(tmp_path: Path) -> None:

@@ -81,3 +81,51 @@ def test_every_value_of_a_path_stands_beside_its_heading_on_a_phone(phone: Brows
     assert len(heads) >= 5 and len(rows) >= 3
     for row in rows:
         assert row[1::2] == heads and all(row[2::2])
+
+
+# By touch
+
+AXIS = "[...document.querySelectorAll('#plot-total .dygraph-axis-label-x')].map(label => label.textContent)"
+SHOWN = "document.getElementById('shown').textContent"
+LEGEND = "document.querySelector('#plot-rate .legend').innerText"
+
+
+def plot_place(phone: Browser, name: str) -> tuple[float, float, float]:
+    """Where a plot lies when it is in view: its left and right edge, and the height of its middle."""
+    return tuple(phone.ask(f"""(() => {{
+        const plot = document.querySelector("#plot-{name} .plot");
+        plot.scrollIntoView({{block: "center", behavior: "instant"}});
+        const box = plot.getBoundingClientRect();
+        return [box.left, box.right, box.top + box.height / 2];
+    }})()"""))
+
+
+def test_the_buttons_move_in_the_run_by_touch(phone: Browser, pages: dict[str, Path]) -> None:
+    phone.open(pages["modelled"])
+    told = []
+    for button in ("whole", "closer", "later", "later", "wider", "earlier"):
+        phone.tap(f"#{button}")
+        told.append(phone.ask(SHOWN))
+    assert told == ["Shown: the whole run, 10:00.", "Shown: 2:30 to 7:30 of 10:00.", "Shown: 5:00 to 10:00 of 10:00.",
+                    "Shown: 5:00 to 10:00 of 10:00.", "Shown: the whole run, 10:00.", "Shown: the whole run, 10:00."]
+
+
+def test_the_buttons_are_large_enough_for_a_finger(phone: Browser, pages: dict[str, Path]) -> None:
+    phone.open(pages["modelled"])
+    sizes = phone.ask("[...document.querySelectorAll('button')].map(one => [one.offsetWidth, one.offsetHeight])")
+    assert len(sizes) == 5 and all(width >= 40 and height >= 40 for width, height in sizes)
+
+
+def test_a_touch_reads_the_values_and_a_finger_that_moves_goes_on_reading(phone: Browser, pages: dict[str, Path]) -> None:
+    phone.open(pages["modelled"])
+    phone.ask("document.getElementById('whole').click()")
+    assert "at " not in phone.ask(LEGEND)
+    left, right, middle = plot_place(phone, "rate")
+    phone.touch((left + 0.5 * (right - left), middle))
+    first = phone.ask(LEGEND)
+    phone.touch((left + 0.5 * (right - left), middle), (left + 0.7 * (right - left), middle),
+                (left + 0.8 * (right - left), middle))
+    second = phone.ask(LEGEND)
+    assert "at 3:" in first and "at 7:" in second, (first, second)
+    assert phone.ask("document.querySelector('#plot-total .legend').innerText").endswith(second[-4:])  # and all plots follow
+    assert phone.ask(SHOWN) == "Shown: the whole run, 10:00."

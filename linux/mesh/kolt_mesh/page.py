@@ -8,7 +8,7 @@ from .record import LinkSeries, Record
 
 sys.path[:0] = [str(ROOT / "sim"), str(ROOT / "platform/sim")]
 
-from kolt_sim.view import report, report_parts, words  # noqa: E402
+from kolt_sim.view import report, report_opening, report_parts, words  # noqa: E402
 from kolt_sim.view import report_data as data  # noqa: E402
 from kolt_sim.view.report import LIBRARY, ReportError  # noqa: E402
 
@@ -28,8 +28,7 @@ def render(record: Record) -> str:
     texts = {"title": escape(record.title), "what": "a mesh of namespaces with kolt", "about": escape(record.about),
              "facts": f"{_length(record):.0f} s · topology {escape(record.name)} · in the nodes: {escape(record.kind)}",
              "verdict": _verdict(record, good), "figures": _figures(record), "notes": "", "paths": _links(record),
-             "reading": "Time in minutes:seconds. Numbers mark events, listed below. Drag across a plot to zoom all of "
-                        "them, double-click to zoom out.",
+             "reading": report.reading(_length(record), bool(record.events)),
              "records": report_parts.table("Events", ("", "time", "event"), _events(record), data.MAX_EVENTS,
                                            len(record.events), "event-")}
     return report.render_page(texts, plots, _drawn(record, plots))
@@ -123,7 +122,8 @@ def _drawn(record: Record, plots: list[dict]) -> dict:
     """What the page's script gets."""
     keep = ("id", "kind", "series", "lanes", "percent")
     end = _length(record) + record.tick
-    return {"window": [0.0, end], "times": record.time[::data.stride(len(record.time))], "tick": record.tick, "end": end,
+    opening = report_opening.opening([(at, report_opening.EVENT) for at, _ in record.events], [0.0, end])
+    return {"window": [0.0, end], "opening": opening, "times": record.time[::data.stride(len(record.time))], "tick": record.tick, "end": end,
             "names": {}, "moves": [], "events": [list(event) for event in record.events], "storms": [],
             "threshold": None,
             "plots": [{key: plot[key] for key in keep if key in plot} for plot in plots if not plot["empty"]]}

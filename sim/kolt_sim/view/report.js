@@ -1,45 +1,5 @@
 // The plots: all share one time axis, one zoom and one hover.
 
-const graphs = [];
-
-// Zoom: a drag across any plot, shown on all of them
-
-function zoom(range) {
-  const whole = range === null;
-  graphs[0].updateOptions({dateWindow: whole ? wholeRun.slice() : range});
-  document.getElementById("whole").hidden = whole;
-}
-
-function showBands(from, to) {
-  for (const graph of graphs) {
-    const style = graph.plot.band.style;
-    graph.plot.band.hidden = from === to;
-    style.left = Math.min(from, to) + "px";
-    style.width = Math.abs(to - from) + "px";
-    style.height = graph.getArea().h + "px";
-  }
-}
-
-function dragZoom(event, graph) {
-  if (event.button !== 0) return;
-  event.preventDefault();
-  const area = graph.getArea(), left = graph.graphDiv.getBoundingClientRect().left;
-  const place = at => Math.min(area.x + area.w, Math.max(area.x, at.clientX - left));
-  const start = place(event);
-  const move = at => showBands(start, place(at));
-  const up = at => {
-    document.removeEventListener("mousemove", move);
-    document.removeEventListener("mouseup", up);
-    showBands(0, 0);
-    const ends = [start, place(at)].sort((a, b) => a - b);
-    if (ends[1] - ends[0] >= 5) zoom(ends.map(x => graph.toDataXCoord(x)));
-  };
-  document.addEventListener("mousemove", move);
-  document.addEventListener("mouseup", up);
-}
-
-// The plots
-
 function rows(plot) {
   const columns = plot.kind === "lanes" ? plot.lanes.map(() => data.times.map(() => 0.5))
     : plot.series.map(series => series.values);
@@ -110,6 +70,7 @@ function build(plot) {
     place.style.height = plot.lanes.length * LANE + 24 + "px";
     area.append(laneNames(plot));
   }
+  readByTouch(place);
   const graph = new Dygraph(place, rows(plot), options(plot));
   plot.hair = element("div", "hair");
   plot.band = element("div", "band");
@@ -136,4 +97,4 @@ if (graphs.length > 1) Dygraph.synchronize(graphs, {range: false});
 matchMedia("(prefers-color-scheme: dark)").addEventListener("change", restyle);
 addEventListener("beforeprint", () => printing(true));
 addEventListener("afterprint", () => printing(false));
-document.getElementById("whole").addEventListener("click", () => zoom(null));
+startWindow();

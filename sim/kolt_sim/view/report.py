@@ -13,8 +13,8 @@ from . import report_parts as parts
 HERE = Path(__file__).resolve().parent
 LIBRARY = Path("/usr/share/javascript/dygraphs")
 LICENCE = Path("/usr/share/doc/libjs-dygraphs/copyright")
-SCRIPTS = ("report_base.js", "report_legend.js", "report_marks.js", "report.js")
-# The page may run its own three scripts and nothing else, and load nothing from anywhere.
+SCRIPTS = ("report_base.js", "report_legend.js", "report_marks.js", "report_window.js", "report.js")
+# The page may run its own two scripts and nothing else, and load nothing from anywhere.
 POLICY = "default-src 'none'; style-src 'unsafe-inline'; script-src {}; base-uri 'none'; form-action 'none'"
 
 
@@ -34,7 +34,7 @@ def render_report(result: dict) -> str:
     texts = {"title": escape(scenario["title"]), "what": "modelled run of kolt", "about": escape(scenario["about"]),
              "facts": parts.facts(result), "verdict": parts.verdict(result), "figures": parts.figures(result),
              "beside": report_beside.section(result), "notes": parts.notes(result), "paths": parts.paths(result),
-             "reading": _reading(result), "records": parts.records(result)}
+             "reading": reading(scenario["duration"], bool(result["events"])), "records": parts.records(result)}
     return render_page(texts, plots, report_plots.drawn(result, plots))
 
 
@@ -49,10 +49,12 @@ def render_page(texts: dict[str, str], plots: list[dict], drawn: dict) -> str:
         data=_inline_data(drawn), library=library, script=script)
 
 
-def _reading(result: dict) -> str:
-    unit = "hours:minutes" if result["scenario"]["duration"] >= 3600 else "minutes:seconds"
-    events = " Numbers mark events, listed below." if result["events"] else ""
-    return f"Time in {unit}.{events} Drag across a plot to zoom all of them, double-click to zoom out."
+def reading(length: float, events: bool) -> str:
+    """How to read the plots of a run, and to move in them."""
+    unit = "hours:minutes" if length >= 3600 else "minutes:seconds"
+    marks = " Numbers mark events, listed below." if events else ""
+    return (f"Time in {unit}.{marks} Point at a plot or touch it to read its values. Drag across it with a mouse to zoom all "
+            "plots, double-click to see the whole run, or use the buttons.")
 
 
 def _library(name: str) -> str:

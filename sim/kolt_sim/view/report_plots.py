@@ -4,6 +4,7 @@ from statistics import fmean
 
 from . import report_beside, words
 from . import report_data as data
+from .report_opening import happenings, opening
 
 THINNED = {"mean": "means", "last": "last values", "extremes": "lowest and highest values"}
 
@@ -103,7 +104,8 @@ def drawn(result: dict, made: list[dict]) -> dict:
     events = [[event["time"], event["text"] if number < data.MAX_EVENTS else ""]
               for number, event in enumerate(result["events"])]
     keep = ("id", "kind", "series", "lanes", "percent")
-    return {"window": data.window(result), "times": data.row_times(result), "tick": result["scenario"]["tick"],
+    window = data.window(result)
+    return {"window": window, "opening": opening(happenings(result), window), "times": data.row_times(result), "tick": result["scenario"]["tick"],
             "end": data.end(result),
             "names": data.names(result), "moves": data.moves(result), "events": events,
             "storms": data.storms(result, "storm_without"),
