@@ -16,11 +16,9 @@ COMMANDS_FD, ANSWERS_FD = 3, 4  # where the browser expects its pipe
 
 
 class Browser:
-    """Use as a context manager. `width` is the window's in pixels of the page; a browser with `touch` has no mouse."""
+    """Use as a context manager."""
 
-    def __init__(self, profile: Path, *, width: int = 1280, height: int = 1000, touch: bool = False,
-                 dark: bool = False) -> None:
-        self._size, self._touch, self._dark = (width, height), touch, dark
+    def __init__(self, profile: Path) -> None:
         command_read, self._commands = os.pipe()
         self._answers, answer_write = os.pipe()
 
@@ -40,13 +38,6 @@ class Browser:
     def __enter__(self) -> Self:
         target = self._tell("Target.createTarget", url="about:blank")["targetId"]
         self._session = self._tell("Target.attachToTarget", targetId=target, flatten=True)["sessionId"]
-        width, height = self._size
-        self._tell("Emulation.setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=1,
-                   mobile=self._touch)
-        self._tell("Emulation.setTouchEmulationEnabled", enabled=self._touch)
-        features = [("prefers-color-scheme", "dark" if self._dark else "light")]
-        features += [("hover", "none"), ("pointer", "coarse")] if self._touch else []
-        self._tell("Emulation.setEmulatedMedia", features=[{"name": name, "value": value} for name, value in features])
         self._tell("Page.enable")
         return self
 
@@ -55,6 +46,15 @@ class Browser:
         self._browser.wait()
         os.close(self._commands)
         os.close(self._answers)
+
+    def become(self, width: int, height: int = 900, *, touch: bool = False, dark: bool = False) -> Self:
+        """A window of that size in pixels of the page; with `touch` it has a finger instead of a mouse."""
+        self._tell("Emulation.setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=1, mobile=touch)
+        self._tell("Emulation.setTouchEmulationEnabled", enabled=touch)
+        features = [("prefers-color-scheme", "dark" if dark else "light")]
+        features += [("hover", "none"), ("pointer", "coarse")] if touch else []
+        self._tell("Emulation.setEmulatedMedia", features=[{"name": name, "value": value} for name, value in features])
+        return self
 
     def open(self, page: Path) -> None:
         """Shows a page and returns when its scripts have run."""
@@ -75,17 +75,29 @@ class Browser:
         for kind, at in [("touchStart", points[0]), *(("touchMove", point) for point in points[1:])]:
             self._tell("Input.dispatchTouchEvent", type=kind, touchPoints=[{"x": at[0], "y": at[1]}])
         self._tell("Input.dispatchTouchEvent", type="touchEnd", touchPoints=[])
-        self.ask("new Promise(done => requestAnimationFrame(() => requestAnimationFrame(done)))")  # it has been answered
+        self._settle()
 
     def tap(self, selector: str, number: int = 0) -> None:
         """Touches the middle of one of the elements that a selector names, brought into view first."""
-        box = self.ask(f"""(() => {{
+        self.touch(self._middle(selector, number))
+
+    def point(self, selector: str, number: int = 0) -> None:
+        """Moves the mouse over the middle of one of the elements that a selector names."""
+        x, y = self._middle(selector, number)
+        self._tell("Input.dispatchMouseEvent", type="mouseMoved", x=x, y=y)
+        self._settle()
+
+    def _middle(self, selector: str, number: int) -> tuple[float, float]:
+        return tuple(self.ask(f"""(() => {{
             const one = document.querySelectorAll({json.dumps(selector)})[{number}];
             one.scrollIntoView({{block: "center", behavior: "instant"}});
-            const box = one.getBoundingClientRect();
+            const box = one.getClientRects()[0];
             return [box.left + box.width / 2, box.top + box.height / 2];
-        }})()""")
-        self.touch(tuple(box))
+        }})()"""))
+
+    def _settle(self) -> None:
+        """Waits until what was done has been answered and drawn."""
+        self.ask("new Promise(done => requestAnimationFrame(() => requestAnimationFrame(done)))")
 
     def key(self, name: str) -> None:
         for kind in ("keyDown", "keyUp"):

@@ -28,13 +28,20 @@ class Page(HTMLParser):
 
     def handle_starttag(self, tag: str, attributes: list) -> None:
         self.elements.append((tag, dict(attributes)))
+        self._separate(tag)
         if tag in self.raw:
             self._within = tag
             self.raw[tag].append("")
 
     def handle_endtag(self, tag: str) -> None:
+        self._separate(tag)
         if tag == self._within:
             self._within = ""
+
+    def _separate(self, tag: str) -> None:
+        """A link stands within a text, whatever else begins or ends separates two."""
+        if tag != "a":
+            self.words.append(" ")
 
     def handle_data(self, data: str) -> None:
         if self._within:
@@ -44,7 +51,7 @@ class Page(HTMLParser):
 
     @property
     def text(self) -> str:
-        return " ".join(" ".join(self.words).split())
+        return " ".join("".join(self.words).split())
 
     @property
     def data(self) -> dict:

@@ -48,9 +48,14 @@ def pages(tmp_path_factory: pytest.TempPathFactory) -> dict[str, Path]:
 
 
 @pytest.fixture(scope="module")
-def phone(tmp_path_factory: pytest.TempPathFactory) -> Iterator[Browser]:
-    with Browser(tmp_path_factory.mktemp("profile"), width=PHONE, height=740, touch=True) as browser:
-        yield browser
+def browser(tmp_path_factory: pytest.TempPathFactory) -> Iterator[Browser]:
+    with Browser(tmp_path_factory.mktemp("profile")) as started:
+        yield started
+
+
+@pytest.fixture
+def phone(browser: Browser) -> Browser:
+    return browser.become(PHONE, 740, touch=True)
 
 
 @pytest.mark.parametrize("name", PAGES)
@@ -58,6 +63,14 @@ def test_nothing_lies_beyond_the_edge_of_a_phone(phone: Browser, pages: dict[str
     phone.open(pages[name])
     assert phone.ask("innerWidth") == PHONE == phone.ask("document.documentElement.scrollWidth")
     assert phone.ask(OUTSIDE) == []
+
+
+@pytest.mark.parametrize("width", [500, 768, 901, 1280])
+def test_nothing_lies_beyond_the_edge_of_other_windows(browser: Browser, pages: dict[str, Path], width: int) -> None:
+    browser.become(width)
+    for page in pages.values():
+        browser.open(page)
+        assert browser.ask(OUTSIDE) == []
 
 
 def test_a_table_of_more_columns_than_a_phone_has_room_for_is_stacked(phone: Browser, tmp_path: Path,
@@ -112,7 +125,7 @@ def test_the_buttons_move_in_the_run_by_touch(phone: Browser, pages: dict[str, P
 
 def test_the_buttons_are_large_enough_for_a_finger(phone: Browser, pages: dict[str, Path]) -> None:
     phone.open(pages["modelled"])
-    sizes = phone.ask("[...document.querySelectorAll('button')].map(one => [one.offsetWidth, one.offsetHeight])")
+    sizes = phone.ask("[...document.querySelectorAll('#zoom button')].map(one => [one.offsetWidth, one.offsetHeight])")
     assert len(sizes) == 5 and all(width >= 40 and height >= 40 for width, height in sizes)
 
 
@@ -129,3 +142,79 @@ def test_a_touch_reads_the_values_and_a_finger_that_moves_goes_on_reading(phone:
     assert "at 3:" in first and "at 7:" in second, (first, second)
     assert phone.ask("document.querySelector('#plot-total .legend').innerText").endswith(second[-4:])  # and all plots follow
     assert phone.ask(SHOWN) == "Shown: the whole run, 10:00."
+
+
+DOUBLE_CLICK = """
+(all => all[all.length - 1].dispatchEvent(new MouseEvent("dblclick", {bubbles: true})))(
+  document.querySelectorAll("#plot-rate canvas"));
+"""
+OVERLAPS = """
+[...document.querySelectorAll(".rail")].flatMap(rail => {
+  const boxes = [...rail.querySelectorAll("button")].map(one => one.getBoundingClientRect());
+  return boxes.slice(1).filter((box, index) => box.left < boxes[index].right - 1);
+}).length
+"""
+FACT = "document.getElementById('fact')"
+
+
+def fact(browser: Browser) -> str:
+    """What the box of facts says, if it is shown where a person can see it."""
+    return browser.ask(f"""(() => {{
+        const box = {FACT}.getBoundingClientRect();
+        const seen = !{FACT}.hidden && box.left >= 0 && box.top >= 0 && box.right <= innerWidth && box.bottom <= innerHeight;
+        return seen ? {FACT}.innerText : "";
+    }})()""")
+
+
+def test_markers_keep_apart_for_a_finger(browser: Browser, pages: dict[str, Path]) -> None:
+    browser.become(768, touch=True).open(pages["modelled"])
+    assert browser.ask(OVERLAPS) == 0
+    sizes = browser.ask("[...document.querySelectorAll('.rail button')].map(one => [one.offsetWidth, one.offsetHeight])")
+    assert len(sizes) > 20 and all(width >= 32 and height >= 28 for width, height in sizes)
+
+
+@pytest.mark.parametrize("selector, number, told", [
+    ("#plot-total .rail.events button", 0, "1: 0:15 client phone-3 to uplink"),
+    ("#plot-total .rail.events button", 1, "2: 2:00 neighbours of 5g go to 40 %\n3: 2:06 neighbours of 2.4g go to 20 %"),
+    ("#plot-broadcast .rail.events button", 0, "1: 0:15 client phone-3 to uplink"),
+    (".moves button", 0, "0:20 to 0:40\n4 × 5 GHz → 2.4 GHz"),
+    (".moves button", -1, "5 GHz → 2nd 5 GHz"),
+    ("#plot-quota .term", 0, "quota\nWhat the daemon may still put on a path"),
+    ("#figures .term", 0, "with the daemon\nThe node as kolt runs it"),
+    ("#words dd .term", 0, "stream\nThe packets between"),
+])
+def test_a_touch_tells_what_a_marker_or_a_word_means(phone: Browser, pages: dict[str, Path], selector: str, number: int,
+                                                     told: str) -> None:
+    phone.open(pages["modelled"])
+    if number < 0:
+        number += phone.ask(f"document.querySelectorAll('{selector}').length")
+    assert fact(phone) == ""
+    phone.tap(selector, number)
+    assert told in fact(phone).replace("\n\n", "\n")
+    phone.tap(selector, number)
+    assert fact(phone) == ""
+
+
+def test_a_fact_goes_when_something_else_is_touched_or_the_plots_change(phone: Browser, pages: dict[str, Path]) -> None:
+    phone.open(pages["modelled"])
+    for gone in (lambda: phone.tap("h1"), lambda: phone.key("Escape"), lambda: phone.ask(DOUBLE_CLICK)):
+        phone.tap("#plot-total .rail.events button")
+        assert fact(phone)
+        gone()
+        assert fact(phone) == ""
+
+
+def test_an_event_leads_to_its_row_in_the_list(phone: Browser, pages: dict[str, Path]) -> None:
+    phone.open(pages["modelled"])
+    phone.tap("#plot-total .rail.events button", 1)
+    phone.tap("#fact a")
+    top, bottom = phone.ask("(box => [box.top, box.bottom])(document.getElementById('event-2').getBoundingClientRect())")
+    assert 0 <= top < bottom <= 740 and fact(phone) == ""
+
+
+def test_a_pointer_that_is_over_it_tells_it_too(browser: Browser, pages: dict[str, Path]) -> None:
+    browser.become(1280).open(pages["modelled"])
+    browser.point("#plot-total .rail.events button")
+    assert "phone-3 to uplink" in fact(browser)
+    browser.point("h2")
+    assert fact(browser) == ""

@@ -10,6 +10,7 @@ sys.path[:0] = [str(ROOT / "sim"), str(ROOT / "platform/sim")]
 
 from kolt_sim.view import report, report_opening, report_parts, words  # noqa: E402
 from kolt_sim.view import report_data as data  # noqa: E402
+from kolt_sim.view.report_words import explained  # noqa: E402
 from kolt_sim.view.report import LIBRARY, ReportError  # noqa: E402
 
 __all__ = ["LIBRARY", "ReportError", "render", "write"]
@@ -26,7 +27,8 @@ def render(record: Record) -> str:
     plots = _plots(record)
     good = all(one.met for one in record.expectations)
     texts = {"title": escape(record.title), "what": "a mesh of namespaces with kolt", "about": escape(record.about),
-             "facts": f"{_length(record):.0f} s · topology {escape(record.name)} · in the nodes: {escape(record.kind)}",
+             "facts": f"{_length(record):.0f} s · {explained('topology')} {escape(record.name)} · "
+                      f"{explained('in the nodes')}: {escape(record.kind)}",
              "verdict": _verdict(record, good), "figures": _figures(record), "notes": "", "paths": _links(record),
              "reading": report.reading(_length(record), bool(record.events)),
              "records": report_parts.table("Events", ("", "time", "event"), _events(record), data.MAX_EVENTS,
@@ -53,7 +55,7 @@ def _verdict(record: Record, good: bool) -> str:
 
 
 def _figures(record: Record) -> str:
-    rows = "".join(f"<tr><th scope=row>{escape(name)}</th><td>{escape(value)}</td></tr>"
+    rows = "".join(f"<tr><th scope=row>{explained(escape(name))}</th><td>{escape(value)}</td></tr>"
                    for name, value in record.figures)
     return f'<div class="scroll"><table><tbody>{rows}</tbody></table></div>'
 
@@ -123,7 +125,7 @@ def _drawn(record: Record, plots: list[dict]) -> dict:
     keep = ("id", "kind", "series", "lanes", "percent")
     end = _length(record) + record.tick
     opening = report_opening.opening([(at, report_opening.EVENT) for at, _ in record.events], [0.0, end])
-    return {"window": [0.0, end], "opening": opening, "times": record.time[::data.stride(len(record.time))], "tick": record.tick, "end": end,
-            "names": {}, "moves": [], "events": [list(event) for event in record.events], "storms": [],
+    return {"window": [0.0, end], "opening": opening, "times": record.time[::data.stride(len(record.time))],
+            "tick": record.tick, "end": end, "names": {}, "moves": [], "events": [list(event) for event in record.events], "storms": [],
             "threshold": None,
             "plots": [{key: plot[key] for key in keep if key in plot} for plot in plots if not plot["empty"]]}

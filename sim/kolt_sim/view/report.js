@@ -48,7 +48,7 @@ function options(plot) {
     },
     interactionModel: {mousedown: dragZoom, dblclick: () => zoom(null)},
     underlayCallback: (context, area, graph) => underlay(plot, context, area, graph),
-    drawCallback: graph => { plot.graph = graph; drawEvents(plot); drawMoves(plot); overlay(plot, graph); },
+    drawCallback: graph => { plot.graph = graph; drawEvents(plot); drawMoves(plot); overlay(plot, graph); forgetFact(); },
   };
 }
 

@@ -9,11 +9,13 @@ from string import Template
 
 from . import report_beside, report_plots
 from . import report_parts as parts
+from .report_words import explained, section
 
 HERE = Path(__file__).resolve().parent
 LIBRARY = Path("/usr/share/javascript/dygraphs")
 LICENCE = Path("/usr/share/doc/libjs-dygraphs/copyright")
-SCRIPTS = ("report_base.js", "report_legend.js", "report_marks.js", "report_window.js", "report.js")
+SCRIPTS = ("report_base.js", "report_legend.js", "report_facts.js", "report_marks.js", "report_window.js",
+           "report.js")
 # The page may run its own two scripts and nothing else, and load nothing from anywhere.
 POLICY = "default-src 'none'; style-src 'unsafe-inline'; script-src {}; base-uri 'none'; form-action 'none'"
 
@@ -42,19 +44,22 @@ def render_page(texts: dict[str, str], plots: list[dict], drawn: dict) -> str:
     """A page from its texts, which are HTML already, its plots, and what the page's script gets to draw them."""
     library = "\n".join(map(_script_text, ("dygraph.min.js", "extras/synchronizer.js")))
     script = _inline_script(_own_script())
+    figures = "\n".join(map(report_plots.figure, plots))
     return Template((HERE / "report.html").read_text(encoding="utf-8")).substitute(
-        {"beside": ""} | texts, policy=POLICY.format(" ".join(map(_digest, (library, script)))),
+        {"beside": ""} | texts, words=section("".join([*texts.values(), figures])),
+        policy=POLICY.format(" ".join(map(_digest, (library, script)))),
         style=_library("dygraph.min.css") + (HERE / "report.css").read_text(encoding="utf-8"),
-        plots="\n".join(map(report_plots.figure, plots)), licence=escape(_read_package(LICENCE)),
+        plots=figures, licence=escape(_read_package(LICENCE)),
         data=_inline_data(drawn), library=library, script=script)
 
 
 def reading(length: float, events: bool) -> str:
     """How to read the plots of a run, and to move in them."""
     unit = "hours:minutes" if length >= 3600 else "minutes:seconds"
-    marks = " Numbers mark events, listed below." if events else ""
-    return (f"Time in {unit}.{marks} Point at a plot or touch it to read its values. Drag across it with a mouse to zoom all "
-            "plots, double-click to see the whole run, or use the buttons.")
+    marks = explained(" Numbers mark events, listed below.") if events else ""
+    return (f"Time in {unit}.{marks} Point at a plot or touch it to read its values, at a marker or a dotted word to read what "
+            "it means. Drag across a plot with a mouse to zoom all of them, double-click to see the whole run, or use the "
+            "buttons.")
 
 
 def _library(name: str) -> str:

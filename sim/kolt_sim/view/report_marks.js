@@ -10,7 +10,8 @@ function visible(graph, time) {
 }
 
 const eventLabel = ({first, last}) => first === last ? String(first) : first + "–" + last;
-const labelWidth = cluster => 12 + 7 * eventLabel(cluster).length;
+const FINGER = matchMedia("(pointer: coarse)").matches ? 34 : 0; // pixels that a marker takes at the least
+const labelWidth = cluster => Math.max(FINGER, 12 + 7 * eventLabel(cluster).length);
 
 // Events whose numbers would lie on each other share a marker. One that the next event will join needs more room.
 function eventClusters(graph) {
@@ -18,7 +19,7 @@ function eventClusters(graph) {
   data.events.forEach(([time, text], index) => {
     if (!visible(graph, time)) return;
     const x = places[index], fresh = {x, first: index + 1, last: index + 1, time, texts: [text]};
-    const room = labelWidth({first: index + 1, last: places[index + 1] - x < 24 ? index + 2 : index + 1});
+    const room = labelWidth({first: index + 1, last: places[index + 1] - x < Math.max(24, FINGER) ? index + 2 : index + 1});
     const before = clusters[clusters.length - 1];
     if (before && x - before.x < (labelWidth(before) + room) / 2 + 1) {
       before.last = index + 1;
@@ -30,28 +31,41 @@ function eventClusters(graph) {
   return clusters;
 }
 
+const TOLD = 8; // what more there is, the list has
+
+// A marker is a button that tells its fact. The same events stand above each plot: a keyboard finds them once.
+function marker(className, text, fact, x, reachable) {
+  const made = element("button", className, text);
+  made.type = "button";
+  made.dataset.fact = fact;
+  made.tabIndex = reachable ? 0 : -1;
+  made.style.left = x + "px";
+  return made;
+}
+
 function drawEvents(plot) {
   const rail = plot.figure.querySelector(".rail.events");
   rail.hidden = data.events.length === 0;
   rail.replaceChildren(element("span", "name", "events"));
   for (const cluster of eventClusters(plot.graph)) {
-    const badge = element("a", "", eventLabel(cluster));
-    if (document.getElementById("event-" + cluster.first)) badge.href = "#event-" + cluster.first;
-    badge.title = clock(cluster.time, true) + " " + cluster.texts.slice(0, 12).join("\n")
-      + (cluster.texts.length > 12 ? "\n…" : "");
-    badge.style.left = cluster.x + "px";
+    const lines = cluster.texts.slice(0, TOLD).map((text, index) =>
+      `${cluster.first + index}: ${clock(data.events[cluster.first + index - 1][0], true)} ${text}`);
+    const fact = lines.join("\n") + (cluster.texts.length > TOLD ? "\n…" : "");
+    const badge = marker("", eventLabel(cluster), fact, cluster.x, plot === data.plots[0]);
+    if (document.getElementById("event-" + cluster.first)) badge.dataset.row = "event-" + cluster.first;
     rail.append(badge);
   }
 }
 
 const pathLabel = name => name in data.names ? data.names[name].label : name || "no path";
 
-// One row per path that streams went to; moves that would lie on each other become one marker with their number.
+// One row per path that streams went to in what is shown; moves that would lie on each other become one marker with their number.
 function moveRows(graph) {
   const targets = new Set(data.moves.map(move => move[2]));
   const order = Object.keys(data.names).filter(name => targets.has(name));
   return [...new Set([...order, ...targets])].map(target =>
-    ({target, clusters: moveClusters(graph, data.moves.filter(move => move[2] === target))}));
+    ({target, clusters: moveClusters(graph, data.moves.filter(move => move[2] === target))}))
+    .filter(row => row.clusters.length > 0);
 }
 
 function moveClusters(graph, moves) {
@@ -73,13 +87,11 @@ function moveClusters(graph, moves) {
 const pathColour = name => name in data.names ? data.names[name].colour : "path-other";
 
 function moveMarker(cluster, target) {
-  const marker = element("span", pathColour(target), "▼");
-  marker.append(element("small", "", cluster.count > 1 ? cluster.count : ""));
   const ways = [...cluster.origins].map(([origin, count]) => `${count} × ${pathLabel(origin)} → ${pathLabel(target)}`);
   const until = cluster.until > cluster.time ? " to " + clock(cluster.until, true) : "";
-  marker.title = [clock(cluster.time, true) + until, ...ways].join("\n");
-  marker.style.left = cluster.x + "px";
-  return marker;
+  const made = marker(pathColour(target), "▼", [clock(cluster.time, true) + until, ...ways].join("\n"), cluster.x, true);
+  made.append(element("small", "", cluster.count > 1 ? cluster.count : ""));
+  return made;
 }
 
 function drawMoves(plot) {

@@ -6,6 +6,7 @@ from statistics import fmean
 from . import report_data as data
 from . import verdict as judged
 from . import words
+from .report_words import explained
 
 COLUMNS_ON_A_PHONE = 3
 MAX_LISTED = 200  # rows of the tables of moves and placements
@@ -23,7 +24,7 @@ def facts(result: dict) -> str:
             f"period of the daemon {words.seconds(scenario['period'])} s", f"seed {scenario['seed']}"]
     if words.is_number(result.get("wall_seconds")):
         told.append(f"computed in {words.seconds(result['wall_seconds'])} s")
-    return " · ".join(told) + f" · scenario {escape(scenario['name'])}"
+    return explained(" · ".join(told)) + f" · scenario {escape(scenario['name'])}"
 
 
 # Verdict
@@ -32,7 +33,7 @@ def verdict(result: dict) -> str:
     good = judged.as_expected(result)
     listed = "".join(map(expectation, result["expectations"]))
     return (f'<div><p class="outcome {_met(good)}">{"✓ As expected" if good else "✗ Not as expected"}</p>'
-            f"<p>{escape(_sentence(result))}</p>{_storm_alarm(result)}</div>"
+            f"<p>{explained(escape(_sentence(result)))}</p>{_storm_alarm(result)}</div>"
             f'<ul class="expectations">{listed or "<li>Nothing was expected.</li>"}</ul>')
 
 
@@ -49,7 +50,7 @@ def _met(good: bool) -> str:
 
 def expectation(one: dict) -> str:
     mark = "✓ met" if one["met"] else "✗ not met"
-    return (f'<li><span class="mark {_met(one["met"])}">{mark}</span><span>{escape(one["what"])}</span>'
+    return (f'<li><span class="mark {_met(one["met"])}">{mark}</span><span>{explained(escape(one["what"]))}</span>'
             f'<span class="measured">{escape(str(one["measured"]))}</span></li>')
 
 
@@ -58,18 +59,19 @@ def _storm_alarm(result: dict) -> str:
     beside = f"{words.seconds(without)} s" if without else "never" if with_ else "never either"
     alarm = f'<b class="alarm">⚠ STORM with the daemon: {words.seconds(with_)} s</b>'
     calm = "<b>Broadcast storm: never</b>"
-    return f'<p class="storm">{alarm if with_ else calm}<small>Without the daemon: {beside}</small></p>'
+    return f'<p class="storm">{explained(alarm if with_ else calm)}<small>Without the daemon: {beside}</small></p>'
 
 
 # Figures
 
 def figures(result: dict) -> str:
-    rows = [(escape(name), cells) for name, *cells in judged.figure_rows(result)]
+    rows = [(explained(escape(name)), cells) for name, *cells in judged.figure_rows(result)]
     gain, of_ideal = result["ratios"]["gain"], result["ratios"]["of_ideal"]
-    return (f'{stacked_table("", judged.HEADINGS, rows, len(judged.HEADINGS) > COLUMNS_ON_A_PHONE)}<div class="tiles"><div class="card"><strong>{_times(gain)}</strong>'
-            f"<span>the goodput without the daemon</span></div>"
+    table = stacked_table("", judged.HEADINGS, rows, len(judged.HEADINGS) > COLUMNS_ON_A_PHONE)
+    return (f'{table}<div class="tiles"><div class="card"><strong>{_times(gain)}</strong>'
+            f"<span>{explained('the goodput without the daemon')}</span></div>"
             f'<div class="card"><strong>{words.percent(of_ideal)}</strong>'
-            f"<span>of the goodput of an ideal placement</span></div></div>")
+            f"<span>{explained('of the goodput of an ideal placement')}</span></div></div>")
 
 
 def _times(gain: float | None) -> str:
@@ -87,7 +89,8 @@ def paths(result: dict) -> str:
     """The legend of all plots, with what each path did in the whole run."""
     heads = ("mean rate, Mbit/s", "utilisation, mean", "utilisation, highest", "mean goodput, Mbit/s",
              "clients at the end", "carried broadcast", "link down")
-    return stacked_table("Path", heads, [_path_row(name, path, result) for name, path in result["series"]["paths"].items()])
+    rows = [_path_row(name, path, result) for name, path in result["series"]["paths"].items()]
+    return stacked_table("Path", heads, rows)
 
 
 def stacked_table(first: str, heads: Sequence[str], rows: Iterable[tuple[str, Sequence[str]]],
@@ -96,11 +99,11 @@ def stacked_table(first: str, heads: Sequence[str], rows: Iterable[tuple[str, Se
     A table of rows with a name, which is HTML already, and cells. A narrow window has no room for many columns, so there
     each cell stands in a line of its own behind its heading, unless `stacked` is false.
     """
-    beside = [f'<span class="head">{escape(head)}</span>' if stacked else "" for head in heads]
+    beside = [f'<span class="head">{explained(escape(head))}</span>' if stacked else "" for head in heads]
     body = "".join(f"<tr><th scope=row>{name}</th>" + "".join(f"<td>{head}<span>{escape(cell)}</span></td>"
                                                               for head, cell in zip(beside, cells)) + "</tr>"
                    for name, cells in rows)
-    head = "".join(f"<th scope=col>{escape(text)}</th>" for text in ([first] if first else []) + list(heads))
+    head = "".join(f"<th scope=col>{explained(escape(text))}</th>" for text in ([first] if first else []) + list(heads))
     return (f'<div class="scroll"><table class="{"stack" if stacked else "columns"}"><thead>'
             f'<tr>{"" if first else "<td></td>"}{head}</tr></thead><tbody>{body}</tbody></table></div>')
 

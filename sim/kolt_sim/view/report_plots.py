@@ -5,6 +5,7 @@ from statistics import fmean
 from . import report_beside, words
 from . import report_data as data
 from .report_opening import happenings, opening
+from .report_words import explained
 
 THINNED = {"mean": "means", "last": "last values", "extremes": "lowest and highest values"}
 
@@ -13,7 +14,9 @@ def plots(result: dict) -> list[dict]:
     """Every plot in the order of the page. One without anything to draw says so in `empty`."""
     shaded = " Red strip: a broadcast storm without the daemon." if any(result["series"]["storm_without"]) else ""
     made = [
-        _plot("total", "lines", "Goodput of the node", f"Mbit/s.{shaded}", data.total_series(result), "mean"),
+        _plot("total", "lines", "Goodput of the node",
+              f"Mbit/s with the daemon, without the daemon and ideal, and the demand.{shaded}",
+              data.total_series(result), "mean"),
         _plot("beside", "lines", "Goodput beside simpler ways",
               "Mbit/s with the daemon, on the best link alone, and by hashes.", report_beside.series(result), "mean"),
         _plot("utilisation", "lines", "Utilisation of each path", _utilisation_caption(result),
@@ -90,8 +93,8 @@ def _lane_words(lane: dict) -> str:
 
 def figure(plot: dict) -> str:
     """The place of one plot on the page."""
-    head = (f'<figure id="plot-{plot["id"]}"><figcaption><b>{plot["title"]}</b>'
-            f'<span>{escape(plot["caption"])}</span></figcaption>')
+    head = (f'<figure id="plot-{plot["id"]}"><figcaption><b>{explained(plot["title"])}</b>'
+            f'<span>{explained(escape(plot["caption"]))}</span></figcaption>')
     if plot["empty"]:
         return f'{head}<p class="empty">{plot["empty"]}</p></figure>'
     moves = '<div class="moves"></div>' if plot["id"] == "utilisation" else ""
@@ -105,8 +108,8 @@ def drawn(result: dict, made: list[dict]) -> dict:
               for number, event in enumerate(result["events"])]
     keep = ("id", "kind", "series", "lanes", "percent")
     window = data.window(result)
-    return {"window": window, "opening": opening(happenings(result), window), "times": data.row_times(result), "tick": result["scenario"]["tick"],
-            "end": data.end(result),
+    return {"window": window, "opening": opening(happenings(result), window), "times": data.row_times(result),
+            "tick": result["scenario"]["tick"], "end": data.end(result),
             "names": data.names(result), "moves": data.moves(result), "events": events,
             "storms": data.storms(result, "storm_without"),
             "threshold": result["scenario"].get("high_threshold"),
