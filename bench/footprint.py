@@ -14,6 +14,7 @@ from collections.abc import Callable
 from dataclasses import asdict, dataclass, field
 from pathlib import Path
 
+import telling
 from measure import (EVENTS, REGISTRATION, Memory, Node, NodeError, binary_size, burst, idle_time, link_event,
                      link_notification, make_node, memory, send, start, stop)
 from kolt_node.node import build_directory  # lies where `measure` looks
@@ -134,6 +135,11 @@ def limit_text(figure: Figure) -> str:
     return f"{'<=' if figure.inclusive else '<'} {figure.limit:,.0f}"
 
 
+def as_limit(figure: Figure) -> telling.Limit:
+    value, limit = (f"{text} {figure.unit}" for text in (number(figure.worst, figure.unit), limit_text(figure)))
+    return telling.Limit(figure.name, value, "none" if figure.limit == 0 else limit, figure.kept)
+
+
 def row(figure: Figure) -> list[str]:
     verdict = "-" if figure.limit is None else "yes" if figure.kept else "NO"
     base = statistics.median(figure.baseline) if figure.baseline else None
@@ -171,6 +177,7 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--idle-seconds", type=float, default=2, help="how long each idles (%(default)s)")
     parser.add_argument("--report-only", action="store_true", help="end with status 0 whatever the figures are")
     parser.add_argument("--json", type=Path, metavar="FILE", help="write the figures there too")
+    telling.add_option(parser)
     return parser.parse_args()
 
 
@@ -182,26 +189,22 @@ def take_precedence() -> None:
         pass
 
 
-def show_progress(text: str) -> None:
-    if sys.stderr.isatty():
-        print(f"\r\033[K{text}", end="", file=sys.stderr, flush=True)
-
-
 def main() -> int:
     options = parse_arguments()
     take_precedence()
     try:
-        figures = measure(options.build, options.runs, options.idle_seconds, show_progress).all()
+        figures = measure(options.build, options.runs, options.idle_seconds, telling.show_progress).all()
     except (NodeError, OSError) as error:
         print(f"footprint: {error}", file=sys.stderr)
         return 2
     except KeyboardInterrupt:
         return 130
     finally:
-        show_progress("")
+        telling.show_progress("")
     print(table(figures))
     if options.json:
         write_json(options.json, options.runs, figures)
+    telling.note(options.limits, [as_limit(figure) for figure in figures if figure.limit is not None])
     return 0 if options.report_only or all(figure.kept for figure in figures) else 1
 
 

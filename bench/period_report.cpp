@@ -9,6 +9,7 @@
 namespace {
 
 constexpr std::pair<int64_t, int64_t> LIMITED_SIZE = {256, 5000};
+constexpr int PACKAGED_PERIOD = 5;       // seconds
 constexpr double OWN_WORK_LIMIT = 0.002; // seconds of processor time
 constexpr double SPEED_UP_LIMIT = 20;
 
@@ -69,9 +70,21 @@ void print_fit(const period_findings &found, const char *title, table_value valu
                   matrix[0][TERMS], matrix[1][TERMS] * 20000, matrix[2][TERMS] * 255, matrix[3][TERMS] * 20000 * 255);
 }
 
+// What a node pays for path selection, in a sentence: the child processes cost more than all the rest.
+void print_whole(const findings_of_size &here) {
+    const double busy = here.parts.whole() + here.children;
+    (void)fprintf(stderr,
+                  "A whole period with 255 clients and 5,000 streams takes %.1f ms, and %.1f ms of processor time:\n",
+                  here.parts.whole_wall() * 1e3, busy * 1e3);
+    (void)fprintf(stderr, "%.1f in the daemon (its own work %.1f, the rest in libraries, files and pipes), ",
+                  here.parts.whole() * 1e3, here.own * 1e3);
+    (void)fprintf(stderr,
+                  "%.1f in child processes\nthat read the driver's files. Every %d s, that is %.2f %% of a core.\n",
+                  here.children * 1e3, PACKAGED_PERIOD, 100 * busy / PACKAGED_PERIOD);
+}
+
 void print_parts(const findings_of_size &here) {
-    (void)fprintf(stderr, "\nOne period, 255 clients and 5,000 streams (medians)%11s %12s %9s\n", "cpu us", "wall us",
-                  "calls");
+    (void)fprintf(stderr, "\nIts parts (medians)%42s %12s %9s\n", "cpu us", "wall us", "calls");
     for (size_t part = 0; part < PERIOD_PARTS; part++) {
         (void)fprintf(stderr, "  %-45s %14.1f %12.1f", PART_NAMES[part], here.parts.cpu[part] * 1e6,
                       here.parts.wall[part] * 1e6);
@@ -95,10 +108,14 @@ bool print_limit(const char *name, double value, const char *relation, double li
 } // namespace
 
 bool report_period(const period_findings &found) {
-    (void)fprintf(stderr,
-                  "\nThe daemon's own work is the processor time of one whole timer callback less what is spent "
-                  "inside calls of\nthe platform libraries, pipes, runtime files and notifications; messages are "
-                  "off (log level 0), errors are not.\n256 clients are seen, 255 are listed.\n");
+    print_whole(found.at(LIMITED_SIZE));
+    print_parts(found.at(LIMITED_SIZE));
+    (void)fprintf(
+        stderr,
+        "\nThe daemon's own work is the processor time of one whole timer callback less what is spent "
+        "inside calls of\nthe platform libraries, pipes, runtime files and notifications; messages are "
+        "off (log level 0), errors are not.\n256 clients are seen, 255 are listed. The ranking and its plain form "
+        "give the same records and tables at every size.\n");
     print_table(found, "Own work of one period, microseconds of processor time",
                 [](const findings_of_size &here) { return here.own * 1e6; });
     print_table(found, "Ranking of streams, microseconds",
@@ -107,7 +124,6 @@ bool report_period(const period_findings &found) {
                 [](const findings_of_size &here) { return here.plain * 1e6; });
     print_table(found, "Plain ranking as a multiple of the ranking",
                 [](const findings_of_size &here) { return here.plain / here.indexed; });
-    print_parts(found.at(LIMITED_SIZE));
     (void)fprintf(stderr, "\nGrowth (least squares of relative errors over all sizes)\n");
     print_fit(found, "own work", [](const findings_of_size &here) { return here.own * 1e6; });
     print_fit(found, "ranking", [](const findings_of_size &here) { return here.indexed * 1e6; });
