@@ -1,24 +1,17 @@
 """The report page in a real browser: the plots are drawn, in the colours of the paths, and answer to the pointer."""
 import base64
 import hashlib
-import html
 import json
-import os
 import re
-import signal
-import subprocess
+from collections.abc import Callable
 from pathlib import Path
 
 import pytest
+from browser import Browser
 from result_fixture import busy_home, plain_home
 
 from kolt_sim.view.report import render_report
 
-FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
-         "--disable-background-networking", "--disable-component-update", "--disable-sync",
-         "--virtual-time-budget=10000", "--dump-dom"]
-TIMEOUT = 180  # seconds; two are usual
-DARK = "--blink-settings=preferredColorScheme=0"
 ALL_PATHS = {"path-ethernet", "path-plc", "path-2-4g", "path-5g", "path-5g-2"}
 WIFI = {"path-2-4g", "path-5g", "path-5g-2"}
 OTHERS = {"with", "without", "ideal", "alarm", "down", "best-link", "hash", "weighted-hash"}
@@ -84,36 +77,23 @@ const answer = {faults, before, zoomed, after: {labels: labels(), hidden: button
 """
 
 
-def dump_dom(page: Path, profile: Path, *flags: str) -> str:
-    """The document as it is when its scripts have run. A browser that hangs is ended with all its processes."""
-    command = ["/usr/bin/chromium", *FLAGS, f"--user-data-dir={profile}", *flags, page.as_uri()]
-    with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, encoding="utf-8",
-                          start_new_session=True) as browser:
-        try:
-            return browser.communicate(timeout=TIMEOUT)[0]
-        except subprocess.TimeoutExpired:
-            os.killpg(browser.pid, signal.SIGKILL)
-            raise
+Ask = Callable[..., dict]
 
 
-def ask(result: dict, script: str, tmp_path: Path, *flags: str, whole: bool = True) -> dict:
-    """Runs a script in a copy of the report of a result, on the whole run unless asked not to; returns its `answer`."""
-    script = ('document.getElementById("whole").click();\n' if whole else "") + script
-    names = json.dumps(sorted(ALL_PATHS | OTHERS))
-    script = (f'{{{script.replace("NAMES", names)}\nconst place = document.createElement("pre");\n'
-              'place.id = "answer";\n'
-              "place.textContent = JSON.stringify(answer);\ndocument.body.append(place);\n}")
-    text = render_report(result)
-    for part in (COLLECT_FAULTS, script):  # the page lets no script run that its policy does not name
-        digest = base64.b64encode(hashlib.sha256(part.encode()).digest()).decode()
-        text = text.replace("script-src ", f"script-src 'sha256-{digest}' ", 1)
-    text = text.replace("</title>", f"</title><script>{COLLECT_FAULTS}</script>", 1)
-    page = tmp_path / "page.html"
-    page.write_text(text.replace("</body>", f"<script>{script}</script></body>"), encoding="utf-8")
-    dom = dump_dom(page, tmp_path / "profile", "--window-size=1280,1000", *flags)
-    found = re.search(r'<pre id="answer">(.*?)</pre>', dom, re.DOTALL)
-    assert found, dom[-2000:]
-    return json.loads(html.unescape(found[1]))
+@pytest.fixture
+def ask(browser: Browser, tmp_path: Path) -> Ask:
+    def ask(result: dict, script: str, *, width: int = 1280, dark: bool = False, whole: bool = True) -> dict:
+        """Runs a script in the report of a result, on the whole run unless asked not to; returns its `answer`."""
+        digest = base64.b64encode(hashlib.sha256(COLLECT_FAULTS.encode()).digest()).decode()
+        text = render_report(result).replace("script-src ", f"script-src 'sha256-{digest}' ", 1)
+        page = tmp_path / "page.html"
+        page.write_text(text.replace("</title>", f"</title><script>{COLLECT_FAULTS}</script>", 1), encoding="utf-8")
+        browser.become(width, 1000, dark=dark).open(page)
+        if whole:
+            browser.ask("document.getElementById('whole').click()")
+        names = json.dumps(sorted(ALL_PATHS | OTHERS))
+        return browser.ask(f"(() => {{{script.replace('NAMES', names)}\nreturn answer;}})()")
+    return ask
 
 
 def paths_in(seen: dict) -> set[str]:
@@ -136,20 +116,20 @@ def check_busy(answer: dict) -> None:
     assert broadcast["alarm"] > 100 and broadcast["down"] > 100
 
 
-@pytest.mark.parametrize("flags", [[], [DARK], ["--window-size=500,900"]], ids=["light", "dark", "narrow"])
-def test_every_plot_is_drawn_in_the_colours_of_its_paths(tmp_path: Path, flags: list[str]) -> None:
-    answer = ask(busy_home(), COUNT_PIXELS, tmp_path, *flags)
+@pytest.mark.parametrize("how", [{}, {"dark": True}, {"width": 500}], ids=["light", "dark", "narrow"])
+def test_every_plot_is_drawn_in_the_colours_of_its_paths(ask: Ask, how: dict) -> None:
+    answer = ask(busy_home(), COUNT_PIXELS, **how)
     check_busy(answer)
     assert answer["spill"] == 0  # nothing is wider than the window
 
 
-def test_a_long_run_is_drawn_too(tmp_path: Path) -> None:
-    check_busy(ask(busy_home(3600), COUNT_PIXELS, tmp_path))
+def test_a_long_run_is_drawn_too(ask: Ask) -> None:
+    check_busy(ask(busy_home(3600), COUNT_PIXELS))
 
 
 @pytest.mark.parametrize("result", [plain_home(1, ["2.4g"]), busy_home(1, kinds=["2.4g"])], ids=["plain", "busy"])
-def test_one_tick_of_one_path_is_drawn(tmp_path: Path, result: dict) -> None:
-    answer = ask(result, COUNT_PIXELS, tmp_path)
+def test_one_tick_of_one_path_is_drawn(ask: Ask, result: dict) -> None:
+    answer = ask(result, COUNT_PIXELS)
     assert answer["faults"] == []
     for name in ("utilisation", "goodput", "rate"):
         assert paths_in(answer["found"][f"plot-{name}"]) == {"path-2-4g"}, name
@@ -157,8 +137,8 @@ def test_one_tick_of_one_path_is_drawn(tmp_path: Path, result: dict) -> None:
     assert answer["found"]["plot-clients"]["canvases"] == 0
 
 
-def test_the_pointer_shows_the_values_of_that_time_in_every_plot(tmp_path: Path) -> None:
-    answer = ask(busy_home(), HOVER, tmp_path)
+def test_the_pointer_shows_the_values_of_that_time_in_every_plot(ask: Ask) -> None:
+    answer = ask(busy_home(), HOVER)
     assert answer["faults"] == []
     times = {re.search(r"at (\d+:\d\d)$", legend)[1] for legend in answer["legends"].values()}
     assert len(times) == 1, answer["legends"]
@@ -167,18 +147,18 @@ def test_the_pointer_shows_the_values_of_that_time_in_every_plot(tmp_path: Path)
     assert "Storm without it:storm of eth0, wlan1.1" in answer["legends"]["plot-broadcast"]
 
 
-def test_a_long_run_opens_where_most_happens_and_says_so(tmp_path: Path) -> None:
+def test_a_long_run_opens_where_most_happens_and_says_so(ask: Ask) -> None:
     answer = ask(busy_home(), POINT + """
         const answer = {faults, labels: labels(), told: document.getElementById("shown").textContent,
                         hidden: document.getElementById("whole").hidden};
-        """, tmp_path, whole=False)
+        """, whole=False)
     assert answer["faults"] == [] and answer["hidden"] is False
     assert answer["told"] == "Shown: 0:00 to 2:35 of 10:00, where most happens."
     assert {(labels[0], labels[-1]) for labels in answer["labels"].values()} == {("0:00", "2:30")}
 
 
-def test_a_drag_zooms_all_plots_and_a_double_click_shows_all_again(tmp_path: Path) -> None:
-    answer = ask(busy_home(), ZOOM, tmp_path)
+def test_a_drag_zooms_all_plots_and_a_double_click_shows_all_again(ask: Ask) -> None:
+    answer = ask(busy_home(), ZOOM)
     assert answer["faults"] == []
     before, zoomed, after = answer["before"], answer["zoomed"], answer["after"]
     assert before["labels"]["plot-total"][0] == "0:00" and before["labels"]["plot-total"][-1] == "10:00"
@@ -188,7 +168,7 @@ def test_a_drag_zooms_all_plots_and_a_double_click_shows_all_again(tmp_path: Pat
     assert (before["hidden"], zoomed["hidden"]) == (True, False)
 
 
-def test_texts_of_a_scenario_run_nothing(tmp_path: Path) -> None:
+def test_texts_of_a_scenario_run_nothing(ask: Ask) -> None:
     nasty = '</script><script>faults.push("ran")</script><img src=x onerror="faults.push(1)">'
     result = busy_home(60)
     result["scenario"]["title"] = nasty
@@ -196,7 +176,7 @@ def test_texts_of_a_scenario_run_nothing(tmp_path: Path) -> None:
     result["series"]["paths"][nasty] = result["series"]["paths"].pop("plc0") | {"type": nasty}
     result["moves"] = [{"time": 4.0, "stream": nasty, "client": nasty, "origin": nasty, "target": nasty}]
     answer = ask(result, 'const answer = {faults, images: document.images.length, '
-                         'moves: document.querySelector(".moves").textContent};', tmp_path)
+                         'moves: document.querySelector(".moves").textContent};')
     assert answer["faults"] == []
     assert answer["images"] == 0
     assert nasty in answer["moves"]

@@ -1,6 +1,5 @@
 """The report page in the hand: whole on a narrow screen, and by touch all that a pointer would find."""
 import sys
-from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
@@ -45,12 +44,6 @@ def pages(tmp_path_factory: pytest.TempPathFactory) -> dict[str, Path]:
     for name, render in PAGES.items():
         (directory / f"{name}.html").write_text(render(), encoding="utf-8")
     return {name: directory / f"{name}.html" for name in PAGES}
-
-
-@pytest.fixture(scope="module")
-def browser(tmp_path_factory: pytest.TempPathFactory) -> Iterator[Browser]:
-    with Browser(tmp_path_factory.mktemp("profile")) as started:
-        yield started
 
 
 @pytest.fixture
