@@ -350,6 +350,13 @@ def test_a_missing_library_is_named_with_its_package(tmp_path, library, argument
                            f" python3-{library}\n")
 
 
+def test_several_missing_libraries_are_named_at_once():
+    done = subprocess.run(["/usr/bin/python3", "-IS", TOP / "sim/kolt-sim", "list"], capture_output=True, text=True,
+                          timeout=LIMIT_SECONDS, env=environment())
+    assert (done.returncode, done.stderr) == (2, "kolt-sim: the Python library jsonschema is missing: install Debian's packages"
+                                                 " python3-jsonschema python3-numpy python3-rich\n")
+
+
 def test_a_pipe_needs_no_library_for_terminals(tmp_path):
     (tmp_path / "rich.py").write_text("raise ModuleNotFoundError('gone', name='rich')\n")
     done = subprocess.run([*COMMAND, "run", str(write_scenario(tmp_path))], capture_output=True, timeout=LIMIT_SECONDS,
