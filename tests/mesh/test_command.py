@@ -2,11 +2,13 @@
 import json
 import subprocess
 from pathlib import Path
+from types import SimpleNamespace
 
 import pytest
-from kolt_mesh import command, show
+from kolt_mesh import command, show, topology
 from kolt_mesh.command import AS_EXPECTED, CANNOT, main
 from kolt_mesh.kinds import TunedSpanningTree
+from kolt_mesh.record import LinkSeries
 
 TOP = Path(__file__).resolve().parents[2]
 COMMAND = TOP / "linux/mesh/kolt-mesh"
@@ -62,3 +64,14 @@ def test_a_home_under_the_spanning_tree_is_shown_to_its_end(tmp_path, capsys, mo
     link = run["links"]["a-b 5g"]
     assert max(link["mbit"][:3]) > 15 and link["mbit"][-2] < 8 and link["state"] == ["up"] * 3 + ["slow"] * 4
     assert "<title>Two rooms" in (tmp_path / "run.html").read_text()
+
+
+@pytest.mark.parametrize("columns", ["70", "100", "118", "300"])
+def test_the_links_are_shown_in_lines_that_a_terminal_has_room_for(monkeypatch, columns):
+    monkeypatch.setenv("COLUMNS", columns)
+    home, said = topology.load("house"), []
+    shown = show.Show(SimpleNamespace(topology=home, kind=SimpleNamespace(title="nothing")), show.Limits(1.0, False), said.append)
+    shown.record.total = [100.0]
+    shown.record.links = {link.name: LinkSeries(link.type, 50.0, [49.0], [99.0], [False], ["up"]) for link in home.links}
+    shown._status()
+    assert 1 < len(said) and max(map(len, said)) <= min(int(columns), 118)

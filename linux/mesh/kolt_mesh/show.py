@@ -1,5 +1,6 @@
 """A home for about a minute: everybody is reached, a download uses all links, a link fails, and nothing circles."""
 import contextlib
+import shutil
 import time
 from collections.abc import Callable
 from dataclasses import dataclass
@@ -132,9 +133,10 @@ class Show:
             first = bundle[0].ends
             shown = "  ".join(f"{link.type} {self._bar(link.name)}" for link in bundle)
             parts.append(f"{first[0]}-{first[1]}  {shown}")
+        width = min(WIDTH, shutil.get_terminal_size((WIDTH, 0)).columns) - 10  # for the time, and the rule before each part
         lines, line = [], f"{self.record.total[-1]:6.1f} Mbit/s"
         for part in parts:
-            if len(line) + len(part) > WIDTH - 6:
+            if len(line) + len(part) > width:
                 lines.append(line)
                 line = " " * 13
             line += f"  | {part}"
