@@ -14,8 +14,9 @@ def make_page() -> Page:
 
 
 def table(result: dict) -> list[list[str]]:
-    """The cells of each row of the table."""
-    rows = re.findall(r"<tr><th scope=row>(.*?)</tr>", report_beside.section(result))
+    """The cells of each row of the table, without the headings that a narrow window shows beside them."""
+    text = re.sub(r'<span class="head">.*?</span>', "", report_beside.section(result))
+    rows = re.findall(r"<tr><th scope=row>(.*?)</tr>", text)
     return [[re.sub(r"<[^>]*>", "", cell) for cell in re.split(r"</th>|</td>", row)[:-1]] for row in rows]
 
 

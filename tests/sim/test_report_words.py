@@ -35,9 +35,10 @@ def text(request: pytest.FixtureRequest) -> str:
 
 def test_every_name_of_a_figure_a_column_and_a_plot_has_an_explained_word(text: str) -> None:
     figures = re.search(r'<section id="figures".*?</section>', text, re.DOTALL)[0]
+    beside = "".join(re.findall(r'<section id="beside".*?</section>', text, re.DOTALL))
     paths = re.search(r'<section id="paths".*?</section>', text, re.DOTALL)[0]
-    names = (re.findall(r"<th scope=\w+>(.*?)</th>", figures) + re.findall(r"<th scope=col>(.*?)</th>", paths)
-             + re.findall(r"<figcaption><b>(.*?)</b>", text))
+    names = (re.findall(r"<th scope=row>(.*?)</th>", beside) + re.findall(r"<th scope=\w+>(.*?)</th>", figures)
+             + re.findall(r"<th scope=col>(.*?)</th>", paths) + re.findall(r"<figcaption><b>(.*?)</b>", text))
     assert len(names) > 12
     assert [name for name in names if 'class="term"' not in name] == []
 

@@ -3,6 +3,8 @@ from html import escape
 
 from . import beside, words
 from . import report_data as data
+from .report_parts import stacked_table
+from .report_words import explained
 from .verdict import worst_share
 
 ROWS = (("with", "With the daemon", "with"), ("best_link", "Best link alone", "best-link"),
@@ -16,19 +18,16 @@ DRAWN = {"with": ("goodput", [], 2.6), "best_link": ("best_link", [8, 4], 1.8), 
 
 def section(result: dict) -> str:
     """The table with a row for each way, and what each is."""
-    rows = "".join(_row(result, side, title) for side, title, _ in ROWS)
-    heads = "".join(f"<th scope=col>{head}</th>" for head in HEADS)
-    told = "".join(f"<li>{escape(text)}</li>" for text in explanations(result))
+    rows = [(explained(title), _cells(result, side)) for side, title, _ in ROWS]
+    told = "".join(f"<li>{explained(escape(text))}</li>" for text in explanations(result))
     return ('<section id="beside" aria-label="Simpler ways"><h2>Beside simpler ways to use the links</h2>'
-            f'<div class="scroll"><table><thead><tr><td></td>{heads}</tr></thead><tbody>{rows}</tbody></table></div>'
-            f"<ul>{told}</ul></section>")
+            f"{stacked_table('', HEADS, rows)}<ul>{told}</ul></section>")
 
 
-def _row(result: dict, side: str, title: str) -> str:
+def _cells(result: dict, side: str) -> list[str]:
     figures = result["judgement"][side]
-    cells = (words.mbit(figures["goodput"]), words.factor(_daemon_by(result["ratios"], side)), worst_share(figures),
-             *(words.NOTHING if side == "ideal" else words.whole(figures[key]) for key in ("changes", "storm_seconds")))
-    return f"<tr><th scope=row>{title}</th>" + "".join(f"<td>{cell}</td>" for cell in cells) + "</tr>"
+    return [words.mbit(figures["goodput"]), words.factor(_daemon_by(result["ratios"], side)), worst_share(figures),
+            *(words.NOTHING if side == "ideal" else words.whole(figures[key]) for key in ("changes", "storm_seconds"))]
 
 
 def _daemon_by(ratios: dict, side: str) -> float | None:
