@@ -1,19 +1,13 @@
 // Measuring the Wi-Fi paths and judging how loaded they are.
 #pragma once
 
-#include "adaptors/wlan_platform.h"
 #include "core/config.h"
 #include "core/interface_list.h"
 #include "path_selection/decide/paths.h"
 
-#include <cstdint>
-
 // Fills the Wi-Fi rows of the path table from the path ports whose links are up.
 void path_selection_get_wlan_path_info(const char *bridge, const kolt_interface_list *path_ports, ps_path_table *paths,
                                        const config *config);
-
-// Adds one pair of rates to a path's samples and returns the processed rate, 0 without any.
-uint16_t path_selection_get_wlan_path_rate(ps_path_history *history, const wlan_uplink_rate &rates);
 
 // 1 when the utilisation of any present path is above the high threshold, else 0.
 int path_selection_check_paths_overload(const config *config, const ps_path_table &paths);

@@ -1,6 +1,6 @@
 // The samples that a path's rate is taken from, in the log.
 #include "path_selection/measured_test.h"
-#include "path_selection/measurement.h"
+#include "path_selection/wlan_path.h"
 
 namespace {
 
