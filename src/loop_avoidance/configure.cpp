@@ -6,6 +6,7 @@
 #include "core/log.h"
 #include "core/names.h"
 #include "loop_avoidance/broadcast.h"
+#include "loop_avoidance/relay_flags.h"
 #include "probes/node_state.h"
 #include "probes/ports.h"
 #include "probes/uci_options.h"
@@ -32,22 +33,6 @@ void program_bridge(const char *bridge, uint32_t flags, kolt_work_mode mode) {
     PROGRAM(bridgeSetBridgeMode, bridge, mode != KOLT_MODE_RE ? 1 : 0);
     if ((flags & CONFIG_PATH_SELECTION) != 0)
         PROGRAM(bridgeSetFollowRE, bridge, 1);
-}
-
-uint8_t plc_relay(kolt_work_mode mode) {
-    return (mode == KOLT_MODE_HAP && plc_is_root() == 1) || mode == KOLT_MODE_FAP ? 1 : 0;
-}
-
-// Sets the relay flags that depend on the work mode; Wi-Fi ports keep their configured ones.
-void rewrite_relay_flags(port_span ports, kolt_work_mode mode) {
-    for (config_interface *port : ports) {
-        if (port->type == KOLT_LINK_PLC)
-            port->relay = plc_relay(mode);
-        if (port->type != KOLT_LINK_ETHERNET)
-            continue;
-        port->relay = 1;
-        KOLT_DEBUG_AS(OPERATION, "name:%.16s, compat_group:%d, relay:%d", port->name, port->compat_group, port->relay);
-    }
 }
 
 bcast_ports choose_bcast_ports(config *config, port_span ports) {
@@ -95,9 +80,7 @@ void configure_bridge(config *config, const char *bridge, uint32_t flags, kolt_w
     program_bridge(bridge, flags, mode);
     kolt_port_list ports;
     (void)kolt_get_active_ports(config, bridge, &ports); // none after a failure, which it logs
-    rewrite_relay_flags(ports.span(), mode);
-    if (mode == KOLT_MODE_RE && eth_traffic_is_active() == 1)
-        (void)update_eth_traffic_ports(ports.span()); // unread, the option leaves the flags as they are
+    loop_avoidance_set_relay_flags(ports.span(), mode);
     const bcast_ports chosen = choose_bcast_ports(config, ports.span());
     for (const config_interface *port : ports.span())
         program_port(bridge, port, chosen.allow(port) ? 1 : 0);
