@@ -114,7 +114,7 @@ int main(int argc, char **argv) {
         return MISUSED;
     }
     if (options.request == top_request::HELP)
-        return fputs(TOP_USAGE, stdout) >= 0 ? EXIT_SUCCESS : UNREADABLE;
+        return printf("%s%s", TOP_USAGE, TOP_HELP) >= 0 ? EXIT_SUCCESS : UNREADABLE;
     if (options.request == top_request::VERSION)
         return puts("kolt-top " KOLT_VERSION) >= 0 ? EXIT_SUCCESS : UNREADABLE;
     if (options.mode == top_mode::AUTOMATIC)

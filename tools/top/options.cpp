@@ -118,6 +118,22 @@ const char TOP_USAGE[] = "usage: kolt-top [--live | --plain | --json | --prometh
                          "                [-c config] [--client MAC] [--no-streams]\n"
                          "       kolt-top --help | --version\n";
 
+const char TOP_HELP[] = "\n"
+                        "Watches the paths, clients and streams of a mesh node, and changes nothing.\n"
+                        "\n"
+                        "      --live              a live table, the default on a terminal\n"
+                        "      --plain             lines of text, the default elsewhere\n"
+                        "      --json              an object a line and reading\n"
+                        "      --prometheus        a text exposition\n"
+                        "      --once              read the node once\n"
+                        "  -n, --count COUNT       read it so many times\n"
+                        "  -i, --interval SECONDS  wait so long between two readings (2)\n"
+                        "  -c, --config FILE       the daemon's configuration (/etc/kolt.json)\n"
+                        "      --client MAC        explain where this client is\n"
+                        "      --no-streams        leave the table of streams alone\n"
+                        "  -h, --help              this text\n"
+                        "      --version           the version\n";
+
 bool top_parse_mac(const char *text, uint8_t *mac) {
     constexpr size_t LENGTH = KOLT_MAC_SIZE * 3 - 1;
     if (strnlen(text, LENGTH + 1) != LENGTH || (text[2] != ':' && text[2] != '-'))

@@ -37,3 +37,4 @@ bool top_parse_mac(const char *text, uint8_t *mac);
 bool top_parse_interval(const char *text, uint32_t *milliseconds);
 
 extern const char TOP_USAGE[];
+extern const char TOP_HELP[]; // what follows the usage when it is asked for
