@@ -35,8 +35,10 @@ def check_build(build: Path) -> None:
 
 
 def build_directory() -> Path:
-    """Where the programs are: $KOLT_BUILD, relative to the top of the tree, by default build/release."""
-    return ROOT / os.environ.get("KOLT_BUILD", "build/release")
+    """Where the programs are: $KOLT_BUILD, relative to the top of the tree, by default build/release; installed, beside
+    this tree."""
+    usual = "programs" if (ROOT / "programs").is_dir() else "build/release"
+    return ROOT / os.environ.get("KOLT_BUILD", usual)
 
 
 class Node(State):
@@ -47,7 +49,9 @@ class Node(State):
 
     def __init__(self, build: str | Path | None = None, keep: Iterable[str | Path] = ()) -> None:
         self.build = (Path(build) if build else build_directory()).absolute()
-        super().__init__((self.build, self.build.resolve(), *keep))
+        # Where this is installed, the programs are links to the system's.
+        programs = {path.resolve().parent for path in self.build.glob("bin/*")}
+        super().__init__((self.build, self.build.resolve(), *programs, *keep))
         self.daemon: Process | None = None
         self.broker: Process | None = None
         self.clock: SimulatedClock | None = None  # while the daemon follows one

@@ -1,0 +1,8 @@
+# Completion for bash: the options that the program itself tells, and files.
+_kolt_check() {
+    case $2 in
+    -*) mapfile -t COMPREPLY < <(compgen -W "$("$1" --help 2>&1 | grep -oE -- '--[a-z][a-z-]*' | sort -u)" -- "$2") ;;
+    *) mapfile -t COMPREPLY < <(compgen -f -- "$2") ;;
+    esac
+}
+complete -o filenames -F _kolt_check kolt-check
