@@ -8,7 +8,8 @@ import pytest
 from tree import TOP, build_directory, files, name_of
 
 PAGES = [page for page in files("docs/man/*") if re.search(r"\.[1-8]$", page.name)]
-PROGRAM_PAGES = [page for page in PAGES if page.suffix in (".1", ".8")]
+PLAIN = {"kolt-demo", "kolt-event", "kolt-ubusd"}  # of few words, and none of them asks for help
+PROGRAM_PAGES = [page for page in PAGES if page.suffix in (".1", ".8") and page.stem not in PLAIN]
 
 # Pages of other packages that ours may refer to.
 KNOWN = {"bridge(8)", "ip(8)", "journalctl(1)", "logread(8)", "prometheus(1)", "syslog(3)", "systemd(1)", "tc(8)"}
