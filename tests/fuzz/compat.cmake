@@ -7,3 +7,6 @@ kolt_fuzz_target(fuzz_ubus_client fuzz_ubus_client.cpp kolt::ubus)
 target_include_directories(fuzz_ubus_client PRIVATE ${compat} ${compat}/libubus)
 kolt_fuzz_target(fuzz_uci fuzz_uci.cpp kolt::uci)
 target_include_directories(fuzz_uci PRIVATE ${compat}/libuci)
+# The daemon's questions for options, with a reader of the files beneath them that can be led elsewhere.
+kolt_fuzz_target(fuzz_option_values fuzz_option_values.cpp kolt_probes)
+kolt_fuzz_around(fuzz_option_values files platform)
