@@ -4,7 +4,8 @@
 
 #include "support/input.h"
 
-// Has `path`, a literal, hold `content` from now on. It is there for the daemon's code alone.
+// Has `path`, a literal, hold `content` from now on. It is there for the daemon's code alone. Without a
+// folder it is a driver's file of that name, of whichever interface.
 void serve_file(const char *path, bytes content);
 
 // Takes the file away: whoever opens it is told that there is none. Every path that the code opens must be served or
