@@ -7,6 +7,11 @@ kolt_fuzz_target(fuzz_ubus_client fuzz_ubus_client.cpp kolt::ubus)
 target_include_directories(fuzz_ubus_client PRIVATE ${compat} ${compat}/libubus)
 kolt_fuzz_target(fuzz_uci fuzz_uci.cpp kolt::uci)
 target_include_directories(fuzz_uci PRIVATE ${compat}/libuci)
+kolt_fuzz_target(fuzz_ubus_broker fuzz_ubus_broker.cpp kolt::ubus)
+target_sources(fuzz_ubus_broker PRIVATE ${compat}/ubusd/bus.cpp ${compat}/ubusd/client.cpp ${compat}/ubusd/protocol.cpp)
+target_include_directories(fuzz_ubus_broker PRIVATE ${compat} ${compat}/libubus)
+target_link_options(fuzz_ubus_broker PRIVATE -Wl,--wrap=accept4,--wrap=getrandom)
+
 # The daemon's questions for options, with a reader of the files beneath them that can be led elsewhere.
 kolt_fuzz_target(fuzz_option_values fuzz_option_values.cpp kolt_probes)
 kolt_fuzz_around(fuzz_option_values files platform)
