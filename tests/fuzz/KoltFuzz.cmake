@@ -1,11 +1,21 @@
-# kolt_fuzz_target(name source libs...): a libFuzzer program from `source` (in this folder) that links `libs`, and a
-# test that runs it on what is committed in corpus/<name> and on a fixed number of inputs made from that.
-function(kolt_fuzz_target name source)
-  add_executable(${name} ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/${source})
-  target_include_directories(${name} PRIVATE ${CMAKE_CURRENT_FUNCTION_LIST_DIR})
+# All of them.
+add_custom_target(fuzz_targets)
+
+# kolt_fuzz_target(name source runs libs...): a libFuzzer program from `source` (in this folder) that links `libs`, and a
+# test that runs it on what is committed in corpus/<name> and, up to `runs` in all, on inputs made from that: always the
+# same ones, about a second's worth. Given as a list, the seeds are read and nothing is written beside them.
+function(kolt_fuzz_target name source runs)
+  set(folder ${CMAKE_CURRENT_FUNCTION_LIST_DIR})
+  add_executable(${name} ${folder}/${source})
+  add_dependencies(fuzz_targets ${name})
+  target_include_directories(${name} PRIVATE ${folder})
   target_link_libraries(${name} PRIVATE ${ARGN} kolt_test_flags)
   target_link_options(${name} PRIVATE -fsanitize=fuzzer)
-  add_test(NAME ${name} COMMAND ${name} -runs=0 ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/corpus/${name})
+  file(GLOB seeds CONFIGURE_DEPENDS ${folder}/corpus/${name}/*)
+  list(JOIN seeds "," list)
+  file(CONFIGURE OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/${name}.seeds CONTENT "${list}")
+  add_test(NAME ${name} COMMAND ${name} -runs=${runs} -seed=1 -seed_inputs=@${CMAKE_CURRENT_BINARY_DIR}/${name}.seeds
+    -artifact_prefix=${CMAKE_CURRENT_BINARY_DIR}/${name}-)
   set_tests_properties(${name} PROPERTIES TIMEOUT 120 LABELS fuzz)
 endfunction()
 
