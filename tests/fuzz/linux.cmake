@@ -11,3 +11,7 @@ kolt_fuzz_target(fuzz_neighbour_frames fuzz_neighbour_frames.cpp 300 kolt_bridge
 kolt_fuzz_target(fuzz_saved_tree fuzz_saved_tree.cpp 400 kolt_bridged_decide)
 # What the kernel tells it.
 kolt_fuzz_target(fuzz_kernel_messages fuzz_kernel_messages.cpp 4000 kolt_linux_kernel_net)
+# What the programs in the kernel read, compiled for this machine.
+kolt_fuzz_target(fuzz_stream_frames fuzz_stream_frames.cpp 20000)
+target_sources(fuzz_stream_frames PRIVATE ${CMAKE_CURRENT_LIST_DIR}/support/frame_reader.c)
+target_include_directories(fuzz_stream_frames SYSTEM PRIVATE ${PROJECT_SOURCE_DIR}/linux)
