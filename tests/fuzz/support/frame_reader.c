@@ -10,7 +10,11 @@
 
 static long load_bytes(const struct __sk_buff *skb, __u32 offset, void *to, __u32 size);
 #define bpf_skb_load_bytes load_bytes
+/* It is checked where it is compiled for the kernel. */
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Weverything"
 #include "bpf/flow.h"
+#pragma clang diagnostic pop
 
 static const unsigned char *whole_frame;
 
