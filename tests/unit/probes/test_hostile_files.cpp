@@ -23,7 +23,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr char CLIENT_FILE[] = "/tmp/client_mgmt/ap_client_list";
-constexpr char PACKAGE[] = "/etc/config/tolmux";
+constexpr char OPTION_FILE[] = "/etc/config/tolmux";
 constexpr char CHANGES[] = "/var/state/tolmux";
 constexpr size_t LIMIT = 1048576;
 
@@ -120,9 +120,9 @@ TEST_P(HostileFile, InPlaceOfTheClientListLeavesTheRecordAlone) {
 }
 
 TEST_P(HostileFile, InPlaceOfUciFilesIsALookUpThatFails) {
-    for (const char *path : {PACKAGE, CHANGES}) {
+    for (const char *path : {OPTION_FILE, CHANGES}) {
         remove_file(CHANGES);
-        write_file(PACKAGE, "config tolmux 'tolmux'\n\toption TrafficPlcRoot '1'\n");
+        write_file(OPTION_FILE, "config tolmux 'tolmux'\n\toption TrafficPlcRoot '1'\n");
         EXPECT_EQ(plc_is_root(), 1);
         clear_log();
         put_at(path);
@@ -147,10 +147,10 @@ TEST_F(LargeFile, RuntimeFileOfTheLimitIsRead) {
 TEST_F(LargeFile, UciFileOfTheLimitIsRead) {
     std::string text = "config tolmux 'tolmux'\n\toption TrafficPlcRoot '1'\n#";
     text += std::string(LIMIT - text.size(), 'x');
-    write_file(PACKAGE, text);
+    write_file(OPTION_FILE, text);
     EXPECT_EQ(plc_is_root(), 1);
     EXPECT_THAT(logged(), IsEmpty());
-    remove_file(PACKAGE);
+    remove_file(OPTION_FILE);
 }
 
 // More than what it was when it was opened may come out of a file that somebody writes to.

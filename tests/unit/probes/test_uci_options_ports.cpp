@@ -12,10 +12,10 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr char PACKAGE[] = "/etc/config/tolmux";
+constexpr char NODE_PACKAGE[] = "/etc/config/tolmux";
 
 void write_option(const std::string &option, const std::string &value) {
-    write_file(PACKAGE, "config tolmux 'tolmux'\n\toption " + option + " '" + value + "'\n");
+    write_file(NODE_PACKAGE, "config tolmux 'tolmux'\n\toption " + option + " '" + value + "'\n");
 }
 
 struct neighbour_row {
@@ -54,7 +54,7 @@ class EthPorts : public probe {
 protected:
     void SetUp() override {
         remove_file("/var/state/tolmux");
-        remove_file(PACKAGE);
+        remove_file(NODE_PACKAGE);
         platform.eths = {"eth0", "eth1", "eth2"};
         platform.eth_port_num = 3;
     }
