@@ -26,7 +26,13 @@ target_compile_options(kolt_flags INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>
   -fno-asynchronous-unwind-tables -fstack-protector-strong -ffunction-sections -fdata-sections)
 # Large frames touch every page of the stack, and, where the processor can see to it, jumps land only where they may.
-foreach(protection -fstack-clash-protection -fcf-protection=full -mbranch-protection=standard)
+set(protections -fstack-clash-protection)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|i.86)$")
+  list(APPEND protections -fcf-protection=full)
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+  list(APPEND protections -mbranch-protection=standard)
+endif()
+foreach(protection ${protections})
   string(MAKE_C_IDENTIFIER "KOLT_HAS${protection}" known)
   check_cxx_compiler_flag(${protection} ${known})
   if(${known})

@@ -119,7 +119,7 @@ def test_help_names_the_measurements():
 
 
 @pytest.mark.parametrize("words, problem", [
-    (["perod"], "perod: no measurement; there are period footprint simulation settings"),
+    (["perod"], "perod: no measurement; there are period footprint simulation top settings"),
     (["--report-only", "--json"], "arguments other than --report-only need a measurement's name")])
 def test_wrong_use_is_told_before_anything_is_installed_or_built(words, problem):
     done = ask(*words)
