@@ -12,9 +12,11 @@ from kolt_node.node import build_directory  # noqa: E402
 
 # Only a machine with libbpf and libmnl builds the libraries for a stock kernel.
 collect_ignore = [] if (build_directory() / "linux/lib/libduon-bridge.so").exists() else ["test_bridged_libraries.py"]
-# A sanitized build has an allocator of its own.
+# A sanitized build has an allocator of its own, which nothing comes before.
 if not (build_directory() / "lib/librefuse-allocation.so").exists():
     collect_ignore.append("test_allocations.py")
+if (build_directory() / "bin/kolt").exists() and b"__asan_init" in (build_directory() / "bin/kolt").read_bytes():
+    collect_ignore.append("test_fault_allocations.py")
 
 SANITIZER_WORDS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "runtime error:")
 

@@ -100,6 +100,10 @@ class SimulatedClock:
             self._grant(self._deadline, time.monotonic() + timeout)
         self._grant(target, time.monotonic() + timeout)
 
+    def skip(self, seconds: float, timeout: float = 10.0) -> None:
+        """Lets so much time pass at once, as a machine's sleep does: the daemon finds itself late for all of it."""
+        self._grant(self._now + round(seconds * SECOND), time.monotonic() + timeout)
+
     def close(self) -> None:
         """Ends simulated time: the daemon goes on in real time from its last moment."""
         if self._socket is not None:
