@@ -180,6 +180,30 @@ class TestBrokerThatHangs:
         node.wait_log("ubus connected", since=begin)
         assert scene.lines(node, begin) == [LOST, CONNECTED]
 
+    @pytest.mark.parametrize("length", [1, 8, 11, 12, 40])
+    def test_half_a_message_holds_up_nobody(self, node: Node, wire: Bus, length: int) -> None:
+        begin = scene.mark(node)
+        event = bus.event("kolt.configure", bus.text("mode", "AP"))
+        wire.send(event[:length])
+        assert answers_bridge_events(node)
+        assert node.journal(begin, "bridgeSetBridgeMode", mode=1) == []
+        wire.send(event[length:])
+        node.wait_calls("bridgeSetBridgeMode", since=begin, mode=1)
+        assert scene.lines(node, begin) == []
+
+    def test_half_a_greeting_is_given_up(self, node: Node, wire: Bus) -> None:
+        begin = scene.mark(node)
+        wire.drop()
+        for length in (1, 9):
+            wire.accept(greet=False)
+            wire.send(bus.message(bus.HELLO, 0, 0xCB631148)[:length])
+            sent = time.monotonic()
+            assert answers_bridge_events(node)
+            assert time.monotonic() - sent < 0.9
+        serve_again(wire)
+        node.wait_log("ubus connected", since=begin)
+        assert scene.lines(node, begin) == [LOST, CONNECTED]
+
     @pytest.mark.parametrize("greet", [False, True], ids=["before its greeting", "before its answer"])
     @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
     def test_stop_signal_ends_the_daemon_with_status_0(self, node: Node, wire: Bus, greet: bool, number: int) -> None:
