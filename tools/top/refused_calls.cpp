@@ -1,6 +1,7 @@
-// What another driver's table of operations may name besides its reading ones. Nothing here calls those, and if
-// something did, it would be refused.
+// What another driver's table of operations may name besides its reading ones, and what is kept for a count of
+// coverage. Nothing here calls those, and if something did, it would be refused.
 #include <duon_bridge.h>
+#include <eth_encap.h>
 
 namespace {
 
@@ -29,5 +30,13 @@ int bridgeFlushHDTable(const char * /*bridge*/) {
 }
 
 int bridgeFlushHATable(const char * /*bridge*/) {
+    return REFUSED;
+}
+
+int uci_get_profile_eths(char /*names*/[][16], int /*capacity*/) {
+    return REFUSED;
+}
+
+int uci_get_eth_port_num(int * /*count*/) {
     return REFUSED;
 }
