@@ -38,7 +38,8 @@ bool is_like_a_state_file(int fd) {
            status.st_size <= static_cast<off_t>(KOLT_STATE_FILE_LIMIT);
 }
 
-// Reads a file to its end, which must come within `limit` bytes; without bytes when it does not, or without memory.
+// Reads a file to its end, which must come within `limit` bytes; without bytes when it does not, when reading fails, or
+// without memory.
 whole_text read_text(int fd, size_t limit) {
     whole_text text;
     // One byte more than the limit tells a text that ends there from one that goes on.
@@ -46,7 +47,10 @@ whole_text read_text(int fd, size_t limit) {
         capacity = std::min(capacity, limit + 1);
         if (!make_room(&text, capacity))
             break;
-        text.size += kolt_read_up_to(fd, text.bytes.get() + text.size, capacity - text.size);
+        const ssize_t more = kolt_read_up_to(fd, text.bytes.get() + text.size, capacity - text.size);
+        if (more < 0)
+            break;
+        text.size += static_cast<size_t>(more);
         if (text.size < capacity)
             return text;
     }
@@ -77,17 +81,19 @@ unique_fd kolt_open_state_file(const char *path) {
     return fd;
 }
 
-size_t kolt_read_up_to(int fd, char *bytes, size_t size) {
+ssize_t kolt_read_up_to(int fd, char *bytes, size_t size) {
     size_t have = 0;
     while (have < size) {
         const ssize_t got = read(fd, bytes + have, size - have);
         if (got < 0 && errno == EINTR)
             continue;
-        if (got <= 0)
+        if (got < 0)
+            return -1;
+        if (got == 0)
             break;
         have += static_cast<size_t>(got);
     }
-    return have;
+    return static_cast<ssize_t>(have);
 }
 
 json_ptr kolt_read_state_file(const char *path) {

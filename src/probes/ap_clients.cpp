@@ -13,7 +13,10 @@ json_ptr parse_client_file() {
     if (!file)
         return nullptr;
     char text[CLIENT_FILE_LIMIT + 1];
-    text[kolt_read_up_to(file.get(), text, CLIENT_FILE_LIMIT)] = '\0'; // what could not be read does not parse
+    const ssize_t size = kolt_read_up_to(file.get(), text, CLIENT_FILE_LIMIT);
+    if (size < 0)
+        return nullptr;
+    text[size] = '\0';
     return json_ptr(json_tokener_parse(text));
 }
 

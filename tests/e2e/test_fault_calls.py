@@ -77,6 +77,13 @@ class TestStart:
                 assert "Fatal" in scene.lines(node, begin)[-1], (number, node.recent(3))
         assert failed > 0
 
+    def test_configuration_whose_end_cannot_be_read_is_none(self, stage: FaultScene) -> None:
+        """The first reading gives all of it, the one that would tell its end fails."""
+        begin = scene.mark(stage.node)
+        self.start(stage, "read", EIO, 2)
+        assert stage.faults.failed("read") == 1 and stage.node.daemon.status == 1
+        assert scene.lines(stage.node, begin) == ["config_load: Fatal: parse config"]
+
     @staticmethod
     def start(stage: FaultScene, call: str, error: int, number: int) -> int:
         """Starts a daemon in which the call of this number fails; how many calls there were."""

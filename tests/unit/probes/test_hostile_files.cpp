@@ -157,8 +157,20 @@ TEST_F(LargeFile, UciFileOfTheLimitIsRead) {
 TEST_F(LargeFile, OnlySoMuchIsReadAsWasAskedFor) {
     const unique_fd endless(open("/dev/zero", O_RDONLY | O_CLOEXEC));
     std::string bytes(1000, 'x');
-    EXPECT_EQ(kolt_read_up_to(endless.get(), bytes.data(), 900), 900U);
+    EXPECT_EQ(kolt_read_up_to(endless.get(), bytes.data(), 900), 900);
     EXPECT_EQ(bytes, std::string(900, '\0') + std::string(100, 'x'));
+}
+
+// Who hangs up with something unread resets the connection, behind what it has sent.
+TEST_F(LargeFile, TextBeforeAFailureIsNoText) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    const unique_fd reader(ends[0]);
+    ASSERT_EQ(write(ends[0], "x", 1), 1);
+    ASSERT_EQ(write(ends[1], "{}", 2), 2);
+    close(ends[1]);
+    char bytes[100];
+    EXPECT_EQ(kolt_read_up_to(reader.get(), bytes, sizeof bytes), -1);
 }
 
 TEST_F(LargeFile, ConfigurationMayBeAnyKindOfFile) {
