@@ -12,6 +12,7 @@ from pathlib import Path
 from typing import TYPE_CHECKING
 
 from kolt_node import NodeError
+from kolt_node.command import let_go_of_output, reason
 from kolt_node.node import build_directory, check_build
 
 from .compare import compare
@@ -271,20 +272,6 @@ COMMANDS = {"run": run_command, "compare": compare_command, "check": check_comma
 def complain(text: str) -> None:
     for line in filter(str.strip, text.splitlines()):
         print(f"kolt-sim: {line}", file=sys.stderr)
-
-
-def reason(error: BaseException) -> str:
-    if not isinstance(error, OSError) or error.strerror is None:
-        return str(error)
-    return f"{error.filename}: {error.strerror}" if error.filename else error.strerror
-
-
-def let_go_of_output() -> None:
-    """Writes out what is left in standard output's buffer; what cannot be written must not raise again at exit."""
-    try:
-        sys.stdout.flush()
-    except OSError:
-        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
 
 
 def explain(error: BaseException, stop: Stop) -> int:

@@ -32,14 +32,15 @@ def run_command(name: str, main: Callable[[], int]) -> int:
         let_go_of_output()
 
 
-def reason(error: Exception) -> str:
+def reason(error: BaseException) -> str:
+    """What went wrong, and with which file, in one line."""
     if not isinstance(error, OSError) or error.strerror is None:
         return str(error)
     return f"{error.filename}: {error.strerror}" if error.filename else error.strerror
 
 
 def let_go_of_output() -> None:
-    """Writes out what is left; what cannot be written must not raise again at the end of the process."""
+    """Writes out what is left in standard output's buffer; what cannot be written must not raise again at exit."""
     try:
         sys.stdout.flush()
     except OSError:
