@@ -3,7 +3,7 @@
 
 #include "wire.h"
 
-// How long the broker may take to greet, to accept bytes, or to answer a request.
+// How long the broker may take to accept bytes, or to answer a request.
 constexpr int UBUS_PATIENCE_MS = 5000;
 
 // A message under construction that releases its buffer.

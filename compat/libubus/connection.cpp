@@ -53,7 +53,8 @@ void handle_pending_timer(uloop_timeout *timer) {
     ubus_dispatch_pending(container_of(timer, ubus_context, pending_timer));
 }
 
-// The send timeout bounds connect() to a broker that no longer accepts.
+// Waits for a broker whose queue is full, without an end, as for its greeting. A signal ends the wait unless its
+// handler has the call restarted; one with a time-out would never be restarted.
 int open_socket(const char *path) {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
@@ -65,9 +66,6 @@ int open_socket(const char *path) {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0)
         return -1;
-    const timeval patience = {UBUS_PATIENCE_MS / 1000, 0};
-    (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience,
-                     sizeof(patience)); // without it connect() just has no bound
     if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
         close(fd);
         return -1;

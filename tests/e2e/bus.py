@@ -51,11 +51,31 @@ class Bus:
     def __init__(self, node: Node) -> None:
         self.node = node
         inside = node.spawn(["/bin/sleep", "1000"])
+        self._path = f"/proc/{inside.pid}/root/run/ubus/ubus.sock"
         self._listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-        self._listener.bind(f"/proc/{inside.pid}/root/run/ubus/ubus.sock")
+        self._listener.bind(self._path)
         self._listener.listen()
         self._listener.settimeout(10)
         self.connection: socket.socket | None = None
+        self._callers: list[socket.socket] = []
+
+    def fill_queue(self) -> None:
+        """Lets no further connection in until some of these, which say nothing, were accepted."""
+        self._listener.listen(0)
+        while True:
+            caller = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM | socket.SOCK_NONBLOCK)
+            try:
+                caller.connect(self._path)
+            except BlockingIOError:
+                caller.close()
+                return
+            self._callers.append(caller)
+
+    def empty_queue(self) -> None:
+        for caller in self._callers:
+            self._listener.accept()[0].close()
+            caller.close()
+        self._callers.clear()
 
     def accept(self, *, greet: bool = True) -> None:
         self.connection, _ = self._listener.accept()

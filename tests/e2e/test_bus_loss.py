@@ -249,6 +249,28 @@ class TestBrokerThatHangsAtTheStart:
         assert broker.deliver("kolt.debug", bus.number("dbg_level", 1))
         assert node.stop_daemon() == 0
 
+    def test_broker_whose_queue_is_full_is_waited_for(self, node: Node, broker: Bus) -> None:
+        broker.fill_queue()
+        daemon = node.start_daemon(scene.config(), ready=False)
+        time.sleep(1.5)
+        assert daemon.status is None
+        broker.empty_queue()
+        broker.accept()
+        broker.add_object()
+        broker.register()
+        node.wait_idle()
+        assert broker.deliver("kolt.debug", bus.number("dbg_level", 1))
+        assert node.stop_daemon() == 0
+
+    @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
+    def test_stop_signal_ends_a_daemon_that_finds_the_queue_full(self, node: Node, broker: Bus, number: int) -> None:
+        broker.fill_queue()
+        daemon = node.start_daemon(scene.config(), ready=False)
+        time.sleep(0.3)
+        node.signal(daemon, number)
+        assert node.wait_exit(daemon, timeout=3.0) == 1
+        assert scene.lines(node) == ["event_ubus_init: Fatal: ubus_connect"]
+
     def test_stop_signal_at_any_moment_of_the_start_ends_the_daemon(self, node: Node, broker: Bus) -> None:
         for delay in range(12):
             daemon = node.start_daemon(scene.config(), ready=False)
