@@ -4,6 +4,7 @@ as nothing fails. A round is every kind of event, then a period; what a fault le
 """
 import os
 import sys
+import time
 from collections.abc import Iterator
 from pathlib import Path
 from typing import Self
@@ -118,6 +119,21 @@ class FaultScene:
         daemon = self.node.daemon
         assert daemon is not None
         return daemon.status is None and not any(word in daemon.stderr for word in scene.SANITIZER_WORDS)
+
+    def hears(self, seconds: float = 5.0) -> bool:
+        """Whether a daemon in real time acts on what bus and bridge tell; it may have to find the bus again first."""
+        begin = scene.mark(self.node)
+        self.node.send_bridge_event(6)
+        self.node.wait_calls("bridgeFlushHATable", since=begin)
+        self.node.wait_idle()
+        begin = scene.mark(self.node)
+        end = time.monotonic() + seconds
+        while not any(line.startswith("SetBridgeMode") for line in self.told(begin)):
+            if time.monotonic() > end:
+                return False
+            self.node.event("kolt.configure", {"mode": "AP"})
+            self.node.drain()
+        return True
 
     def children(self) -> list[str]:
         assert self.node.daemon is not None

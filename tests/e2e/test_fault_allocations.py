@@ -68,6 +68,7 @@ class TestStart:
             assert stage.faults.failed("allocation") == 1, number
             assert status in (None, 1), (number, stage.faults.place, status, node.stderr())
             if status is None:
+                assert stage.hears(), number
                 assert node.stop_daemon() == 0, number
             else:
                 ended += 1

@@ -65,13 +65,14 @@ class TestStart:
         node = stage.node
         stage.use_real_time()
         count, failed = self.start(stage, call, error, 0), 0
-        for number in numbers(count, 3):
+        for number in numbers(count, 5):
             begin = scene.mark(node)
             called = self.start(stage, call, error, number)
             assert stage.faults.failed(call) == (called >= number), number  # some depend on how fast the bus answers
             failed += stage.faults.failed(call)
             assert node.daemon.status in (None, 1), (number, node.stderr())
             if node.daemon.status is None:
+                assert stage.hears(), number
                 assert node.stop_daemon() == 0, number
             else:
                 assert "Fatal" in scene.lines(node, begin)[-1], (number, node.recent(3))

@@ -33,9 +33,11 @@ void event_ubus_connection_lost(ubus_context *context) {
     (void)uloop_timeout_set(&bus.retry, RETRY_MS); // fails only for what is no timer
 }
 
-void serve_connection() {
+// False when the loop did not take the connection, which nobody would hear from then.
+[[nodiscard]] bool serve_connection() {
     bus.context->connection_lost = event_ubus_connection_lost;
     ubus_add_uloop(bus.context);
+    return bus.context->sock.registered;
 }
 
 void release_connection() {
@@ -51,7 +53,8 @@ void release_connection() {
     bus.context = ubus_connect(nullptr);
     if (bus.context == nullptr)
         return false;
-    serve_connection();
+    if (!serve_connection())
+        return false;
     wait.watch(bus.context->sock.fd);
     const int result = subscribe();
     wait.watch(-1);
@@ -91,7 +94,8 @@ void event_ubus_init(kolt_event_ctx *ev) {
         KOLT_FATAL("ubus_connect");
     if (result != 0)
         KOLT_FATAL("ubus_register_event_handler: %s", ubus_strerror(result));
-    serve_connection();
+    if (!serve_connection())
+        event_ubus_connection_lost(bus.context);
 }
 
 void event_ubus_free() {

@@ -13,7 +13,10 @@
 void event_init(kolt_event_ctx *ev) {
     *ev = kolt_event_ctx{};
     kolt_list_init(&ev->subscribers);
-    (void)uloop_init(); // without a loop the first watcher cannot be added, and that is fatal
+    // Where there is no loop, connecting to the bus makes one, and so takes the stop signals away from who holds them.
+    // When it cannot either, that is fatal.
+    if (uloop_init() != 0)
+        (void)uloop_init();
     event_hold_stop_signals();
     (void)signal(SIGPIPE, SIG_IGN);
     event_ubus_init(ev);
