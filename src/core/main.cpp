@@ -1,6 +1,7 @@
 // The daemon's life: options, configuration, hub, modules, loop, and the same way back.
 #include "core/config_load.h"
 #include "core/hub/hub.h"
+#include "core/hub/stop_signals.h"
 #include "core/log.h"
 #include "core/module.h"
 #include "loop_avoidance/module.h"
@@ -53,6 +54,7 @@ int main(int argc, char **argv) {
         path = optarg;
     }
 
+    event_admit_stop_signals(); // the configuration may be a pipe that nobody writes to
     config config{};
     kolt_list_init(&config.modules);
     config_load(&config, path);

@@ -65,6 +65,17 @@ def seconds_to_end(node: PathNode, number: int) -> float:
     return time.monotonic() - begin
 
 
+class TestConfiguration:
+    @pytest.mark.parametrize("number", STOPS)
+    @pytest.mark.parametrize("starter", [[], ["/usr/bin/env", "--block-signal"]], ids=["plain", "signals blocked"])
+    def test_pipe_that_nobody_writes_to_is_left_at_once(self, node: PathNode, starter: list[str], number: int) -> None:
+        node.run(["/bin/sh", "-c", "rm -f /tmp/pipe; mkfifo /tmp/pipe"])
+        daemon = node.spawn([*starter, node.build / "bin/kolt", "-c", "/tmp/pipe"])
+        node.wait_for(lambda: "wait_for_partner" in Path(f"/proc/{daemon.pid}/wchan").read_text(), 5, "the open")
+        node.signal(daemon, number)
+        assert node.wait_exit(daemon, timeout=3.0) == -number
+
+
 class TestDriver:
     @pytest.mark.parametrize("number", STOPS)
     def test_driver_that_tells_nothing_does_not_hold_the_end_up(self, node: PathNode, number: int) -> None:

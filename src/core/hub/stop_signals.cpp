@@ -62,7 +62,8 @@ void pass_on_stop(int signal) {
         obey(signal);
 }
 
-// Whatever is waited for, nothing that the daemon holds outlives the process.
+// Nothing that the daemon holds outlives the process, but for the reader of a driver that tells nothing: whose child
+// that is, only popen() knows.
 [[noreturn]] void end_at_once(int /*signal*/) {
     _exit(EXIT_SUCCESS);
 }
@@ -131,6 +132,14 @@ void look_for_stop(int signal) {
 
 } // namespace
 
+void event_admit_stop_signals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGINT, SIGTERM, TIME_IS_UP})
+        sigaddset(&signals, signal);
+    (void)sigprocmask(SIG_UNBLOCK, &signals, nullptr); // cannot fail with these arguments
+}
+
 void event_hold_stop_signals() {
     event_return_stop_signals();
     sigevent expiry{};
@@ -139,11 +148,7 @@ void event_hold_stop_signals() {
     waiting.has_clock = timer_create(CLOCK_MONOTONIC, &expiry, &waiting.clock) == 0; // without it, a wait has no end
     handle(TIME_IS_UP, end_at_once, nullptr);
     take_over(remember_stop);
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int signal : {SIGINT, SIGTERM, TIME_IS_UP})
-        sigaddset(&signals, signal);
-    (void)sigprocmask(SIG_UNBLOCK, &signals, nullptr); // whoever started the daemon may have left them blocked
+    event_admit_stop_signals();
 }
 
 void event_release_stop_signals() {

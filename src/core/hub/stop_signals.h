@@ -5,6 +5,9 @@
 #include <csignal>
 #include <sys/types.h>
 
+// Lets them end the process: whoever started it may have left them blocked.
+void event_admit_stop_signals();
+
 // To be called once there is a loop. Remembers the stop signals from now on: the loop forgets, when it starts to run,
 // that one ended it before. Four seconds after the first one the process ends, with status 0, where it is then.
 void event_hold_stop_signals();
