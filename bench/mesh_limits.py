@@ -2,6 +2,7 @@
 from telling import Limit
 
 TIMES_THE_TREE = {2: 1.9, 3: 2.9}  # links to times the spanning tree's throughput, with the fewest streams
+UNEVEN = 3  # periods in a row
 OUTAGES = {"cut": ("carrier loss", 0.005), "silence": ("silent loss", 0.4)}  # seconds, median
 FORWARDING = {"64 bytes forwarded, tcx, ours": 0.90, "1500 bytes forwarded, tcx, ours": 0.97}
 RATE_UNIT = "of the plain bridge's rate"
@@ -12,7 +13,7 @@ COUNTED = 0.001
 
 def of(data: dict) -> list[Limit]:
     """Of all parts that are in `data`, the figures as they are written to a file."""
-    return [limit for judge in (throughput, outages, copies, moves, forwarding, streams) for limit in judge(data)]
+    return [limit for judge in (throughput, spread, outages, copies, moves, forwarding, streams) for limit in judge(data)]
 
 
 def at_least(what: str, value: float, limit: float, unit: str = "") -> Limit:
@@ -30,6 +31,11 @@ def throughput(data: dict) -> list[Limit]:
     return [at_least(f"{links} links, {fewest} streams, to the spanning tree",
                      rates[links, "kolt"] / rates[links, "stp-tuned"], times, " times")
             for links, times in TIMES_THE_TREE.items() if (links, "kolt") in rates]
+
+
+def spread(data: dict) -> list[Limit]:
+    return [Limit(f"a link idles beside a hot one, {row['links']} links, {row['streams']} streams", f"{row['uneven']} periods",
+                  f"<= {UNEVEN} periods", row["uneven"] <= UNEVEN) for row in data.get("spread", [])]
 
 
 def outages(data: dict) -> list[Limit]:

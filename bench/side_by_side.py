@@ -31,7 +31,7 @@ from kolt_mesh.netns import MeshError  # noqa: E402
 from kolt_mesh.node import NodeError  # noqa: E402
 from kolt_sim.view.columns import align  # noqa: E402
 
-PARTS = ("throughput", "outage", "copies", "moves", "forwarding", "streams")
+PARTS = ("throughput", "spread", "outage", "copies", "moves", "forwarding", "streams")
 LIVE = (1000, 5000, 10000)
 LINKS, STREAMS = (2, 3), (4, 16, 64)
 SECONDS, ROUNDS, MOVES = 10, 10, 5
@@ -88,6 +88,21 @@ class Bench:
             ratio = f"{found['kolt'] / found['stp-tuned']:.2f}" if "kolt" in found else "-"
             table.append([str(links), str(streams), *(f"{found[name]:.1f}" for name in names), ratio])
         show(f"Download over equal links of 50 Mbit/s, {self.seconds} s each", table)
+
+    def spread(self) -> None:
+        if "kolt" not in self.contenders:
+            return
+        rows = []
+        for links in LINKS:
+            for streams in STREAMS:
+                with Lab(topology.pair(links), self.contenders["kolt"].make()) as lab:
+                    measures.settle(lab, self.contenders["kolt"])
+                    found = measures.spread(lab, streams, 2 * self.seconds)
+                rows.append({"links": links, "streams": streams} | asdict(found))
+        self.data["spread"] = rows
+        table = [["links", "streams", "periods", "uneven"]]
+        table += [[str(row[key]) for key in ("links", "streams", "periods", "uneven")] for row in rows]
+        show("Periods in a row in which a link idled beside a hot one, at most, from a download's start on", table)
 
     # Outages
 

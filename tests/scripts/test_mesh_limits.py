@@ -18,6 +18,7 @@ GOOD = {
     "throughput": [{"links": links, "streams": streams, "with": name, "mbit": mbit}
                    for links, mine in ((2, 90.0), (3, 140.0)) for streams in (4, 64)
                    for name, mbit in (("kolt", mine), ("stp-tuned", 47.0))],
+    "spread": [{"links": 2, "streams": 4, "periods": 20, "uneven": 3}],
     "outage": [outage("cut"), outage("silence", median=0.3), outage("cut", median=4.0) | {"with": "stp-tuned"}],
     "copies": [{"topology": "ring", "with": "kolt", "fewest": 1, "most": 1, "circled": 0},
                {"topology": "ring", "with": "stp-tuned", "fewest": 0, "most": 2, "circled": 0}],
@@ -36,7 +37,7 @@ def broken(data: dict) -> list[str]:
 
 
 def test_good_figures_keep_all_limits():
-    assert broken(GOOD) == [] and len(mesh_limits.of(GOOD)) == 15
+    assert broken(GOOD) == [] and len(mesh_limits.of(GOOD)) == 16
 
 
 def test_what_was_not_measured_has_no_limit():
@@ -47,6 +48,7 @@ def test_what_was_not_measured_has_no_limit():
 @pytest.mark.parametrize("part, at, key, value, what", [
     ("throughput", 0, "mbit", 89.2, "2 links, 4 streams, to the spanning tree"),
     ("throughput", 4, "mbit", 136.2, "3 links, 4 streams, to the spanning tree"),
+    ("spread", 0, "uneven", 4, "a link idles beside a hot one, 2 links, 4 streams"),
     ("outage", 0, "median", 0.0051, "carrier loss, median"),
     ("outage", 0, "for good", 1, "carrier loss, streams stopped for good"),
     ("outage", 1, "median", 0.401, "silent loss, median"),

@@ -4,7 +4,7 @@ from collections import Counter
 from collections.abc import Callable
 from dataclasses import dataclass, field
 
-from . import frames, tcp
+from . import frames, ports, tcp
 from .frames import Broadcasts, Census
 from .kinds import Kind
 from .lab import Lab
@@ -62,6 +62,35 @@ def throughput(lab: Lab, streams: int, seconds: int) -> float:
     return run.rate / 1e6
 
 
+@dataclass
+class Spread:
+    """Of a download, from its start on."""
+    periods: int
+    uneven: int  # at most so many in a row in which a link idled while another was over its high threshold
+
+
+def spread(lab: Lab, streams: int, periods: int) -> Spread:
+    """How soon the links share a download; a period is a second, as the daemon's in a mesh."""
+    source, *_, target = lab.hosts
+    found, in_a_row = Spread(periods, 0), 0
+    param = ports.configuration(lab.topology, next(iter(lab.nodes)))["param"]
+    rates = {link.name: link.rate for link in lab.topology.links}
+    with tcp.Download(lab, source, target, streams, periods + 1) as download:
+        before, then = carried(lab), time.monotonic()
+        for _ in range(periods):
+            lab.wait(1.0)
+            after, now = carried(lab), time.monotonic()
+            busy = [100 * 8 * (after[link] - before[link]) / (rates[link] * (now - then)) for link in after]
+            is_uneven = min(busy) < param["idle_threshold"] and max(busy) > param["high_threshold"]
+            in_a_row = in_a_row + 1 if is_uneven else 0
+            found.uneven = max(found.uneven, in_a_row)
+            before, then = after, now
+        run = download.result()
+    if run.broken:
+        raise MeshError(f"a download over {streams} streams: {run.broken}")
+    return found
+
+
 def outage(lab: Lab, way: str, contender: Contender) -> Seen:
     """What a stream from the first host to the last sees of losing the link that it is on."""
     source, *_, target = lab.hosts
@@ -85,8 +114,17 @@ def busiest_link(lab: Lab, seconds: float) -> str:
 
 def passed(lab: Lab) -> dict[str, int]:
     """Frames that each link has carried so far."""
+    return sums(lab, "tx_packets")
+
+
+def carried(lab: Lab) -> dict[str, int]:
+    """Bytes that each link has carried so far."""
+    return sums(lab, "tx_bytes")
+
+
+def sums(lab: Lab, counter: str) -> dict[str, int]:
     counters = {node: lab.counters(node) for node in lab.nodes}
-    return {link: sum(counters[node][end.port.name].tx_packets for node, end in ends.items())
+    return {link: sum(getattr(counters[node][end.port.name], counter) for node, end in ends.items())
             for link, ends in lab.ends.items()}
 
 
