@@ -131,6 +131,17 @@ def test_the_manual_page_describes_every_setting_with_its_range_and_default() ->
     assert told == [(row["key"], described(row)) for row in ROWS]
 
 
+@pytest.mark.parametrize("text, end", [(GUIDE, "Flags are"), (MANUAL, "A text of digits")], ids=["guide", "manual"])
+def test_the_numbers_that_are_not_clamped_are_named(text: str, end: str) -> None:
+    named = set(re.findall(r"\b[a-z]+(?:_[a-z]+)+\b|\bclass\b|\bperiod\b", text.split("Not clamped are")[1].split(end)[0]))
+    numbers = [row for row in ROWS if row["kind"] == "number" and row["member"]]
+    past = [(row, file_with(row, row["range"][1] + 1)) for row in numbers]
+    values = [(row, check(json.dumps(file))) for row, file in past]
+    kept = {row["key"]: (told["param"] if row["section"] == "param" else told["interfaces"][6]["settings"])[row["key"]]["value"]
+            for row, told in values}
+    assert named == {row["key"] for row in numbers if kept[row["key"]] != row["range"][1]}
+
+
 def test_the_manual_page_of_kolt_check_explains_every_code() -> None:
     sources = "".join(path.read_text() for path in (TOP / "tools/check").glob("*.cpp"))
     codes = set(re.findall(r'"((?:[a-z]+|utf8)(?:-[a-z]+)+)"', sources)) - {"no-param", "br-lan", "kolt-check"}

@@ -4,6 +4,7 @@
 #include "core/config_load.h"
 #include "core/json.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -46,17 +47,25 @@ bool is_number(json_object *given, uint32_t value) {
     return json_object_get_int64(given) == int64_t{value};
 }
 
+// The loader's own steps, in its order: what a number becomes in 32 bits, then the clamp and the cut of its kind.
 std::string why_changed(const config_setting &row, json_object *given, uint32_t value) {
     const int64_t number = json_object_get_int64(given);
     if (number == int64_t{value})
         return "only whole numbers are taken";
+    const int32_t read = json_object_get_int(given);
+    const int32_t clamped = std::clamp(read, row.clamp.lowest, row.clamp.highest);
+    const std::string read_as = read != number ? "it is read as " + number_text(read) + ", and of that " : "";
+    const std::string its = read_as.empty() ? "its" : "the";
     if (row.kind == CONFIG_NUMBER_CUT_FIRST)
-        return "only its last 8 bits are kept, and of those " + range_text(row.clamp);
-    if (number < row.clamp.lowest || (number > row.clamp.highest && value == static_cast<uint32_t>(row.clamp.highest)))
-        return "only " + range_text(row.clamp) + " is taken";
+        return read_as + "only " + its + " last 8 bits are kept, and of those " + range_text(row.clamp);
     if (row.kind == CONFIG_SECONDS)
-        return "it is counted in 32 bits, in milliseconds";
-    return "only its last " + std::to_string(row.place.width * 8) + " bits are kept";
+        return (read_as.empty() ? "it" : "it is read as " + number_text(read) + ", which") +
+               " is counted in 32 bits, in milliseconds";
+    const std::string bits = " last " + std::to_string(row.place.width * 8) + " bits are kept";
+    if (clamped == read)
+        return read_as + "only " + its + bits;
+    return "only " + range_text(row.clamp) + " is taken" +
+           (static_cast<uint32_t>(clamped) == value ? "" : ", and of " + number_text(clamped) + " only the" + bits);
 }
 
 void add(const check_section &section, size_t at, check_level level, const char *code, std::string text) {

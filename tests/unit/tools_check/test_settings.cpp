@@ -139,10 +139,21 @@ TEST(Settings, ChangedValuesSayWhatTheyBecomeAndWhy) {
                 ElementsAre("changed-value: \"high_threshold\": 150 becomes 100, only 0 to 100 is taken"));
     EXPECT_THAT(findings_with(R"("adjusted_streams": 300)"),
                 ElementsAre("changed-value: \"adjusted_streams\": 300 becomes 44, only its last 8 bits are kept"));
-    EXPECT_THAT(findings_with(R"("adjusted_streams": 2000)"),
-                ElementsAre("changed-value: \"adjusted_streams\": 2000 becomes 232, only its last 8 bits are kept"));
+    EXPECT_THAT(
+        findings_with(R"("adjusted_streams": 2000)"),
+        ElementsAre("changed-value: \"adjusted_streams\": 2000 becomes 232, only 0 to 1000 is taken, and of 1000 "
+                    "only the last 8 bits are kept"));
+    EXPECT_THAT(findings_with(R"("adjusted_streams": -1)"),
+                ElementsAre("changed-value: \"adjusted_streams\": -1 becomes 0, only 0 to 1000 is taken"));
     EXPECT_THAT(findings_with(R"("rate_threshold": 65537)"),
                 ElementsAre("changed-value: \"rate_threshold\": 65537 becomes 1, only its last 16 bits are kept"));
+    EXPECT_THAT(
+        findings_with(R"("rate_threshold": 5000000000)"),
+        ElementsAre("changed-value: \"rate_threshold\": 5000000000 becomes 65535, it is read as 2147483647, and of "
+                    "that only the last 16 bits are kept"));
+    EXPECT_THAT(findings_with("", R"("x": {"type": "5g", "priority": 5000000000})"),
+                ElementsAre("changed-value: \"priority\": 5000000000 becomes 10, it is read as 2147483647, and of that "
+                            "only the last 8 bits are kept, and of those 0 to 10"));
     EXPECT_THAT(findings_with("", R"("x": {"type": "5g", "priority": 300})"),
                 ElementsAre("changed-value: \"priority\": 300 becomes 10, only its last 8 bits are kept, and of those "
                             "0 to 10"));
@@ -151,6 +162,9 @@ TEST(Settings, ChangedValuesSayWhatTheyBecomeAndWhy) {
     EXPECT_THAT(findings(R"({"enable": true, "bridges": {}, "interfaces": {}, "param": {"period": 5000000}})"),
                 ElementsAre("changed-value: \"period\": 5000000 becomes 705032, it is counted in 32 bits, in "
                             "milliseconds"));
+    EXPECT_THAT(findings(R"({"enable": true, "bridges": {}, "interfaces": {}, "param": {"period": 5000000000}})"),
+                ElementsAre("changed-value: \"period\": 5000000000 becomes 4294966, it is read as 2147483647, which is "
+                            "counted in 32 bits, in milliseconds"));
 }
 
 TEST(Settings, WhatNothingReadsIsNoted) {
