@@ -73,14 +73,6 @@ void leave_out(const check_walk &walk, const entry &entry, const std::string &re
     walk.add(entry.place->at, CHECK_WARNING, "left-out", check_quoted(entry.key) + " is left out: " + reason);
 }
 
-// The daemon looks no further than the entry that finds its array full.
-void leave_out_rest(const check_walk &walk, const entry &first, uint32_t capacity) {
-    walk.report->left_out.push_back({first.section, first.key, first.place->at, "there is no room for it"});
-    walk.add(first.place->at, CHECK_WARNING, "too-many",
-             std::string("only ") + std::to_string(capacity) + " entries of \"" + first.section + "\" are kept; " +
-                 check_quoted(first.key) + " and all behind it are left out");
-}
-
 void refuse_type(const check_walk &walk, const entry &entry) {
     const check_member *type = entry.place->value.find("type");
     std::string names;
@@ -190,6 +182,19 @@ config_param param_of(const check_walk &walk) {
 
 } // namespace
 
+void check_leave_out_past(const check_walk &walk, uint32_t capacity, const char *section, const char *key,
+                          const check_member &place) {
+    constexpr char REASON[] = "there is no room for it";
+    std::vector<check_left_out> &left_out = walk.report->left_out;
+    const bool said =
+        !left_out.empty() && left_out.back().reason == REASON && left_out.back().section == std::string_view(section);
+    left_out.push_back({section, key, place.at, REASON});
+    if (!said)
+        walk.add(place.at, CHECK_WARNING, "too-many",
+                 "only " + std::to_string(capacity) + " entries of " + check_quoted(section) + " are kept; " +
+                     check_quoted(key) + " and all behind it are left out");
+}
+
 void check_walk_interfaces(const check_walk &walk) {
     const check_part part = check_find_part(walk, "interfaces");
     if (part.object == nullptr)
@@ -200,8 +205,8 @@ void check_walk_interfaces(const check_walk &walk) {
     json_object_object_foreach(part.object, key, value) {
         const entry entry = {"interfaces", key, value, &check_place(walk, part.place->value, key)};
         if (walk.report->interfaces.size() == CONFIG_MAX_INTERFACES) {
-            leave_out_rest(walk, entry, CONFIG_MAX_INTERFACES);
-            break;
+            check_leave_out_past(walk, CONFIG_MAX_INTERFACES, entry.section, key, *entry.place);
+            continue;
         }
         if (!walk_interface(walk, param, entry))
             refused.push_back(entry.place->key.c_str());
@@ -219,8 +224,8 @@ void check_walk_couples(const check_walk &walk) {
     json_object_object_foreach(part.object, key, value) {
         const entry entry = {"backhual", key, value, &check_place(walk, part.place->value, key)};
         if (walk.report->couples.size() == CONFIG_MAX_COUPLES) {
-            leave_out_rest(walk, entry, CONFIG_MAX_COUPLES);
-            break;
+            check_leave_out_past(walk, CONFIG_MAX_COUPLES, entry.section, key, *entry.place);
+            continue;
         }
         walk_couple(walk, param, entry);
     }

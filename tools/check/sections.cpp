@@ -112,10 +112,8 @@ void check_walk_bridges(const check_walk &walk) {
     json_object_object_foreach(part.object, key, value) {
         const check_member &place = check_place(walk, part.place->value, key);
         if (walk.report->bridges.size() == CONFIG_MAX_BRIDGES) {
-            walk.report->left_out.push_back({"bridges", key, place.at, "there is no room for it"});
-            walk.add(place.at, CHECK_WARNING, "too-many",
-                     "only 8 bridges are kept; " + check_quoted(key) + " and all behind it are left out");
-            return;
+            check_leave_out_past(walk, CONFIG_MAX_BRIDGES, "bridges", key, place);
+            continue;
         }
         walk_bridge(walk, key, value, place);
     }

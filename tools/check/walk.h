@@ -44,6 +44,10 @@ void check_walk_param(const check_walk &walk);
 void check_walk_interfaces(const check_walk &walk);
 void check_walk_couples(const check_walk &walk);
 
+// Leaves out an entry that finds the daemon's array full. Of those of a section it is said once.
+void check_leave_out_past(const check_walk &walk, uint32_t capacity, const char *section, const char *key,
+                          const check_member &place);
+
 // What can only be said of the record as a whole: equal names, missing partners, VLAN ids that no name takes.
 void check_walk_record(const check_walk &walk);
 void check_walk_vlan_ids(const check_walk &walk);

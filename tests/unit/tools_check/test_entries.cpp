@@ -24,6 +24,13 @@ std::string many(size_t count, const std::string &value) {
     return text;
 }
 
+std::vector<std::string> left_out(const check_report &report) {
+    std::vector<std::string> entries;
+    for (const check_left_out &entry : report.left_out)
+        entries.push_back(std::string(entry.section) + " " + entry.key);
+    return entries;
+}
+
 } // namespace
 
 TEST(Interface, FinalNameIsTheLoaders) {
@@ -96,6 +103,7 @@ TEST(Interface, Past128TheyAreLeftOut) {
     EXPECT_THAT(findings(*report),
                 ElementsAre("too-many: only 128 entries of \"interfaces\" are kept; \"x128\" and all "
                             "behind it are left out"));
+    EXPECT_THAT(left_out(*report), ElementsAre("interfaces x128", "interfaces x129"));
 }
 
 TEST(Interface, InvalidTypeBehindTheLastThatIsReadDoesNoHarm) {
@@ -139,8 +147,9 @@ TEST(Couple, WhatIsLeftOutSaysWhy) {
 }
 
 TEST(Couple, PastTheSixteenthTheyAreLeftOut) {
-    const auto report = check_inspect(file_with("", ETH0, many(17, R"({"couple": "eth0"})")));
+    const auto report = check_inspect(file_with("", ETH0, many(18, R"({"couple": "eth0"})")));
     EXPECT_EQ(report->record.couple_num, 16U);
+    EXPECT_THAT(left_out(*report), ElementsAre("backhual x16", "backhual x17"));
     EXPECT_THAT(findings(*report), Contains(HasSubstr("too-many: only 16 entries of \"backhual\" are kept; \"x16\"")));
 }
 

@@ -127,12 +127,13 @@ TEST(Inspect, OddJsonIsNotedOncePerKind) {
 }
 
 TEST(Inspect, BridgesPastTheEighthAreLeftOut) {
-    const auto report = check_inspect(R"({"enable": false, "bridges": {)" + members(9, "{}") + "}}");
+    const auto report = check_inspect(R"({"enable": false, "bridges": {)" + members(10, "{}") + "}}");
     EXPECT_EQ(report->record.bridge_num, 8U);
     EXPECT_THAT(findings(*report),
-                ElementsAre("too-many: only 8 bridges are kept; \"x8\" and all behind it are left out"));
-    ASSERT_EQ(report->left_out.size(), 1U);
+                ElementsAre("too-many: only 8 entries of \"bridges\" are kept; \"x8\" and all behind it are left out"));
+    ASSERT_EQ(report->left_out.size(), 2U);
     EXPECT_EQ(report->left_out[0].key, "x8");
+    EXPECT_EQ(report->left_out[1].key, "x9");
 }
 
 TEST(Inspect, BridgeThatIsNoObjectHasNoFeatures) {
