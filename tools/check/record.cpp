@@ -38,6 +38,15 @@ void check_couple(const check_walk &walk, const config_couple &couple, size_t at
     check_partner(walk, at, guest, all);
 }
 
+// Links that go are followed on the bridges that loop avoidance programs, and on no others.
+void check_bridge(const check_walk &walk, const config_bridge &bridge, size_t at) {
+    if ((bridge.flags & CONFIG_PATH_SELECTION) != 0 && (bridge.flags & CONFIG_LOOP_AVOIDANCE) == 0)
+        walk.add(at, CHECK_WARNING, "never-flushed",
+                 check_quoted(check_field(bridge.name)) +
+                     " has path selection without loop avoidance: when a link goes, streams stay on it, since nothing "
+                     "flushes the bridge's tables");
+}
+
 // The power-line backhaul's id also tells which wired couples count without a neighbour.
 bool is_wired_couple(const config &record) {
     return std::any_of(record.couples, record.couples + record.couple_num,
@@ -53,6 +62,8 @@ bool is_used(const check_report &report, int32_t exchange) {
 
 void check_walk_record(const check_walk &walk) {
     const config &record = walk.report->record;
+    for (size_t i = 0; i < walk.report->bridges.size(); i++)
+        check_bridge(walk, record.bridges[i], walk.report->bridges[i].at);
     names all;
     for (uint32_t i = 0; i < record.interface_num; i++)
         all.push_back(check_field(record.interfaces[i].name));

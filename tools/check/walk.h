@@ -48,7 +48,8 @@ void check_walk_couples(const check_walk &walk);
 void check_leave_out_past(const check_walk &walk, uint32_t capacity, const char *section, const char *key,
                           const check_member &place);
 
-// What can only be said of the record as a whole: equal names, missing partners, VLAN ids that no name takes.
+// What can only be said of the record as a whole: path selection that nothing flushes for, equal names, missing
+// partners, VLAN ids that no name takes.
 void check_walk_record(const check_walk &walk);
 void check_walk_vlan_ids(const check_walk &walk);
 

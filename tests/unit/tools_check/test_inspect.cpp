@@ -126,6 +126,18 @@ TEST(Inspect, OddJsonIsNotedOncePerKind) {
                 ElementsAre("1:2 note odd-json", "1:17 note odd-json", "1:19 note odd-json", "3:3 note odd-json"));
 }
 
+TEST(Inspect, PathSelectionWithoutLoopAvoidanceIsSaid) {
+    const auto said = [](const std::string &flags) {
+        return findings(R"({"enable": true, "bridges": {"br-lan": {)" + flags +
+                        R"(}}, "param": {"period": 5}, "interfaces": {}})");
+    };
+    EXPECT_THAT(said(R"("path_selection": true)"),
+                ElementsAre("never-flushed: \"br-lan\" has path selection without loop avoidance: when a link goes, "
+                            "streams stay on it, since nothing flushes the bridge's tables"));
+    EXPECT_THAT(said(R"("path_selection": true, "loop_avoidance": true)"), IsEmpty());
+    EXPECT_THAT(said(R"("loop_avoidance": true)"), IsEmpty());
+}
+
 TEST(Inspect, BridgesPastTheEighthAreLeftOut) {
     const auto report = check_inspect(R"({"enable": false, "bridges": {)" + members(10, "{}") + "}}");
     EXPECT_EQ(report->record.bridge_num, 8U);
@@ -137,9 +149,9 @@ TEST(Inspect, BridgesPastTheEighthAreLeftOut) {
 }
 
 TEST(Inspect, BridgeThatIsNoObjectHasNoFeatures) {
-    EXPECT_THAT(findings(R"({"enable": false, "bridges": {"a": 7, "b": {"path_selection": 1}}})"),
+    EXPECT_THAT(findings(R"({"enable": false, "bridges": {"a": 7, "b": {"loop_avoidance": 1}}})"),
                 ElementsAre("wrong-type: \"a\" should be an object; what it is counts as an empty one",
-                            "wrong-type: \"path_selection\" should be true or false; 1 is read as on"));
+                            "wrong-type: \"loop_avoidance\" should be true or false; 1 is read as on"));
 }
 
 TEST(Inspect, NamesThatTheKernelDoesNotGiveAreFound) {
