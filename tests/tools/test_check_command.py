@@ -102,6 +102,20 @@ def test_json_holds_findings_and_values(file: Path) -> None:
     assert [(one["section"], one["key"]) for one in told["left_out"]] == [("interfaces", "eth0")]
 
 
+def test_what_the_daemon_decides_itself_is_marked(file: Path) -> None:
+    ports = {name: {"type": kind, "nonrelay": True} for name, kind in (("eth0", "ethernet"), ("plc0", "plc"), ("wlan0", "5g"))}
+    whole = {"enable": True, "bridges": {"br-lan": {"loop_avoidance": True}}, "param": {"period": 5}, "interfaces": ports}
+    file.write_text(json.dumps(whole))
+    done = run(file)
+    assert re.findall(r"^  (\S+) .* (\w*relay\S*)$", done.stdout, re.MULTILINE) == [
+        ("eth0", "nonrelay*"), ("plc0", "nonrelay*"), ("wlan0", "nonrelay")]
+    assert "\n  * until its bridge is programmed; then work mode and traffic decide\n" in done.stdout
+    flags = {one["name"]: one["settings"]["nonrelay"] for one in check(file.read_text())["interfaces"]}
+    assert [name for name, flag in flags.items() if flag.get("overwritten")] == ["eth0", "plc0"]
+    file.write_text(json.dumps(whole | {"bridges": {"br-lan": {}}}))
+    assert "*" not in run(file).stdout and "overwritten" not in json.dumps(check(file.read_text()))
+
+
 def test_disabled_daemon_and_one_that_does_not_start_are_told_apart(file: Path) -> None:
     file.write_text('{"enable": false}')
     assert run(file).stdout.startswith("kolt is disabled and ends at once.")

@@ -65,6 +65,14 @@ json_object *bridges_array(const config &record) {
     return array;
 }
 
+json_object *port_settings_object(const check_report &report, uint32_t i) {
+    json_object *object = settings_object(report.interfaces[i].settings);
+    json_object *nonrelay = json_member(object, "nonrelay");
+    if (nonrelay != nullptr && check_is_relay_overwritten(report.record, report.record.interfaces[i]))
+        add(nonrelay, "overwritten", json_object_new_boolean(true));
+    return object;
+}
+
 json_object *interfaces_array(const check_report &report) {
     json_object *array = json_object_new_array();
     for (uint32_t i = 0; i < report.record.interface_num; i++) {
@@ -72,7 +80,7 @@ json_object *interfaces_array(const check_report &report) {
         add(object, "name", text_of(check_field(report.record.interfaces[i].name)));
         add(object, "key", text_of(report.interfaces[i].key));
         add(object, "type", json_object_new_string(CONFIG_LINK_NAMES[report.record.interfaces[i].type]));
-        add(object, "settings", settings_object(report.interfaces[i].settings));
+        add(object, "settings", port_settings_object(report, i));
         (void)json_object_array_add(array, object);
     }
     return array;

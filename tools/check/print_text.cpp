@@ -65,8 +65,9 @@ std::string changes(const check_entry &entry) {
     return text;
 }
 
-std::string port_flags(const config_interface &port) {
+std::string port_flags(const config_interface &port, bool is_overwritten) {
     std::string text = port.is_nonrelay() ? "nonrelay" : "relay";
+    text += is_overwritten ? "*" : "";
     text += port.path != 0 ? " path" : "";
     return text + (port.needha != 0 ? " needha" : "");
 }
@@ -77,16 +78,21 @@ void print_interfaces(FILE *out, const check_report &report) {
     if (record.interface_num > 0)
         print_line(out, "  " + padded("name", 15) + padded("type", 8) + padded("group", 5) + padded("class", 5) +
                             padded("priority", 8));
+    bool is_any_overwritten = false;
     for (uint32_t i = 0; i < record.interface_num; i++) {
         const config_interface &port = record.interfaces[i];
         const check_entry &entry = report.interfaces[i];
         const std::string name = check_field(port.name);
+        const bool is_overwritten = check_is_relay_overwritten(record, port);
+        is_any_overwritten |= is_overwritten;
         const std::string key = name == entry.key ? "" : "from " + check_quoted(entry.key);
         print_line(out, "  " + padded(check_printable(name), 15) + padded(CONFIG_LINK_NAMES[port.type], 8) +
                             padded(std::to_string(port.compat_group), 5) + padded(std::to_string(port.class_), 5) +
-                            padded(std::to_string(port.priority), 8) + padded(port_flags(port), 20) + key +
-                            (key.empty() || changes(entry).empty() ? "" : ", ") + changes(entry));
+                            padded(std::to_string(port.priority), 8) + padded(port_flags(port, is_overwritten), 21) +
+                            key + (key.empty() || changes(entry).empty() ? "" : ", ") + changes(entry));
     }
+    if (is_any_overwritten)
+        print_line(out, "  * until its bridge is programmed; then work mode and traffic decide");
 }
 
 void print_couples(FILE *out, const check_report &report) {

@@ -208,3 +208,10 @@ std::string check_value_text(const check_setting &setting) {
         return on_or_off(setting.value != 0);
     return number_text(setting.value);
 }
+
+bool check_is_relay_overwritten(const config &record, const config_interface &port) {
+    const bool is_wired = port.type == KOLT_LINK_ETHERNET || port.type == KOLT_LINK_PLC;
+    return is_wired && std::any_of(record.bridges, record.bridges + record.bridge_num, [](const config_bridge &bridge) {
+               return (bridge.flags & CONFIG_LOOP_AVOIDANCE) != 0;
+           });
+}

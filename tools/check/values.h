@@ -24,5 +24,8 @@ struct check_section {
 // Adds findings about a setting without a value of its own: a text, a type's name, a number that selects.
 void check_other_setting(const check_section &section, const config_setting &row);
 
+// Whether the daemon decides itself whether the port relays, as it does of wired ports when it programs their bridge.
+[[nodiscard]] bool check_is_relay_overwritten(const config &record, const config_interface &port);
+
 // A setting's value in words: "on", "70".
 [[nodiscard]] std::string check_value_text(const check_setting &setting);
