@@ -149,6 +149,19 @@ def test_the_manual_page_of_kolt_check_explains_every_code() -> None:
     assert set(re.findall(r"^\.It Li (\S+)$", page, re.MULTILINE)) == codes
 
 
+# What holds no setting: written by the daemon, never read, or made of the entry as a whole.
+WITHOUT_KEY = {"param": {"bcast_port_plc", "low_threshold"}, "interface": {"name", "ifindex", "type"}}
+
+
+@pytest.mark.parametrize("section, header", [("param", "config.h"), ("interface", "interface.h")])
+def test_every_member_of_a_record_has_its_row(section: str, header: str) -> None:
+    record = (TOP / "src/core" / header).read_text().split(f"struct config_{section} {{")[1].split("\n};")[0]
+    members = re.findall(r"^    [a-z]\w* (\w+)(?:\[\w+\])?(?: = [^;]*)?(?:\{\})?;", record, re.MULTILINE)
+    assert len(members) > 5
+    rows = {row["member"] for row in ROWS if row["section"] == section} - {""}
+    assert set(members) == rows | WITHOUT_KEY[section] and not rows & WITHOUT_KEY[section]
+
+
 def daemon_sources() -> str:
     files = [path for path in (TOP / "src").rglob("*.cpp") if not re.fullmatch("config(_load|_entry)?.cpp", path.name)]
     return "".join(path.read_text() for path in files)

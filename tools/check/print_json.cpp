@@ -122,6 +122,13 @@ json_object *range_object(const config_range &range) {
     return array;
 }
 
+json_object *link_names_array() {
+    json_object *array = json_object_new_array();
+    for (const char *name : CONFIG_LINK_NAMES)
+        (void)json_object_array_add(array, json_object_new_string(name));
+    return array;
+}
+
 json_object *row_object(const config_setting &row) {
     constexpr const char *SECTIONS[] = {"file", "bridge", "param", "interface", "couple"};
     constexpr const char *KINDS[] = {"flag", "flag", "number", "number", "number", "text", "link", "number"};
@@ -135,6 +142,8 @@ json_object *row_object(const config_setting &row) {
         add(object, "default", value_of(row, row.fallback));
     if (std::string_view(KINDS[row.kind]) == "number")
         add(object, "range", range_object(row.sound));
+    if (row.kind == CONFIG_LINK_NAME)
+        add(object, "values", link_names_array());
     add(object, "unit", json_object_new_string(row.unit));
     add(object, "read", json_object_new_boolean(row.is_read));
     add(object, "meaning", json_object_new_string(row.meaning));

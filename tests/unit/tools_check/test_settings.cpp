@@ -97,15 +97,6 @@ TEST(Settings, KeysAreNamedOnceInTheirSection) {
         EXPECT_TRUE(keys.emplace(row.section, row.key).second) << row.key;
 }
 
-TEST(Settings, EveryMemberOfTheRecordsHasASettingOrIsWrittenByTheDaemon) {
-    // All that "param" keeps, less what loop avoidance writes and what is never read.
-    size_t bytes = sizeof(config_param::bcast_port_plc) + sizeof(config_param::low_threshold);
-    for (const config_setting &row : CONFIG_SETTINGS)
-        bytes += row.section == CONFIG_PARAM ? row.place.width : 0;
-    EXPECT_LE(bytes, sizeof(config_param));
-    EXPECT_GT(bytes + 8, sizeof(config_param)); // the rest is padding
-}
-
 TEST(Settings, DefaultsAreWhatAnEmptyObjectGives) {
     const auto report = check_inspect(file_with("", R"("x": {"type": "5g"})"));
     ASSERT_EQ(report->interfaces.size(), 1U);
