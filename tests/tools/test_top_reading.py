@@ -122,6 +122,27 @@ def test_the_explanation_tells_scores_and_what_will_happen(node):
     assert "only one way to it" in run(node, "--once", "--client", OWN).stdout
 
 
+def test_no_move_is_promised_to_a_client_that_is_not_placed(node):
+    def said() -> str:
+        return run(node, "--once", "--client", STEERED).stdout
+    promise = "in the second such period in a row up to "
+    assert promise in said() and re.search(r" may-move$", said(), re.MULTILINE)
+    node.set_table("br-lan", "fdb", [fdb_entry(STEERED, node.ifindex("plc0"))])
+    assert "neither it nor its streams are moved" in said() and promise not in said() and "may-move" not in said()
+    configure(node, wlan_enable=False)
+    assert "No path can be used now: it stays where it is." in said() and "treams stay:" not in said()
+
+
+def test_with_cpu_limit_nothing_is_called_chosen(node):
+    def said(**param: object) -> str:
+        configure(node, cpu_limit=True, **param)
+        return run(node, "--once", "--client", STEERED).stdout
+    held = "carried more than 3 MB"
+    assert re.search(r"5g_2 +wlan2\.1 .*  best$", said(), re.MULTILINE) and "chosen\n" not in said()
+    assert held in said(estimate_ack_enable=True) and held not in said(estimate_ack_enable=False)
+    assert told(node, "--client", STEERED)["client"]["target"] is None
+
+
 def test_without_the_streams_table_nothing_of_it_is_read_or_told(node):
     begin = node.mark()
     reading = told(node, "--no-streams")

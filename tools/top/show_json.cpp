@@ -145,7 +145,8 @@ json_object *bridge_of(const top_node &node, const top_bridge &bridge) {
     return object;
 }
 
-json_object *stream_of(const top_node &node, const top_bridge &bridge, const ha_entry &stream, kolt_link_type best) {
+json_object *stream_of(const top_node &node, const top_bridge &bridge, const ha_entry &stream,
+                       const top_why &of_client) {
     json_object *object = json_object_new_object();
     add_text(object, "from", top_mac_text(stream.src_addr).text);
     add_text(object, "to", top_mac_text(stream.dst_addr).text);
@@ -153,20 +154,20 @@ json_object *stream_of(const top_node &node, const top_bridge &bridge, const ha_
     add_number(object, "to_port", stream.dst_port);
     add_text(object, "on", top_interface_name(bridge, stream.port).text);
     add_number(object, "bytes", stream.num_bytes);
-    if (best == PATH_NONE)
+    if (of_client.best == PATH_NONE)
         return object;
-    const top_stream_why why = top_explain_stream(node, bridge, stream, best);
+    const top_stream_why why = top_explain_stream(node, bridge, stream, of_client);
     add_percent(object, "share_percent", why.share);
     add_text(object, "placement", top_stream_place_word(why.place));
     return object;
 }
 
-json_object *streams_of(const top_node &node, const top_found &found, kolt_link_type best) {
+json_object *streams_of(const top_node &node, const top_found &found, const top_why &of_client) {
     json_object *list = json_object_new_array();
     for (const ha_entry &stream : found.client->ha) {
         if (kolt_check_ha_entry_valid(&stream) == 0)
             break;
-        (void)json_object_array_add(list, stream_of(node, *found.bridge, stream, best));
+        (void)json_object_array_add(list, stream_of(node, *found.bridge, stream, of_client));
     }
     return list;
 }
@@ -181,7 +182,7 @@ json_object *why_of(const top_node &node, const uint8_t *mac) {
     add_link(object, "target", why.target);
     add_link(object, "preferred", why.preferred);
     add_flag(object, "preferred_usable", why.is_prefered);
-    add(object, "busiest_streams", found.bridge->has_streams ? streams_of(node, found, why.best) : nullptr);
+    add(object, "busiest_streams", found.bridge->has_streams ? streams_of(node, found, why) : nullptr);
     return object;
 }
 

@@ -83,28 +83,35 @@ const char *place_sentence(top_place place) {
     case top_place::NO_PATH:
         return "No path can be used now: it stays where it is.";
     case top_place::POWER_LINE:
-        return "It is seen through power line, where clients are not placed.";
+        return "It is seen through power line: neither it nor its streams are moved.";
     case top_place::IN_PLACE:
         return "It is where path selection wants it.";
     case top_place::MOVES:
         return "The next period pins it to the chosen path.";
     default:
         return "With \"cpu_limit\" the path is the one that the daemon chose most often in 20 periods, which only the\n"
-               "daemon knows; and nothing moves while the paths carry more than 3 MB a period.";
+               "daemon knows.";
     }
 }
 
 void print_preference(FILE *out, const top_node &node, const top_why &why) {
     if (why.preferred == PATH_NONE)
         return;
+    const bool means_5g = node.configuration->param.cpu_limit != 0;
     if (why.is_prefered)
-        (void)fprintf(out, "The configuration prefers %s, which is fast and quiet enough.\n",
-                      top_link_name(why.preferred));
+        (void)fprintf(out, "The configuration prefers %s, which is fast and quiet enough%s.\n",
+                      top_link_name(why.preferred), means_5g ? "; with \"cpu_limit\" that means 5g" : "");
     else
         (void)fprintf(out,
                       "The configuration prefers %s, but it is down, noisy or not above the rate of %d: the score "
                       "decides.\n",
                       top_link_name(why.preferred), node.configuration->param.rate_threshold);
+}
+
+// The bytes are counted for the estimation of acknowledgements alone.
+void print_hold(FILE *out, const config_param &param) {
+    if (param.cpu_limit != 0 && param.estimate_ack_enable != 0)
+        (void)fputs("Clients stay while one of the last five adjusting periods carried more than 3 MB.\n", out);
 }
 
 void print_load(FILE *out, const top_node &node, const top_bridge &bridge) {
@@ -127,7 +134,7 @@ constexpr top_column STREAM_COLUMNS[] = {
 };
 
 void print_stream(FILE *out, const top_node &node, const top_found &found, const ha_entry &stream,
-                  kolt_link_type best) {
+                  const top_why &of_client) {
     char from[8];
     char to[8];
     (void)snprintf(from, sizeof from, "%u", stream.src_port);
@@ -136,22 +143,21 @@ void print_stream(FILE *out, const top_node &node, const top_found &found, const
     const auto other = top_mac_text(ends_here ? stream.src_addr : stream.dst_addr);
     const auto on = top_interface_name(*found.bridge, stream.port);
     const auto bytes = top_short_number(stream.num_bytes);
-    const top_stream_why why =
-        best != PATH_NONE ? top_explain_stream(node, *found.bridge, stream, best) : top_stream_why{};
+    const top_stream_why why = top_explain_stream(node, *found.bridge, stream, of_client);
     const auto share = top_quota_text(static_cast<int>(why.share % 100000));
     const char *const cells[] = {from,
                                  to,
                                  other.text,
                                  on.text,
                                  bytes.text,
-                                 best != PATH_NONE ? share.text : "-",
+                                 of_client.best != PATH_NONE ? share.text : "-",
                                  top_stream_place_word(why.place)};
     (void)fputs("  ", out);
     top_print_row(out, STREAM_COLUMNS, 0, cells);
     (void)fputc('\n', out);
 }
 
-void print_streams(FILE *out, const top_node &node, const top_found &found, kolt_link_type best) {
+void print_streams(FILE *out, const top_node &node, const top_found &found, const top_why &of_client) {
     if (kolt_check_ha_entry_valid(&found.client->ha[0]) == 0) {
         (void)fputs("It has no stream that could move.\n", out);
         return;
@@ -162,7 +168,7 @@ void print_streams(FILE *out, const top_node &node, const top_found &found, kolt
     for (const ha_entry &stream : found.client->ha) {
         if (kolt_check_ha_entry_valid(&stream) == 0)
             break;
-        print_stream(out, node, found, stream, best);
+        print_stream(out, node, found, stream, of_client);
     }
 }
 
@@ -182,7 +188,10 @@ void top_show_why(FILE *out, const top_node &node, const top_found &found) {
         (void)fprintf(out, "The processor is above %d %%: 2.4g counts as full.\n",
                       node.configuration->param.cpu_threshold);
     print_preference(out, node, why);
-    print_load(out, node, bridge);
+    if (top_moves_streams(why.place)) {
+        print_hold(out, node.configuration->param);
+        print_load(out, node, bridge);
+    }
     if (bridge.has_streams)
-        print_streams(out, node, found, why.best);
+        print_streams(out, node, found, why);
 }

@@ -55,15 +55,22 @@ top_why top_explain(const top_node &node, const top_bridge &bridge, const kolt_c
         why.place = top_place::OTHER_MODE;
     else
         why.place = judge_place(param, bridge, client, why.target);
+    if (param.cpu_limit != 0)
+        why.target = PATH_NONE; // the daemon's memory decides
     return why;
 }
 
 top_stream_why top_explain_stream(const top_node &node, const top_bridge &bridge, const ha_entry &stream,
-                                  kolt_link_type best) {
+                                  const top_why &of_client) {
     const config_param &param = node.configuration->param;
+    const kolt_link_type best = of_client.best;
+    top_stream_why why{.place = top_stream_place::STAYS};
+    if (best == PATH_NONE)
+        return why;
     const ps_path &best_row = bridge.rows[best];
-    top_stream_why why;
     why.share = ps_stream_quota(stream.num_bytes, param.period, best_row.rate).quota;
+    if (!top_moves_streams(of_client.place))
+        return why;
     const top_path *path = top_path_of(bridge, stream.port);
     const auto type = path != nullptr ? static_cast<kolt_link_type>(path - bridge.paths) : PATH_NONE;
     if (type == best)
@@ -87,7 +94,7 @@ const char *top_place_word(top_place place) {
 }
 
 const char *top_stream_place_word(top_stream_place place) {
-    constexpr const char *WORDS[] = {"on-best", "calm", "too-big", "weighs-nothing", "may-move"};
+    constexpr const char *WORDS[] = {"on-best", "calm", "too-big", "weighs-nothing", "may-move", "stays"};
     return WORDS[static_cast<size_t>(place)];
 }
 

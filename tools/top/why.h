@@ -21,12 +21,17 @@ enum class top_place : uint8_t {
 struct top_why {
     top_place place = top_place::NO_SELECTION;
     kolt_link_type best = PATH_NONE;   // the path with the highest score
-    kolt_link_type target = PATH_NONE; // the one that it is pinned to
+    kolt_link_type target = PATH_NONE; // the one that it is to be pinned to, as far as it is known
     kolt_link_type preferred = PATH_NONE;
     bool is_prefered = false;
 };
 
 top_why top_explain(const top_node &node, const top_bridge &bridge, const kolt_client &client);
+
+// Whether the daemon gets to the streams of a client that is placed so.
+[[nodiscard]] constexpr bool top_moves_streams(top_place place) {
+    return place == top_place::IN_PLACE || place == top_place::MOVES || place == top_place::REMEMBERED;
+}
 
 // What becomes of one of a client's ranked streams when streams move.
 enum class top_stream_place : uint8_t {
@@ -35,6 +40,7 @@ enum class top_stream_place : uint8_t {
     TOO_BIG,        // it does not fit into what is left of the best path
     WEIGHS_NOTHING, // its share of the best path is nothing, which ends the daemon's walk
     MAY_MOVE,
+    STAYS, // the daemon does not get to this client's streams
 };
 
 struct top_stream_why {
@@ -42,9 +48,9 @@ struct top_stream_why {
     top_stream_place place = top_stream_place::CALM;
 };
 
-// `best` is a present row's type.
+// `of_client` is what was explained of the stream's client.
 top_stream_why top_explain_stream(const top_node &node, const top_bridge &bridge, const ha_entry &stream,
-                                  kolt_link_type best);
+                                  const top_why &of_client);
 
 struct top_path_text {
     char text[12];

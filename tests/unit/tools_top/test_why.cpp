@@ -39,11 +39,12 @@ protected:
         return top_explain(*node_, bridge_, client_);
     }
 
-    top_stream_why stream(uint32_t port, uint32_t bytes, kolt_link_type best = KOLT_LINK_5G) {
+    top_stream_why stream(uint32_t port, uint32_t bytes, top_place place = top_place::MOVES) {
         ha_entry entry;
         entry.port = port;
         entry.num_bytes = bytes;
-        return top_explain_stream(*node_, bridge_, entry, best);
+        return top_explain_stream(*node_, bridge_, entry,
+                                  {.place = place, .best = KOLT_LINK_5G, .target = KOLT_LINK_5G});
     }
 
     config config_;
@@ -92,6 +93,8 @@ TEST_F(TopWhy, BehindPowerLineItIsPlacedOnlyWhereItIsAlready) {
 TEST_F(TopWhy, EarlierChoicesAreTheDaemonsAlone) {
     config_.param.cpu_limit = 1;
     EXPECT_EQ(why().place, top_place::REMEMBERED);
+    EXPECT_EQ(why().best, KOLT_LINK_5G);
+    EXPECT_EQ(why().target, PATH_NONE);
 }
 
 TEST_F(TopWhy, APreferredLinkIsTheTargetWhileItIsUsable) {
@@ -123,6 +126,17 @@ TEST_F(TopWhy, AStreamElsewhereStays) {
     EXPECT_EQ(stream(INDEX_OTHER, 800000).place, top_stream_place::CALM);
     bridge_.rows[KOLT_LINK_2G].util = 70; // at the threshold, not above it
     EXPECT_EQ(stream(INDEX_2G, 800000).place, top_stream_place::CALM);
+}
+
+TEST_F(TopWhy, StreamsOfAClientThatIsNotPlacedStay) {
+    for (const top_place place : {top_place::IN_PLACE, top_place::MOVES, top_place::REMEMBERED})
+        EXPECT_EQ(stream(INDEX_2G, 800000, place).place, top_stream_place::MAY_MOVE);
+    for (const top_place place : {top_place::POWER_LINE, top_place::OTHER_MODE}) {
+        EXPECT_EQ(stream(INDEX_2G, 800000, place).place, top_stream_place::STAYS);
+        EXPECT_EQ(stream(INDEX_2G, 800000, place).share, 25U);
+    }
+    ha_entry entry;
+    EXPECT_EQ(top_explain_stream(*node_, bridge_, entry, {.place = top_place::NO_PATH}).place, top_stream_place::STAYS);
 }
 
 TEST_F(TopWhy, TheStateOfAPathIsOneWord) {
@@ -157,6 +171,7 @@ TEST_F(TopWhy, EveryPlaceHasAWordOfItsOwn) {
     EXPECT_STREQ(top_place_word(top_place::REMEMBERED), "remembered");
     EXPECT_STREQ(top_stream_place_word(top_stream_place::ON_BEST), "on-best");
     EXPECT_STREQ(top_stream_place_word(top_stream_place::MAY_MOVE), "may-move");
+    EXPECT_STREQ(top_stream_place_word(top_stream_place::STAYS), "stays");
 }
 
 } // namespace
