@@ -87,6 +87,11 @@ def test_a_machine_without_the_bridges_is_one_line(node):
     assert failed(node, "--once") == "kolt-top: none of the bridges that /etc/kolt.json names is there, such as br-none"
 
 
+def test_a_bridge_that_cannot_be_read_steers_no_terminal(node):
+    node.write_json("/etc/kolt.json", {"bridges": {"a\x1b[2J": {"path_selection": True}}})
+    assert failed(node, "--once") == "kolt-top: none of the bridges that /etc/kolt.json names is there, such as a?[2J"
+
+
 def test_a_client_that_is_not_there_is_one_line(node):
     assert failed(node, "--once", "--client", "02:99:00:00:00:01") == "kolt-top: no bridge has a client 02:99:00:00:00:01"
 

@@ -37,10 +37,11 @@ int fail_without_bridge(const top_node &node, const char *path) {
     for (const top_bridge &bridge : node.all_bridges()) {
         if (if_nametoindex(bridge.name) == 0)
             continue;
-        return fail(UNREADABLE, "the platform tells nothing of ", bridge.name,
+        return fail(UNREADABLE, "the platform tells nothing of ", top_printable(bridge.name).text,
                     geteuid() != 0 ? ": run kolt-top as root" : ": is it running, on the open platform kolt-bridged?");
     }
-    return fail(UNREADABLE, "none of the bridges that ", path, " names is there, such as ", node.bridges[0].name);
+    return fail(UNREADABLE, "none of the bridges that ", path, " names is there, such as ",
+                top_printable(node.bridges[0].name).text);
 }
 
 bool has_active_bridge(const top_node &node) {

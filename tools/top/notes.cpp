@@ -62,13 +62,17 @@ void __syslog_chk(int priority, int /*flag*/, const char *format, ...) {
 }
 }
 
+// A note may hold a name of somebody's choice, and is shown on terminals.
 void top_notes::add(const char *text) {
+    char note[TOP_NOTE_SIZE] = {};
+    for (size_t i = 0; i < TOP_NOTE_SIZE - 1 && text[i] != '\0'; i++)
+        note[i] = text[i] >= ' ' && text[i] <= '~' ? text[i] : '?';
     for (uint8_t i = 0; i < count; i++) {
-        if (strncmp(texts[i], text, TOP_NOTE_SIZE - 1) == 0)
+        if (strcmp(texts[i], note) == 0)
             return;
     }
     if (count < TOP_MAX_NOTES)
-        (void)snprintf(texts[count++], TOP_NOTE_SIZE, "%s", text);
+        memcpy(texts[count++], note, TOP_NOTE_SIZE);
 }
 
 top_notes top_take_notes() {

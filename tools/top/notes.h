@@ -12,7 +12,7 @@ struct top_notes {
     uint8_t count = 0;
     char texts[TOP_MAX_NOTES][TOP_NOTE_SIZE] = {};
 
-    // Keeps a text that is not there yet, as long as there is room.
+    // Keeps a text that is not there yet, as long as there is room; what is no printable ASCII as a question mark.
     void add(const char *text);
 };
 

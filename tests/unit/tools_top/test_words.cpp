@@ -1,6 +1,7 @@
 // Texts of numbers, names and columns.
 #include "columns.h"
 #include "counters.h"
+#include "notes.h"
 #include "terminal.h"
 #include "words.h"
 
@@ -45,6 +46,15 @@ TEST(TopWords, AnInterfaceThatIsGoneIsItsNumber) {
     EXPECT_STREQ(top_link_name(KOLT_LINK_NONE), "none");
     EXPECT_STREQ(top_mode_name(KOLT_MODE_UNKNOWN), "unknown");
     EXPECT_STREQ(top_time_text(0).text, "1970-01-01T00:00:00Z");
+}
+
+TEST(TopWords, NotesAreShownWithoutWhatCouldSteerATerminal) {
+    top_notes notes;
+    notes.add("popen cmd cat /proc/a\033[2J\r\xff/sta_info");
+    notes.add("popen cmd cat /proc/a\033[2J\r\xff/sta_info");
+    ASSERT_EQ(notes.count, 1);
+    EXPECT_STREQ(notes.texts[0], "popen cmd cat /proc/a?[2J?"
+                                 "?/sta_info");
 }
 
 // ---- Columns
