@@ -44,6 +44,17 @@ def test_the_paths_are_measured_as_a_period_measures_them(node):
     assert bridge(reading)["adjusting"] and not bridge(reading)["full"]
 
 
+def test_the_priority_is_the_one_that_the_score_is_made_with(node):
+    """Of two ports of a radio it is the last one's."""
+    configuration = sample.config(cpu_threshold=0)
+    configuration["interfaces"]["wlan1.2"] = configuration["interfaces"]["wlan1.1"] | {"priority": 7}
+    node.write_json("/etc/kolt.json", configuration)
+    node.add_interface("wlan1.2")
+    node.set_bridge("br-lan", [*sample.PORTS, "wlan1.2"])
+    found = path(told(node), "5g")
+    assert found["priority"] == 7 and found["measured"]["score"] == 240 * (5000 * 866 // 100)
+
+
 def test_a_link_that_is_down_or_unread_is_told_from_one_that_is_measured(node):
     node.set_link("5g", 0)
     node.set_driver_files("wlan2", "5g_2", "", 20)
@@ -191,3 +202,4 @@ def test_what_cannot_be_read_is_a_note_and_no_end(node):
     assert "kolt_get_work_mode: parse work_mode" in reading["notes"]
     assert any("hd table" in note for note in reading["notes"])
     assert bridge(reading)["clients"] == [] and bridge(reading)["stream_entries"] is None
+    assert metrics(run(node, "--prometheus").stdout)["kolt_read_notes", "", ""] == len(reading["notes"]) >= 2

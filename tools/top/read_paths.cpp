@@ -68,13 +68,13 @@ void judge(top_bridge *bridge, const config &configuration) {
                                             param.rate_threshold) == 1;
 }
 
-// The first port of a type describes it.
+// The first port of a type describes it, but for the priority, which is the one that it was measured with.
 void describe(top_path *path, const config_interface &port, const ps_path &row) {
     if (path->configured)
         return;
     path->configured = true;
     path->up = kolt_check_link_state(port.type) == 1;
-    path->priority = port.priority;
+    path->priority = row.is_present() ? row.priority : port.priority;
     memcpy(path->name, kolt_name_text(row.is_present() ? row.name : port.name).text, sizeof path->name);
     path->ifindex = if_nametoindex(path->name);
 }

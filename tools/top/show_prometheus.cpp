@@ -193,6 +193,10 @@ void top_show_prometheus(FILE *out, const top_node &node) {
                   "# HELP kolt_read_seconds What reading the node took.\n# TYPE kolt_read_seconds gauge\n"
                   "kolt_read_seconds %.6f\n",
                   static_cast<double>(node.read_us) / 1e6);
+    (void)fprintf(out,
+                  "# HELP kolt_read_notes What reading the node had to complain of, at most 8 things.\n"
+                  "# TYPE kolt_read_notes gauge\nkolt_read_notes %d\n",
+                  node.notes.count);
     for (const metric &metric : BRIDGE_METRICS) {
         print_head(out, metric);
         for (const top_bridge &bridge : node.all_bridges())

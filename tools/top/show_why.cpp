@@ -144,7 +144,7 @@ void print_stream(FILE *out, const top_node &node, const top_found &found, const
     const auto on = top_interface_name(*found.bridge, stream.port);
     const auto bytes = top_short_number(stream.num_bytes);
     const top_stream_why why = top_explain_stream(node, *found.bridge, stream, of_client);
-    const auto share = top_quota_text(static_cast<int>(why.share % 100000));
+    const auto share = top_quota_text(why.share);
     const char *const cells[] = {from,
                                  to,
                                  other.text,

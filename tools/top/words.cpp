@@ -42,9 +42,12 @@ top_text<8> top_short_number(uint64_t number) {
     return text;
 }
 
-top_text<12> top_quota_text(int hundredths) {
+top_text<12> top_quota_text(int64_t hundredths) {
+    if (hundredths >= 100000)
+        return {">999%"};
     top_text<12> text;
-    (void)snprintf(text.text, sizeof text.text, "%d.%02d%%", hundredths / 100 % 1000, hundredths % 100);
+    const auto number = static_cast<int>(hundredths);
+    (void)snprintf(text.text, sizeof text.text, "%d.%02d%%", number / 100 % 1000, number % 100);
     return text;
 }
 

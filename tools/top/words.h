@@ -24,8 +24,8 @@ top_text<18> top_mac_text(const uint8_t *mac);
 // At most four digits and a letter: "999", "1.2k", "34M".
 top_text<8> top_short_number(uint64_t number);
 
-// Hundredths of a percent: "50.00%".
-top_text<12> top_quota_text(int hundredths);
+// Hundredths of a percent: "50.00%", and ">999%" for what is more.
+top_text<12> top_quota_text(int64_t hundredths);
 
 // A kernel interface by its name, or by its number when it is gone.
 top_name top_kernel_name(uint32_t ifindex);

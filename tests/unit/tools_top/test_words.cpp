@@ -57,6 +57,12 @@ TEST(TopWords, NotesAreShownWithoutWhatCouldSteerATerminal) {
                                  "?/sta_info");
 }
 
+TEST(TopWords, QuotasPastAThousandPercentAreSaidToBe) {
+    EXPECT_STREQ(top_quota_text(99999).text, "999.99%");
+    EXPECT_STREQ(top_quota_text(100000).text, ">999%");
+    EXPECT_STREQ(top_quota_text(UINT32_MAX).text, ">999%");
+}
+
 // ---- Columns
 
 constexpr top_column COLUMNS[] = {{"NAME", 4, false, 0}, {"LEAST", 5, true, 2}, {"MORE", 4, true, 1}};
