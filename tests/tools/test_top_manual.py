@@ -35,8 +35,21 @@ def test_every_word_of_the_tables_is_explained(function):
     assert words and not [word for word in words if not re.search(rf"^\.Cm .*\b{word}\b", page(), re.MULTILINE)]
 
 
-def test_every_member_of_an_object_that_the_page_names_is_there():
+def section(title: str) -> str:
+    return page().split(f".Ss {title}\n")[1].split("\n.S")[0]
+
+
+def test_the_page_names_every_member_of_an_object_and_no_other():
     source = (SOURCES / "show_json.cpp").read_text()
-    named = set(re.findall(r"^\.Va ([a-z_ ,]+)$", page().split(".Ss JSON")[1].split(".Ss ")[0], re.MULTILINE))
-    members = {name for line in named for name in re.split(r"[ ,]+", line) if name and not name.startswith("_")}
-    assert len(members) > 8 and not [name for name in members if f'"{name}"' not in source]
+    members = set(re.findall(r'\badd(?:_\w+)?\(\w+, "(\w+)",', source))
+    named = {name for line in re.findall(r"^\.(?:It )?Va (.*)$", section("JSON"), re.MULTILINE)
+             for name in re.findall(r"\w+", line) if not name.startswith("_")}
+    assert named == members and len(named) > 40
+
+
+def test_the_page_names_every_metric_and_its_labels_and_no_other():
+    source = (SOURCES / "show_prometheus.cpp").read_text()
+    named = set(re.findall(r"\w+", " ".join(re.findall(r"^\.Li (.*)$", section("Prometheus"), re.MULTILINE))))
+    labels = set(re.findall(r'[{,](\w+)=\\?"', source))
+    assert labels == {"mode", "bridge", "link", "port"}
+    assert named == set(re.findall(r"\bkolt_(?:node|read|bridge|path)_\w+", source)) | labels and len(named) > 20
