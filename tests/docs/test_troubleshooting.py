@@ -1,4 +1,5 @@
 """Each line that ends a program or tells of a failure has its cause and cure in the guide, and the guide has no other."""
+import json
 import re
 
 import pytest
@@ -30,6 +31,13 @@ def test_each_block_of_lines_has_a_cause_and_a_cure():
     assert len(sections) > 20
     assert [section.splitlines()[0] for section in sections
             if section.count("**Cause.**") != 1 or section.count("**Cure.**") != 1] == []
+
+
+def test_each_event_that_the_guide_has_the_reader_send_has_an_attribute():
+    """The daemon drops one without."""
+    told = re.findall(r"(?:send|kolt-event) `?(kolt\.\w+)((?: '(\{.*?\})')?`?(?: with the\s+present\s+states)?)", GUIDE)
+    assert len(told) > 3
+    assert [name for name, rest, attributes in told if not (json.loads(attributes) if attributes else "with" in rest)] == []
 
 
 # The reader of the sources
