@@ -52,6 +52,14 @@ def test_the_daemon_measures_what_this_driver_tells_and_nothing_else(node):
         "path: wlan2.1, util: 12, tx_rate: 1201, rx_rate: 1100, processed_rate: 1201"]
 
 
+def test_a_station_with_a_number_too_large_is_none(node):
+    set_radio(node, "wlan1", busy=37, tx=70000, rx=780)
+    set_radio(node, "wlan2", busy=12, tx=1201, rx=1100)
+    start(node)
+    node.wait_for(lambda: len(node.log(function=QUOTAS)) >= 2, 10, "two periods")
+    assert {record.text.split(",")[0] for record in node.log(function=QUOTAS)} == {"path: wlan2.1"}
+
+
 def test_idle_stations_are_woken(node):
     set_radio(node, "wlan1", busy=37, tx=866, rx=780, idle=11)
     set_radio(node, "wlan2", busy=12, tx=1201, rx=1100, idle=10)

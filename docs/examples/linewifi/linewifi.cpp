@@ -9,7 +9,8 @@
 #include "core/log.h"
 #include "probes/link_activation.h"
 
-#include <cinttypes>
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <span>
@@ -29,9 +30,17 @@ struct radio {
 
 bool parse_station(const char *line, wlan_link *station) {
     char mac[18];
-    if (sscanf(line, "station %17s tx %" SCNu16 " rx %" SCNu16 " rssi %" SCNu8 " idle %" SCNu16, mac, &station->tx_rate,
-               &station->rx_rate, &station->rssi, &station->activity) != 5)
+    unsigned int tx = 0;
+    unsigned int rx = 0;
+    unsigned int rssi = 0;
+    unsigned int idle = 0;
+    if (sscanf(line, "station %17s tx %9u rx %9u rssi %9u idle %9u", mac, &tx, &rx, &rssi, &idle) != 5 ||
+        std::max({tx, rx, idle}) > UINT16_MAX || rssi > UINT8_MAX)
         return false;
+    station->tx_rate = static_cast<uint16_t>(tx);
+    station->rx_rate = static_cast<uint16_t>(rx);
+    station->rssi = static_cast<uint8_t>(rssi);
+    station->activity = static_cast<uint16_t>(idle);
     return kolt_str_to_mac(mac, station->mac, 1) == 1;
 }
 
@@ -46,7 +55,7 @@ bool read_radio(const char *ifname, radio *found) {
     while (fgets(line, sizeof line, file.get()) != nullptr) {
         if (found->count < WLAN_MAX_LINKS && parse_station(line, &found->stations[found->count]))
             found->count++;
-        (void)sscanf(line, "busy %d", &found->busy); // what is no such line leaves it as it is
+        (void)sscanf(line, "busy %9d", &found->busy); // what is no such line leaves it as it is
     }
     return true;
 }
