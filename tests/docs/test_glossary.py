@@ -22,3 +22,11 @@ def test_every_word_is_explained():
                                   "work-modes", "path", "quota", "stream", "far-client", "adjusting-period", "storm"])
 def test_other_pages_may_count_on_these_words(word):
     assert word in anchors(PAGE)
+
+
+def test_the_readme_lists_words_that_it_has_and_the_demonstration_names_it():
+    listed = re.search(r"\[glossary\]\(docs/glossary\.md\) has the words:\s([^.]*)\.", (TOP / "README.md").read_text())
+    assert listed is not None
+    words = [word.strip().lower() for word in re.split(r",\s", listed[1])]
+    assert len(words) > 4 and not set(words) - {title.lower() for title in TITLES}
+    assert PAGE.name in (TOP / "platform/sim/demo.py").read_text()
