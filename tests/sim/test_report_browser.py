@@ -116,7 +116,8 @@ def check_busy(answer: dict) -> None:
     assert broadcast["alarm"] > 100 and broadcast["down"] > 100
 
 
-@pytest.mark.parametrize("how", [{}, {"dark": True}, {"width": 500}], ids=["light", "dark", "narrow"])
+@pytest.mark.parametrize("how", [{}, {"dark": True}, {"dark": True, "width": 768}, {"dark": True, "width": 360}, {"width": 500}],
+                         ids=["light", "dark", "dark-768", "dark-360", "narrow"])
 def test_every_plot_is_drawn_in_the_colours_of_its_paths(ask: Ask, how: dict) -> None:
     answer = ask(busy_home(), COUNT_PIXELS, **how)
     check_busy(answer)
