@@ -14,6 +14,10 @@ from elf import linked_below, run_paths
 
 EXPECTED = """
 usr/sbin/kolt usr/sbin/kolt-bridged usr/sbin/kolt-ubusd usr/bin/kolt-event
+usr/bin/kolt-check usr/bin/kolt-top
+usr/share/bash-completion/completions/kolt-check usr/share/bash-completion/completions/kolt-top
+usr/share/doc/kolt/examples/access-point.json usr/share/doc/kolt/examples/extender.json
+usr/share/doc/kolt/examples/hybrid.json
 usr/lib/libduon-bridge.so usr/lib/libeth_encap.so
 usr/include/kolt/duon_bridge.h usr/include/kolt/eth_encap.h
 usr/lib/systemd/system/kolt.service usr/lib/systemd/system/kolt-bridged.service usr/lib/systemd/system/kolt-ubusd.service
