@@ -1,4 +1,5 @@
 """The driver that the guide walks through: it is built, asked by a real daemon, and the guide shows what is in it."""
+import json
 import re
 import shutil
 import subprocess
@@ -85,6 +86,17 @@ def test_the_fast_path_is_flushed_when_a_link_changes(node):
     start(node)
     node.event("kolt.link_state", {"LINK_WIFI_5G": 1})
     assert node.read_file("/run/linewifi/flush") == b"all\n"
+
+
+def test_kolt_top_asks_this_driver_too(node):
+    set_radio(node, "wlan1", busy=37, tx=866, rx=780)
+    start(node)
+    done = node.run([build_directory() / "bin/kolt-top-linewifi", "--json", "--once"])
+    assert done.status == 0, done.stderr
+    (bridge,) = [one for one in json.loads(done.stdout)["bridges"] if one["name"] == "br-lan"]
+    measured = {one["link"]: one["measured"] for one in bridge["paths"] if one["measured"]}
+    assert measured.keys() == {"5g"}
+    assert (measured["5g"]["utilisation_percent"], measured["5g"]["rate"]) == (37, 866)
 
 
 # The build's choice of a driver
