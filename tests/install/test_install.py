@@ -23,7 +23,7 @@ usr/include/kolt/duon_bridge.h usr/include/kolt/eth_encap.h
 usr/lib/systemd/system/kolt.service usr/lib/systemd/system/kolt-bridged.service usr/lib/systemd/system/kolt-ubusd.service
 usr/share/bash-completion/completions/kolt usr/share/bash-completion/completions/kolt-bridged
 usr/share/bash-completion/completions/kolt-sim
-usr/share/doc/kolt/examples/kolt.json
+usr/share/doc/kolt/examples/kolt.json usr/share/kolt/kolt.schema.json
 etc/kolt.json
 usr/bin/kolt-sim usr/bin/kolt-node usr/bin/kolt-demo
 usr/lib/kolt-sim/programs/lib/libduon-bridge.so usr/lib/kolt-sim/programs/lib/libeth_encap.so
@@ -47,6 +47,21 @@ def test_everything_is_where_people_look_for_it(root: Path) -> None:
 def test_each_manual_page_is_installed_in_its_section(root: Path) -> None:
     pages = {f"usr/share/man/man{page.name[-1]}/{page.name}" for page in (TOP / "docs/man").glob("*.[1-8]")}
     assert pages == {name for name in files(root) if "/man/" in name}
+
+
+def test_each_guide_is_installed(root: Path) -> None:
+    guides = {f"usr/share/doc/kolt/{guide.name}" for guide in (TOP / "docs").glob("*.md")}
+    assert guides == {name for name in files(root) if name.endswith(".md")}
+
+
+@pytest.mark.parametrize("prefix", ["/usr", "/opt/mesh"])
+def test_a_manual_page_names_documents_that_are_there(build: Path, tmp_path: Path, prefix: str) -> None:
+    subprocess.run(["cmake", "--install", build, "--prefix", prefix], check=True, capture_output=True,
+                   env=os.environ | {"DESTDIR": str(tmp_path)})
+    pages = (tmp_path / f"{prefix[1:]}/share/man").rglob("*.[1-8]")
+    named = {name.rstrip(".") for page in pages for name in re.findall(r"/\S*/share/(?:doc/)?kolt\S*", page.read_text())}
+    assert len(named) >= 5
+    assert [name for name in named if not name.startswith(prefix) or not (tmp_path / name[1:]).exists()] == []
 
 
 def test_links_lead_to_what_is_installed(root: Path) -> None:
