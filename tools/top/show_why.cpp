@@ -69,7 +69,7 @@ void print_paths(FILE *out, const top_bridge &bridge, const top_why &why) {
         else
             print_unmeasured(out, path, type);
     }
-    (void)fputs("  score = (100 + 20 x priority) x (quota in hundredths of a percent x rate / 100)\n", out);
+    (void)fputs("  score = (100 + 20 x priority) x (quota in 0.01 % x rate / 100)\n", out);
 }
 
 const char *place_sentence(top_place place) {
