@@ -4,21 +4,30 @@ Shows the daemon at its two jobs: a sample range extender, what the daemon is to
 """
 import os
 import sys
+from pathlib import Path
 
 sys.path.insert(0, os.path.dirname(os.path.realpath(__file__)))
 
 import demo_paths  # noqa: E402
 from kolt_node import IWEVEXPIRED, Node, sample, wireless_event  # noqa: E402
 from kolt_node.command import run_command  # noqa: E402
-from kolt_node.node import build_directory, check_build  # noqa: E402
+from kolt_node.control import ROOT  # noqa: E402
+from kolt_node.node import INSTALLED, build_directory, check_build  # noqa: E402
 
 # What a port is programmed with, by library call: the column's title and the argument that is shown.
 COLUMNS = {"bridgeSetIFType": ("type", "type"), "bridgeSetIFCompat": ("compat", "compat_group"),
            "bridgeSetIFGroup": ("relay", "group"), "bridgeSetIFClass": ("class", "bcast_class"),
            "bridgeSetIFPath": ("path", "path"), "bridgeSetNeedha": ("needha", "needha"),
            "bridgeSetIFBroadcast": ("broadcast", "allow")}
-LEGEND = """
-How to read the tables; docs/glossary.md has all words.
+if INSTALLED:
+    DOCUMENTS = ROOT.parents[1] / "share/doc/kolt"
+    GLOSSARY, CONFIGURATION = f"{DOCUMENTS}/glossary.md", f"{DOCUMENTS}/examples/kolt.json"
+    NODE, EVENING = "kolt-node", "kolt-sim run evening-streaming --report page.html"
+else:
+    GLOSSARY, CONFIGURATION = "docs/glossary.md", "packaging/kolt.json"
+    NODE, EVENING = "platform/sim/kolt-node", "scripts/simulate"
+LEGEND = f"""
+How to read the tables; {GLOSSARY} has all words.
 
   type       what the port is the end of: a cable, power line, or a radio of that band
   compat     its compatibility group: which ports belong together, as the configuration says
@@ -32,9 +41,10 @@ How to read the tables; docs/glossary.md has all words.
   bridge mode 0 is that of a range extender (work mode RE), 1 that of every other work mode (FAP, AP, HAP).
   A couple is a backhaul interface and its partner in the guests' network: one link that carries both.
   Stream placement is the HA table: by which port each stream leaves. Forgotten, streams are placed anew."""
-TRY_NEXT = """
-Try next: platform/sim/kolt-node, this node for as long as you like, with events that you type;
-          scripts/simulate, an evening in a modelled home that reacts to the daemon, and a page of plots."""
+TRY_NEXT = f"""
+Try next: {NODE}, this node for as long as you like, with events that you type;
+          {EVENING},
+          an evening in a modelled home that reacts to the daemon, and a page of plots."""
 TYPES = ["ethernet", "plc", "2.4g", "5g", "5g_2"]
 FLUSHES = {"bridgeFlushHATable": "stream placement forgotten",
            "bridgeDelFdbByName": "forwarding entries forgotten:"}
@@ -111,7 +121,7 @@ def describe(indexes: dict[str, int]) -> None:
     print(f"  br-lan    {' '.join(sample.PORTS)}")
     print(f"  br-guest  {' '.join(sample.GUEST_PORTS)}")
     print("  links up  power line, 2.4 GHz, 5 GHz, second 5 GHz; the Ethernet link is down")
-    print(f"  {len(indexes)} interfaces, work mode RE, configuration packaging/kolt.json")
+    print(f"  {len(indexes)} interfaces, work mode RE, configuration {CONFIGURATION}")
     print(LEGEND)
 
 
@@ -170,4 +180,4 @@ def main() -> int:
 
 
 if __name__ == "__main__":
-    sys.exit(run_command("demo", main))
+    sys.exit(run_command(Path(sys.argv[0]).stem, main))

@@ -13,7 +13,7 @@ from typing import TYPE_CHECKING
 
 from kolt_node import NodeError
 from kolt_node.command import let_go_of_output, reason
-from kolt_node.node import build_directory, check_build
+from kolt_node.node import BUILD_HELP, build_directory, check_build
 
 from .compare import compare
 from .files import Output, write_json
@@ -89,7 +89,7 @@ def make_parser() -> argparse.ArgumentParser:
     for command in (run, several):
         command.add_argument("--set", metavar="NAME=VALUE", type=setting, action="append", default=[], dest="settings",
                              help="a setting of the daemon that goes before the scenario's, such as reserved_ratio=30")
-        command.add_argument("--build", metavar="DIR", help="build directory (default: $KOLT_BUILD or build/release)")
+        command.add_argument("--build", metavar="DIR", help=BUILD_HELP)
     add("check", "says whether scenarios are valid, without running them", "+")
     add("list", "names the shipped scenarios")
     return parser
@@ -156,6 +156,8 @@ def run_command(options: argparse.Namespace, run: Run | None) -> int:
             keep(data, lambda path: write_json(result, path))
             keep(report, lambda path: write_report(result, path))
             view.finish(result)
+    if report:
+        print(f"page: {report.target.absolute().as_uri()}")  # terminals make it a link
     return AS_EXPECTED if verdict.as_expected(result) else NOT_AS_EXPECTED
 
 

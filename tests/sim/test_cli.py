@@ -132,7 +132,8 @@ def test_the_data_hold_the_whole_result(ask, tmp_path):
 
 def test_the_report_is_a_page_about_the_run(ask, tmp_path):
     target = tmp_path / "page.html"
-    assert ask("run", write_scenario(tmp_path), "--report", target).status == 0
+    said = ask("run", write_scenario(tmp_path), "--report", target)
+    assert (said.status, said.out[-1]) == (0, f"page: file://{target}")
     page = target.read_text()
     assert page.startswith("<!DOCTYPE html>") and "A small home" in page
 

@@ -23,7 +23,9 @@ BRIDGE_EVENTS, NEIGHBOUR, ROUTE = 39, 53, 0
 BUILD_HINT = "build it with: cmake --preset release && cmake --build --preset release"
 LOOP_CALLS = {"x86_64": ("232", "281", "441"), "aarch64": ("22", "441")}  # epoll_wait and its kin
 
-
+INSTALLED = (ROOT / "programs").is_dir()  # the programs are beside this tree then
+USUAL_BUILD = "programs" if INSTALLED else "build/release"
+BUILD_HELP = f"build directory (default: $KOLT_BUILD or {'the installed programs' if INSTALLED else USUAL_BUILD})"
 NEEDED = ("bin/kolt", "bin/kolt-ubusd", "bin/kolt-event", "lib/libduon-bridge.so", "lib/libeth_encap.so")
 
 
@@ -35,10 +37,8 @@ def check_build(build: Path) -> None:
 
 
 def build_directory() -> Path:
-    """Where the programs are: $KOLT_BUILD, relative to the top of the tree, by default build/release; installed, beside
-    this tree."""
-    usual = "programs" if (ROOT / "programs").is_dir() else "build/release"
-    return ROOT / os.environ.get("KOLT_BUILD", usual)
+    """Where the programs are: $KOLT_BUILD, relative to the top of the tree, by default the usual place."""
+    return ROOT / os.environ.get("KOLT_BUILD", USUAL_BUILD)
 
 
 class Node(State):
