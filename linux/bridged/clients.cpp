@@ -4,6 +4,7 @@
 
 #include "core/log.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -28,6 +29,15 @@ placed_client *find(bridge_node *node, const uint8_t *mac) {
             return &node->clients[i];
     }
     return nullptr;
+}
+
+placed_client *add(bridge_node *node, const uint8_t *mac) {
+    if (node->client_count == MAX_CLIENTS)
+        return nullptr;
+    placed_client *client = &node->clients[node->client_count++];
+    *client = {};
+    memcpy(client->mac.data(), mac, KOLT_MAC_SIZE);
+    return client;
 }
 
 // Collects what is to be pinned, so that a thousand clients are one exchange with the kernel.
@@ -75,13 +85,10 @@ int clients_add(bridge_node *node, const uint8_t *mac, const uint8_t *second_mac
     if ((mac[0] & 1) != 0 || is_own(node, mac))
         return EINVAL;
     placed_client *client = find(node, mac);
-    if (client == nullptr) {
-        if (node->client_count == MAX_CLIENTS)
-            return ENOSPC;
-        client = &node->clients[node->client_count++];
-        *client = {};
-        memcpy(client->mac.data(), mac, KOLT_MAC_SIZE);
-    }
+    if (client == nullptr)
+        client = add(node, mac);
+    if (client == nullptr)
+        return ENOSPC;
     memcpy(client->second_mac.data(), second_mac, KOLT_MAC_SIZE);
     client->wished = port->ifindex;
     if (client->placed == port->ifindex)
@@ -97,6 +104,31 @@ int clients_add(bridge_node *node, const uint8_t *mac, const uint8_t *second_mac
         (void)undo.finish();
     }
     return error;
+}
+
+// kolt names the bridge's own address with every client.
+void clients_take_over(bridge_node *node, const uint8_t *mac, uint32_t ifindex) {
+    placed_client *client = add(node, mac);
+    if (client == nullptr)
+        return;
+    client->second_mac = node->mac;
+    client->wished = ifindex;
+    client->placed = ifindex;
+}
+
+void clients_pin(bridge_node *node) {
+    placing work(node);
+    for (size_t i = 0; i < node->client_count; i++) {
+        if (node->clients[i].placed != 0)
+            work.place(&node->clients[i], node->clients[i].placed);
+    }
+    if (work.finish() != 0)
+        KOLT_ERROR("%s: cannot place its clients: %s", node->name, node->owner->rtnl.last_error().text.data());
+}
+
+bool clients_know(const bridge_node &node, const uint8_t *mac) {
+    return std::any_of(node.clients.begin(), node.clients.begin() + static_cast<ptrdiff_t>(node.client_count),
+                       [mac](const placed_client &one) { return memcmp(one.mac.data(), mac, KOLT_MAC_SIZE) == 0; });
 }
 
 int clients_remove(bridge_node *node, const uint8_t *mac) {

@@ -6,6 +6,13 @@
 // Places a client on a port, for as long as that is one of this bridge; 0, or an errno.
 [[nodiscard]] int clients_add(bridge_node *node, const uint8_t *mac, const uint8_t *second_mac, const char *ifname);
 
+// A client that the process before has placed on a port: it is known again. Then clients_pin makes the bridge's entries
+// of all clients anew, wherever they were.
+void clients_take_over(bridge_node *node, const uint8_t *mac, uint32_t ifindex);
+void clients_pin(bridge_node *node);
+
+[[nodiscard]] bool clients_know(const bridge_node &node, const uint8_t *mac);
+
 // Takes back the client's place; 0, or ENOENT when it has none.
 [[nodiscard]] int clients_remove(bridge_node *node, const uint8_t *mac);
 void clients_flush(bridge_node *node);

@@ -60,7 +60,9 @@ struct bridge_node {
     uint32_t refused = 0; // or there is this one, which cannot be kept
     fdb_mac mac{};
     tree links;
-    port_settings set{}; // what the ports were set to last
+    port_settings set{};  // what the ports were set to last
+    port_settings left{}; // and what the process before left them set to, as its file tells
+    bool came = false;    // what that process has placed is still to be looked at
     uint32_t seen_changes = 0;
     uint64_t seen_parent = 0; // MAC
     tree_record saved{};      // as it stands in its file

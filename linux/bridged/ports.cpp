@@ -8,6 +8,7 @@
 #include "bridged/refusal.h"
 #include "bridged/saved_state.h"
 #include "bridged/settle.h"
+#include "bridged/takeover.h"
 #include "core/log.h"
 #include "lib/records.h"
 
@@ -133,6 +134,7 @@ void bridge_came(bridge_node *node, const link_info &link) {
     node->mac = link.mac;
     node->set = {};
     start_tree(node);
+    takeover_begin(node);
     node->seen_parent = node->links.parent;
 }
 
@@ -257,8 +259,10 @@ void ports_look(bridged *self) {
         for (size_t i = 0; i < count; i++)
             port_there(&node, found[i]);
         forget_gone(&node);
+        takeover_clients(&node);
         settle(&node);
     }
+    takeover_finish(self);
 }
 
 bool ports_release(bridged *self) {

@@ -37,8 +37,8 @@ bridge_port_flags bridge_flags(const port_flooding &flooding) {
 }
 
 // What left by a port that is closed now leaves by the next best one.
-void move_off(bridge_node *node, const port_settings &to, uint32_t ifindex) {
-    const uint32_t backup = backup_port(node->links, node->set, to, ifindex);
+void move_off(bridge_node *node, const port_settings &from, const port_settings &to, uint32_t ifindex) {
+    const uint32_t backup = backup_port(node->links, from, to, ifindex);
     if (backup != 0)
         (void)node->owner->streams.repoint_all(ifindex, backup);
     clients_move_off(node, ifindex, backup);
@@ -64,7 +64,7 @@ void close_ports(bridge_node *node, const port_plan &plan, const port_settings &
         const port_setting *before = find_setting(node->set, step.ifindex);
         settle_port(node, step);
         if (before != nullptr && is_open(*before) && !is_open(step))
-            move_off(node, to, step.ifindex);
+            move_off(node, node->set, to, step.ifindex);
         if (before != nullptr)
             forget_learnt(node, *before, step);
     }
@@ -105,6 +105,10 @@ void settle_port(bridge_node *node, const port_setting &setting) {
     if (error != 0 && error != ENODEV && error != EOPNOTSUPP)
         KOLT_ERROR("%s: cannot set what the bridge sends there: %s", port->name,
                    node->owner->rtnl.last_error().text.data());
+}
+
+void settle_move_off(bridge_node *node, const port_settings &from, uint32_t ifindex) {
+    move_off(node, from, node->set, ifindex);
 }
 
 void settle(bridge_node *node) {

@@ -9,3 +9,7 @@ void settle(bridge_node *node);
 
 // Puts the settings of a port into the kernel: the programs' word and the flags of the bridge.
 void settle_port(bridge_node *node, const port_setting &setting);
+
+// What was placed on a port that is closed now leaves by the next best one. `from`: how the ports were when it was
+// open.
+void settle_move_off(bridge_node *node, const port_settings &from, uint32_t ifindex);

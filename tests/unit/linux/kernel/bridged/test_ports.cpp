@@ -5,6 +5,7 @@
 #include "linux/support/bridged_test.h"
 
 #include <cerrno>
+#include <functional>
 #include <net/if.h>
 #include <unistd.h>
 
@@ -174,8 +175,8 @@ protected:
         ports_look(life->get());
         return life;
     }
-    // A process that has joined a parent by both links, until it was killed.
-    void first_life() {
+    // A process that has joined a parent by both links and done some more, until it was killed.
+    void first_life(const std::function<void(bridged_life &)> &more = [](bridged_life &) {}) {
         const auto life = begin();
         life->settle_after([this](one_node &node) {
             node.join({.ifindex = port(FAST_LINK)});
@@ -183,6 +184,17 @@ protected:
             node.pass(200);
         });
         EXPECT_EQ(life->word(port(FAST_LINK)).accepts, 3);
+        more(*life);
+    }
+    static void place(bridged_life &life) {
+        EXPECT_EQ(clients_add(&life.node(), CLIENT.data(), life.node().mac.data(), "p1"), 0);
+    }
+    // Where a client is, as both tables of the kernel must say.
+    static uint32_t place_of(bridged_life &life, const mac_address &mac = CLIENT) {
+        const fdb_record entry = life.entry(mac);
+        EXPECT_EQ(entry.port, life->programs.hd_find(mac.data()));
+        EXPECT_EQ(entry.is_static && entry.sticky, entry.port != 0);
+        return entry.port;
     }
     bridged_wires wires_{PORTS};
 };
@@ -212,6 +224,81 @@ TEST_F(next_life_test, ClosesALinkThatWasLostMeanwhile) {
     EXPECT_EQ(life->node().links.parent, node_mac(BEST));
     EXPECT_EQ(life->word(port(FAST_LINK)).flags & KOLT_PORT_OPEN, 0);
     EXPECT_EQ(life->word(port(SLOW_LINK)).accepts, 3);
+}
+
+TEST_F(next_life_test, KnowsTheClientsThatWerePlaced) {
+    first_life(place);
+    const auto life = begin();
+    ASSERT_EQ(life->node().client_count, 1U);
+    const placed_client &client = life->node().clients[0];
+    EXPECT_EQ(client.mac, CLIENT);
+    EXPECT_EQ(client.second_mac, life->node().mac) << "as kolt names it with each of them";
+    EXPECT_EQ(client.wished, port(FAST_LINK));
+    EXPECT_EQ(client.placed, port(FAST_LINK));
+    EXPECT_EQ(place_of(*life), port(FAST_LINK));
+    EXPECT_EQ(clients_remove(&life->node(), CLIENT.data()), 0);
+    EXPECT_EQ(place_of(*life), 0U);
+}
+
+TEST_F(next_life_test, MovesClientsAndStreamsOffALinkThatWasLostMeanwhile) {
+    first_life([this](bridged_life &life) {
+        place(life);
+        wires_.end(HOSTS).send(ip_frame{}.bytes());
+        EXPECT_TRUE(comes_true([&] { return life->streams.count() == 1; }));
+    });
+    bring_down("e1");
+    const auto life = begin();
+    EXPECT_EQ(place_of(*life), port(SLOW_LINK));
+    kolt_stream_record stream;
+    ASSERT_EQ(life->get()->streams.read({&stream, 1}), 1U);
+    EXPECT_EQ(stream.target, port(SLOW_LINK));
+}
+
+TEST_F(next_life_test, MovesClientsOffAPortThatWentMeanwhile) {
+    first_life(place);
+    take_out_of_bridge("p1");
+    const auto life = begin();
+    EXPECT_EQ(place_of(*life), port(SLOW_LINK));
+}
+
+TEST_F(next_life_test, TakesBackThePlaceOfAClientThatRoamedMeanwhile) {
+    first_life([](bridged_life &life) {
+        place(life);
+        EXPECT_TRUE(life->programs.hd_remove(CLIENT.data())); // as a program does that hears it elsewhere
+    });
+    const auto life = begin();
+    EXPECT_EQ(place_of(*life), 0U);
+    EXPECT_EQ(life->node().client_count, 0U);
+}
+
+TEST_F(next_life_test, FinishesAPlacingThatHadOnlyBegun) {
+    first_life([this](bridged_life &life) {
+        place(life);
+        EXPECT_TRUE(life->programs.hd_set(CLIENT.data(), port(SLOW_LINK)));
+        EXPECT_TRUE(life->programs.hd_set(SECOND.data(), port(SLOW_LINK)));
+    });
+    const auto life = begin();
+    EXPECT_EQ(place_of(*life), port(SLOW_LINK));
+    EXPECT_EQ(place_of(*life, SECOND), port(SLOW_LINK));
+    EXPECT_EQ(life->node().client_count, 2U);
+}
+
+TEST_F(next_life_test, LeavesEntriesAloneThatAreNotOfItsMaking) {
+    first_life();
+    rtnl_socket rtnl;
+    ASSERT_EQ(rtnl.open(), 0);
+    const fdb_place by_hand[] = {{SERVER, port(HOSTS)}};
+    ASSERT_EQ(fdb_pin(rtnl, by_hand), 0);
+    const auto life = begin();
+    EXPECT_EQ(life->entry(SERVER).port, port(HOSTS));
+}
+
+TEST_F(next_life_test, ForgetsClientsOfATreeThatItDoesNotKnow) {
+    first_life(place);
+    ASSERT_EQ(unlink("/run/kolt-bridged/tree.br0"), 0);
+    const auto life = begin();
+    EXPECT_EQ(place_of(*life), 0U);
+    EXPECT_EQ(life->node().client_count, 0U);
 }
 
 TEST_F(next_life_test, ClosesWhatItKnowsNothingOf) {
