@@ -1,8 +1,10 @@
 """
 Calls libduon-bridge as kolt does, inside a node: run with the bridge's name and one of
-  hd             the number of placed clients
+  hd             the placed clients, and the ports by their MACs
+  place MAC PORT a client on a port
   read TIMES     the table of streams, and the times that reading it took
   point A B      every stream on A is put on B and the other way round, and the time that took
+  targets        the ports of the streams, by their source ports
 Prints a JSON object. Times in seconds.
 """
 import ctypes
@@ -11,12 +13,14 @@ import socket
 import struct
 import sys
 import time
+from pathlib import Path
 
 HD, HA = 1, 8
 CAPACITY, WIDEST = 16384, 100
+CLIENT = struct.Struct("=6s6sI8x")
 STREAM = struct.Struct("=H6s6s6xHHH2xI28x8xII8xIB11x")
 OTHER_DIRECTION = 0x10
-assert STREAM.size == WIDEST
+assert STREAM.size == WIDEST and CLIENT.size == 24
 
 bridge = sys.argv[1].encode()
 library = ctypes.CDLL("libduon-bridge.so")
@@ -50,9 +54,25 @@ def point(one: str, other: str) -> dict:
     return {"streams": len(calls), "failed": failed, "seconds": time.perf_counter() - began}
 
 
+def clients() -> dict:
+    count, _ = read(HD)
+    found = CLIENT.iter_unpack(ctypes.string_at(buffer, count * CLIENT.size))
+    return {"clients": count, "ports": {mac.hex(":"): socket.if_indextoname(port) for mac, _, port in found}}
+
+
+def place(mac: str, port: str) -> dict:
+    own = Path(f"/sys/class/net/{sys.argv[1]}/address").read_text(encoding="ascii")
+    macs = (bytes.fromhex(one.strip().replace(":", "")) for one in (mac, own))
+    return {"failed": library.bridgeAddHDTableEntries(bridge, *macs, port.encode(), port.encode(), 0)}
+
+
 match sys.argv[2]:
     case "hd":
-        told = {"clients": read(HD)[0]}
+        told = clients()
+    case "place":
+        told = place(*sys.argv[3:])
+    case "targets":
+        told = {str(source): socket.if_indextoname(port) for _, _, _, source, _, _, port, *_ in streams()}
     case "read":
         times = sorted(read(HA)[1] for _ in range(int(sys.argv[3])))
         now = streams()

@@ -269,6 +269,7 @@ bool ports_release(bridged *self) {
     bool complete = true;
     for (uint32_t i = 0; i < self->bridge_count; i++) {
         bridge_node *node = &self->bridges[i];
+        clients_flush(node);
         for (node_port &port : node->ports) {
             if (port.ifindex != 0)
                 complete &= guard_put_back(node, &port);

@@ -6,6 +6,7 @@ from collections.abc import Iterator
 from dataclasses import dataclass
 
 import bpf
+import library
 import pytest
 from kolt_mesh import ports, topology
 from kolt_mesh.netns import NetNamespace, batch
@@ -18,6 +19,7 @@ from kolt_node import Process
 ODD = {"wlan1.1": "learning on flood off mcast_flood on bcast_flood off isolated on mcast_router 2",
        "wlan2.1": "learning off flood on mcast_flood off bcast_flood on isolated off mcast_router 0",
        "wlan0-b.1": "learning off flood off mcast_flood off bcast_flood off isolated off mcast_router 2"}
+CLIENT = "02:ee:00:00:00:02"
 QUICK = ("--interval", "10", "--listen", "10")
 FOREIGN = [*"tc filter add dev wlan1.1 ingress prio 7 bpf bytecode".split(), "1,6 0 0 4294967295,"]
 CHANGING = re.compile(r"used [0-9/]+|\w+_timer +[0-9.]+")
@@ -113,6 +115,8 @@ def test_a_release_puts_everything_back_as_it_was_found(one):
     before, state = odd(one), one.state()
     one.start()
     assert one.programs() == 6 or "kolt_ingress" in one.state()
+    assert library.ask(one.node, "place", CLIENT, "wlan0-b.1") == {"failed": 0}
+    assert f"{CLIENT} dev wlan0-b.1" in one.namespace.run(["bridge", "fdb"])
     assert one.files(BRIDGED_PIN) and "port.wlan1.1" in one.files(BRIDGED_RUN)
     one.node.kill_program("kolt-bridged")
     assert one.flags("wlan0-b.1") != before["wlan0-b.1"]

@@ -314,9 +314,10 @@ TEST_F(next_life_test, ReleasesWhatTheOneBeforeHeld) {
     rtnl_socket rtnl;
     ASSERT_EQ(rtnl.open(), 0);
     ASSERT_EQ(bridge_port_set(rtnl, port(FAST_LINK), AS_FOUND), 0);
-    first_life();
+    first_life(place);
     const auto life = begin();
     EXPECT_TRUE(ports_release(life->get()));
+    EXPECT_EQ(place_of(*life), 0U);
     EXPECT_EQ(life->port(port(FAST_LINK)).flags, AS_FOUND);
     EXPECT_EQ(life->port(port(SLOW_LINK)).flags, bridge_port_flags{});
     for (const size_t place : {SLOW_LINK, FAST_LINK, CHILD_LINK})
