@@ -78,8 +78,19 @@ bool kolt_streams::open(const kolt_programs &programs, uint64_t now, kolt_reason
     if (memory == MAP_FAILED)
         return why->say(errno, "cannot map the table of streams");
     table_ = static_cast<kolt_stream *>(memory);
+    begin_counting();
     give_back_unheld(programs, now);
     return true;
+}
+
+// What an earlier process has found counted was of its periods.
+void kolt_streams::begin_counting() {
+    for (uint32_t slot = 0; slot < KOLT_MAX_STREAMS; slot++) {
+        if (state(slot) == KOLT_STREAM_FREE)
+            continue;
+        accounts_[slot].counted_generation = table_[slot].generation;
+        accounts_[slot].counted = counters_of(table_[slot]);
+    }
 }
 
 // A slot that is neither on the stack nor in use can be one that a program is filling at this moment, so it rests

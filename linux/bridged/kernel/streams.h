@@ -70,6 +70,7 @@ private:
     [[nodiscard]] uint32_t state(uint32_t slot) const;
     void set_state(uint32_t slot, uint32_t state);
     [[nodiscard]] bool has_key(uint32_t slot) const;
+    void begin_counting();
     void give_back_unheld(const kolt_programs &programs, uint64_t now);
     void rest(uint32_t slot, uint64_t now);
     bool is_idle(uint32_t slot, uint64_t now);

@@ -217,16 +217,29 @@ protected:
     kolt_streams next_streams_;
 };
 
-TEST_F(takeover_test, KeepsStreamsWithTheirTargetsAndCounters) {
+TEST_F(takeover_test, KeepsStreamsWithTheirTargets) {
     make(1);
     make(2);
     streams_.repoint(1, two_);
     take_over(0);
     EXPECT_EQ(2U, next_streams_.count());
     EXPECT_EQ(two_, next_streams_.record(1).target);
-    next_streams_.end_period();
-    EXPECT_EQ(1U, next_streams_.record(0).rx_packets);
     EXPECT_EQ(static_cast<size_t>(KOLT_MAX_STREAMS - 2), free_slots());
+}
+
+TEST_F(takeover_test, CountsInItsFirstPeriodWhatCameSince) {
+    for (int times = 0; times < 5; times++)
+        make(1);
+    make(2);
+    take_over(0);
+    EXPECT_EQ(0U, next_streams_.record(0).rx_packets) << "it has measured no period yet";
+    make(1);
+    make(1);
+    make(3);
+    next_streams_.end_period();
+    EXPECT_EQ(2U, next_streams_.record(0).rx_packets);
+    EXPECT_EQ(0U, next_streams_.record(1).rx_packets);
+    EXPECT_EQ(1U, next_streams_.record(2).rx_packets) << "all of one that began meanwhile";
 }
 
 TEST_F(takeover_test, FinishesWhatWasBeingRemoved) {
@@ -256,6 +269,8 @@ TEST_F(takeover_test, KeepsAStreamWhoseRemovalHadOnlyBegun) {
     EXPECT_EQ(0U, next_streams_.count());
     (void)next_streams_.sweep(KOLT_SLOT_REST_MS);
     EXPECT_EQ(1U, next_streams_.count());
+    next_streams_.end_period();
+    EXPECT_EQ(0U, next_streams_.record(0).rx_packets) << "what it carried before was counted before";
 }
 
 } // namespace
