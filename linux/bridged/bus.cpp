@@ -4,11 +4,14 @@
 #include "core/container_of.h"
 #include "core/log.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -47,7 +50,21 @@ bool send_configure(ubus_context *ctx) {
     return status == 0;
 }
 
-[[noreturn]] void child_main(const bus_sender *bus, int done) {
+// What the parent holds open must not outlive it: a lock that stays taken keeps the next one from starting, and whoever
+// waits for an answer would not learn that none comes.
+void keep_only(int kept) {
+    closelog();
+    const unsigned first = STDERR_FILENO + 1;
+    const auto own = static_cast<unsigned>(kept);
+    if (own > first)
+        (void)syscall(SYS_close_range, first, own - 1, 0); // known to every kernel on which this runs
+    (void)syscall(SYS_close_range, std::max(first, own + 1), ~0U, 0);
+}
+
+[[noreturn]] void child_main(const bus_sender *bus, pid_t parent, int done) {
+    keep_only(done);
+    if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || getppid() != parent)
+        _exit(EXIT_FAILURE);
     (void)signal(SIGTERM, SIG_DFL);
     (void)signal(SIGINT, SIG_DFL);
     sigset_t none;
@@ -106,9 +123,10 @@ void start(bus_sender *bus) {
         retry_later(bus);
         return;
     }
+    const pid_t self = getpid();
     const pid_t pid = fork();
     if (pid == 0)
-        child_main(bus, ends[1]);
+        child_main(bus, self, ends[1]);
     (void)close(ends[1]);
     if (pid > 0) {
         watch_child(bus, pid, ends[0]);

@@ -14,6 +14,7 @@ from kolt_mesh.node import BRIDGED_PIN, BRIDGED_RUN, MeshNode, build_directory
 from kolt_mesh.ports import BRIDGE
 
 from kolt_node import Process
+from kolt_node.node import BROKER_SOCKET
 
 # Flags that no port has by itself, one of each kind turned over in turn.
 ODD = {"wlan1.1": "learning on flood off mcast_flood on bcast_flood off isolated on mcast_router 2",
@@ -22,6 +23,18 @@ ODD = {"wlan1.1": "learning on flood off mcast_flood on bcast_flood off isolated
 CLIENT = "02:ee:00:00:00:02"
 QUICK = ("--interval", "10", "--listen", "10")
 FOREIGN = [*"tc filter add dev wlan1.1 ingress prio 7 bpf bytecode".split(), "1,6 0 0 4294967295,"]
+SILENT_BUS = """
+import socket, sys
+bus = socket.socket(socket.AF_UNIX)
+bus.bind(sys.argv[1])
+bus.listen()
+print("ready", flush=True)
+while True:
+    one, _ = bus.accept()
+    print("asked", flush=True)
+    one.recv(1)
+    print("left", flush=True)
+"""
 CHANGING = re.compile(r"used [0-9/]+|\w+_timer +[0-9.]+")
 
 
@@ -146,6 +159,16 @@ def test_a_second_one_on_the_same_folder_ends_with_one_line(one):
         assert second.stderr.count("\n") == 1 and f"{BRIDGED_RUN}/lock: another kolt-bridged runs" in second.stderr
     assert one.node.bridged.status is None
     assert one.state() == held
+
+
+def test_what_tells_a_silent_bus_ends_with_its_parent_and_holds_up_no_restart(one):
+    bus = one.node.spawn(["/usr/bin/python3", "-c", SILENT_BUS, BROKER_SOCKET])
+    one.node.wait_for(lambda: "ready" in bus.stdout, what="the bus")
+    for times in range(1, 4):
+        one.node.start_bridged()
+        one.node.wait_for(lambda: bus.stdout.count("asked") == times, what="somebody who tells the bus")
+        one.node.kill_program("kolt-bridged")
+    one.node.wait_for(lambda: bus.stdout.count("left") == times, 1.5, "the end of the process that told the bus")
 
 
 def test_a_disabled_configuration_is_left_alone(one):
