@@ -117,5 +117,11 @@ bool settings_read(int argc, char **argv, bridged_settings *settings, int *statu
         *status = WRONG_USAGE;
         return false;
     }
+    if (strlen(settings->run_folder) > LONGEST_RUN_FOLDER) {
+        (void)fprintf(stderr, "%s: the name of the folder is longer than %zu bytes: %s\n", argv[0], LONGEST_RUN_FOLDER,
+                      settings->run_folder);
+        *status = WRONG_USAGE;
+        return false;
+    }
     return true;
 }

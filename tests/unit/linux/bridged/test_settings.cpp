@@ -98,4 +98,14 @@ TEST_F(Settings, WrongWordsAreNamedAndEndWithStatusTwo) {
     }
 }
 
+TEST_F(Settings, RunFolderIsShortEnoughForAllThatIsMadeInIt) {
+    const std::string longest = "/" + std::string(59, 'a');
+    EXPECT_TRUE(read({"--run", longest}).goes_on);
+    const reading result = read({"--run", longest + "a"});
+    EXPECT_FALSE(result.goes_on);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(err_, "kolt-bridged: the name of the folder is longer than 60 bytes: " + longest + "a\n");
+    EXPECT_EQ(out_, "");
+}
+
 } // namespace
