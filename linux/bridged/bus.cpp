@@ -1,12 +1,15 @@
 // One child a message: it connects, sends and ends.
 #include "bridged/bus.h"
 
+#include "bridged/replace_file.h"
 #include "core/container_of.h"
+#include "core/file.h"
 #include "core/log.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -17,6 +20,7 @@
 
 namespace {
 
+constexpr size_t PATH_SIZE = 96;
 constexpr int RETRY_MS = 1000;
 constexpr unsigned CHILD_SECONDS = 3; // a bus that hangs does not keep a child for longer
 
@@ -34,7 +38,7 @@ bool send_links(ubus_context *ctx, const bus_sender *bus) {
     blob_buf message = {};
     (void)blob_buf_init(&message, 0);
     for (const auto &attribute : ATTRIBUTES)
-        (void)blobmsg_add_u32(&message, attribute.name, bus->links[attribute.type]);
+        (void)blobmsg_add_u32(&message, attribute.name, bus->given_links[attribute.type]);
     const int status = ubus_send_event(ctx, "kolt.link_state", message.head);
     blob_buf_free(&message);
     return status == 0;
@@ -72,9 +76,27 @@ void keep_only(int kept) {
     (void)sigprocmask(SIG_SETMASK, &none, nullptr); // the parent may be holding some back
     (void)alarm(CHILD_SECONDS);
     ubus_context *ctx = ubus_connect(nullptr);
-    const bool sent = ctx != nullptr && (!bus->wants_configure || send_configure(ctx)) && send_links(ctx, bus) &&
-                      write(done, "", 1) == 1;
+    const bool sent = ctx != nullptr && ((bus->given & BUS_CONFIGURE) == 0 || send_configure(ctx)) &&
+                      ((bus->given & BUS_LINKS) == 0 || send_links(ctx, bus)) && write(done, "", 1) == 1;
     _exit(sent ? EXIT_SUCCESS : EXIT_FAILURE); // the parent's buffers and handlers are none of the child's business
+}
+
+bus_links links_of(const node_report &report) {
+    bus_links links{};
+    for (kolt_link_type type : KOLT_LINKS)
+        links[type] = report.links[type].up ? 1 : 0;
+    return links;
+}
+
+void kept_path(const char *folder, char *path) {
+    (void)snprintf(path, PATH_SIZE, "%s/told", folder);
+}
+
+void keep(const bus_sender &bus) {
+    char path[PATH_SIZE];
+    kept_path(bus.folder, path);
+    const bus_links &links = bus.given_links;
+    (void)replace_file(path, reinterpret_cast<const char *>(links.data()), links.size()); // it has logged a failure
 }
 
 void start(bus_sender *bus);
@@ -84,7 +106,8 @@ void retry(uloop_timeout *timer) {
 }
 
 void retry_later(bus_sender *bus) {
-    bus->pending = true;
+    bus->wanted |= bus->given;
+    bus->given = 0;
     bus->retry.cb = retry;
     (void)uloop_timeout_set(&bus->retry, RETRY_MS);
 }
@@ -102,14 +125,14 @@ void child_ended(uloop_fd *pipe, unsigned) {
         retry_later(bus);
         return;
     }
-    bus->wants_configure = bus->configure_again;
-    bus->configure_again = false;
-    if (bus->pending)
+    if ((bus->given & BUS_LINKS) != 0)
+        keep(*bus);
+    bus->given = 0;
+    if (bus->wanted != 0)
         start(bus);
 }
 
 void watch_child(bus_sender *bus, pid_t pid, int pipe) {
-    bus->pending = false;
     bus->child_pid = pid;
     bus->child.fd = pipe;
     bus->child.cb = child_ended;
@@ -117,6 +140,9 @@ void watch_child(bus_sender *bus, pid_t pid, int pipe) {
 }
 
 void start(bus_sender *bus) {
+    bus->given = bus->wanted;
+    bus->given_links = bus->links;
+    bus->wanted = 0;
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
         KOLT_ERROR("cannot make a pipe: %s", strerror(errno));
@@ -139,12 +165,29 @@ void start(bus_sender *bus) {
 
 } // namespace
 
-void bus_tell(bus_sender *bus, const node_report &report, bool configure) {
-    for (kolt_link_type type : KOLT_LINKS)
-        bus->links[type] = report.links[type].up ? 1 : 0;
-    bool &wanted = bus->child_pid != 0 ? bus->configure_again : bus->wants_configure;
-    wanted |= configure;
-    bus->pending = true;
+void bus_open(bus_sender *bus, const char *folder) {
+    bus->folder = folder;
+}
+
+void bus_forget(const char *folder) {
+    char path[PATH_SIZE];
+    kept_path(folder, path);
+    (void)unlink(path); // one that is not there needs no removing
+}
+
+bool bus_has_told(const bus_sender &bus, const node_report &report) {
+    char path[PATH_SIZE];
+    kept_path(bus.folder, path);
+    const file_ptr file(fopen(path, "re"));
+    bus_links told{};
+    return file && fread(told.data(), 1, told.size(), file.get()) == told.size() && told == links_of(report);
+}
+
+void bus_tell(bus_sender *bus, const node_report &report, uint8_t messages) {
+    if (bus->folder == nullptr)
+        return;
+    bus->links = links_of(report);
+    bus->wanted |= messages;
     if (bus->child_pid == 0 && !bus->retry.pending)
         start(bus);
 }

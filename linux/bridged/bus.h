@@ -6,19 +6,39 @@
 
 #include "core/ubus.h"
 
+#include <array>
+#include <cstdint>
+
+using bus_links = std::array<uint8_t, KOLT_LINK_COUNT>; // 1: up
+
+enum bus_message : uint8_t {
+    BUS_CONFIGURE = 1, // kolt is to program its bridges anew, which changes nothing that is as it should be
+    BUS_LINKS = 2,     // the state of every link, upon which kolt places clients and streams anew
+};
+
 struct bus_sender {
     uloop_fd child = {};   // the pipe on which the sending child says that it has
     int32_t child_pid = 0; // 0: none
     uloop_timeout retry = {};
-    bool pending = false;         // something is to be told that no child has told yet
-    bool wants_configure = false; // that kolt is to program the bridge anew
-    bool configure_again = false; // asked for while a child is at it
-    uint8_t links[KOLT_LINK_COUNT] = {};
+    uint8_t wanted = 0; // messages that no child has been given
+    uint8_t given = 0;  // and those that one is at
+    bus_links links{};
+    bus_links given_links{};
+    const char *folder = nullptr; // null: nothing is told yet
 };
 
-// Tells kolt the state of every link; `configure` also asks it to program its bridges anew. What could not be sent is
-// tried again every second, and only the latest state is sent then.
-void bus_tell(bus_sender *bus, const node_report &report, bool configure);
+// From now on what is to be told is told. Which links kolt knows to be up is kept in a file of the folder: after a
+// restart it is to be told only when that is no longer so.
+void bus_open(bus_sender *bus, const char *folder);
+
+void bus_forget(const char *folder);
+
+// Whether kolt has been told exactly this of the links, by this process or by the one before.
+[[nodiscard]] bool bus_has_told(const bus_sender &bus, const node_report &report);
+
+// Tells kolt so many bus_messages. What could not be sent is tried again every second, and only the latest state is
+// sent then.
+void bus_tell(bus_sender *bus, const node_report &report, uint8_t messages);
 
 // Ends what is being sent.
 void bus_stop(bus_sender *bus);

@@ -276,5 +276,6 @@ bool ports_release(bridged *self) {
         }
         saved_state_remove(node);
     }
+    bus_forget(self->settings.run_folder);
     return complete;
 }

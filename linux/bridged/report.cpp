@@ -88,11 +88,12 @@ void report_links(bridged *self) {
         !kolt_name_equal(now.ethernet_uplink, self->reported.ethernet_uplink) || now.mode != self->reported.mode;
     runtime_files_write(now, &self->reported, false);
     if (links_changed || uplink_changed)
-        bus_tell(&self->bus, now, uplink_changed);
+        bus_tell(&self->bus, now, uplink_changed ? BUS_CONFIGURE | BUS_LINKS : BUS_LINKS);
 }
 
 void report_all(bridged *self) {
     const node_report now = make_report(self);
     runtime_files_write(now, &self->reported, true);
-    bus_tell(&self->bus, now, true);
+    bus_open(&self->bus, self->settings.run_folder);
+    bus_tell(&self->bus, now, bus_has_told(self->bus, now) ? BUS_CONFIGURE : BUS_CONFIGURE | BUS_LINKS);
 }

@@ -6,8 +6,9 @@ import os
 import signal
 from collections.abc import Callable
 
+import library
 import pytest
-from kolt_mesh import cases, frames, measures, stream, tcp, topology
+from kolt_mesh import cases, frames, measures, ports, stream, tcp, topology
 from kolt_mesh.frames import Broadcasts
 from kolt_mesh.kolt import Kolt
 from kolt_mesh.lab import Lab
@@ -119,3 +120,20 @@ def test_a_killed_kolt_bridged_leaves_a_bridge_that_forwards_and_does_not_circle
         seen = running.end()
     assert seen.lost == 0 and seen.duplicates == 0
     assert frames.reachable(lab, SETTLES)
+
+
+def test_a_restarted_kolt_bridged_moves_neither_client_nor_stream(whole):
+    lab = whole(topology.pair(2), period=60)  # longer than the test: kolt itself moves nothing
+    node = lab.kind.nodes["b"]
+    slow, fast = (port.name for port in ports.backhaul_ports(lab.topology, "b"))
+    assert library.ask(node, "place", lab.mac("h1"), slow) == {"failed": 0}
+    with tcp.Download(lab, "h2", "h1", 4, 8) as download:
+        lab.wait(1.5)
+        library.ask(node, "point", slow, fast)
+        streams, clients = library.ask(node, "targets"), library.ask(node, "hd")
+        node.kill_program("kolt-bridged")
+        node.start_bridged()
+        lab.wait(4.0)  # kolt waits for a second before it acts on a link
+        assert (library.ask(node, "targets"), library.ask(node, "hd")) == (streams, clients)
+        assert not download.result().broken
+    assert set(streams.values()) == {fast} and clients["ports"] == {lab.mac("h1"): slow}

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <memory>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -20,6 +21,7 @@ namespace {
 
 constexpr char TOLD[] = "/tmp/told"; // a line an event, of whichever process
 constexpr char NO_BUS[] = "/tmp/no-bus";
+constexpr char RUN_FOLDER[] = "/tmp/run";
 
 // The members in the order in which they are listed here.
 std::string line_of(const char *event, blob_attr *message) {
@@ -68,6 +70,9 @@ class Report : public testing::Test {
 protected:
     Report() {
         (void)uloop_init();
+        EXPECT_EQ(mkdir(RUN_FOLDER, 0755), 0);
+        self_->settings.run_folder = RUN_FOLDER;
+        bus_open(&self_->bus, RUN_FOLDER);
         self_->bridge_count = 1;
         self_->bridges[0].owner = self_.get();
         add_port(0, 10, "wlan1.1", KOLT_LINK_5G);
@@ -92,6 +97,15 @@ protected:
     void report() {
         self_->bridges[0].links = node_.state;
         report_links(self_.get());
+    }
+    // Another process goes on, which does not know what the bus was told.
+    void begin_again() {
+        bus_stop(&self_->bus);
+        self_->bus = {};
+        self_->reported = {};
+        report();
+        EXPECT_THAT(told(), IsEmpty()) << "the start is not complete";
+        report_all(self_.get());
     }
     // A parent by the radio, and one link more to it by wire.
     void join() {
@@ -126,7 +140,8 @@ TEST_F(Report, NodeWithoutLinksHasNothingToTell) {
     EXPECT_EQ(self_->bus.child_pid, 0);
 }
 
-TEST_F(Report, AllIsToldAtTheStart) {
+TEST_F(Report, AllIsToldAtTheFirstStart) {
+    bus_forget(RUN_FOLDER);
     report_all(self_.get());
     EXPECT_THAT(told(), ElementsAre(CONFIGURE, NO_LINK));
 }
@@ -204,6 +219,46 @@ TEST_F(Report, WhatComesWhileAChildTellsIsToldAfterIt) {
     add_wire();
     report();
     EXPECT_THAT(told(), ElementsAre(ONE_LINK, CONFIGURE, BY_WIRE));
+}
+
+TEST_F(Report, WhatAProcessThatTellsInVainWasNotGivenIsToldToo) {
+    std::ofstream(NO_BUS) << "";
+    join();
+    report();
+    add_wire();
+    report();
+    EXPECT_THAT(told(), IsEmpty());
+    ASSERT_EQ(unlink(NO_BUS), 0);
+    (void)uloop_timeout_set(&self_->bus.retry, 0);
+    (void)uloop_run_timeout(0);
+    EXPECT_THAT(told(), ElementsAre(CONFIGURE, BY_WIRE));
+}
+
+TEST_F(Report, LinksThatTheProcessBeforeHasToldAreNotToldAgain) {
+    join();
+    report();
+    EXPECT_THAT(told(), ElementsAre(ONE_LINK));
+    begin_again();
+    EXPECT_THAT(told(), ElementsAre(CONFIGURE));
+}
+
+TEST_F(Report, LinksThatHaveChangedSinceAreTold) {
+    join();
+    report();
+    EXPECT_THAT(told(), ElementsAre(ONE_LINK));
+    add_wire();
+    begin_again();
+    EXPECT_THAT(told(), ElementsAre(CONFIGURE, BY_WIRE));
+}
+
+TEST_F(Report, LinksThatTheProcessBeforeHasToldInVainAreTold) {
+    std::ofstream(NO_BUS) << "";
+    join();
+    report();
+    EXPECT_THAT(told(), IsEmpty());
+    ASSERT_EQ(unlink(NO_BUS), 0);
+    begin_again();
+    EXPECT_THAT(told(), ElementsAre(CONFIGURE, ONE_LINK));
 }
 
 TEST_F(Report, ConfigurationWithoutABridgeHasNoLinks) {
