@@ -122,6 +122,19 @@ def test_a_killed_kolt_bridged_leaves_a_bridge_that_forwards_and_does_not_circle
     assert frames.reachable(lab, SETTLES)
 
 
+def test_a_client_placed_before_a_crash_is_reached_when_its_link_is_lost_after_it(whole):
+    lab = whole(topology.pair(2), period=60)
+    node = lab.kind.nodes["b"]
+    lost = "a-b 5g_2"
+    assert library.ask(node, "place", lab.mac("h1"), lab.ends[lost]["b"].port.name) == {"failed": 0}
+    node.kill_program("kolt")
+    node.kill_program("kolt-bridged")
+    node.start_bridged()
+    assert frames.as_joined(lab, SETTLES)
+    lab.cut(lost)
+    assert frames.as_joined(lab, SETTLES)
+
+
 def test_a_restarted_kolt_bridged_moves_neither_client_nor_stream(whole):
     lab = whole(topology.pair(2), period=60)  # longer than the test: kolt itself moves nothing
     node = lab.kind.nodes["b"]

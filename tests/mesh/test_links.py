@@ -7,7 +7,7 @@ import pytest
 from kolt_mesh import frames, ports, topology
 from kolt_mesh.kinds import Kind, OneLink, TunedSpanningTree
 from kolt_mesh.lab import BURST, Lab
-from kolt_mesh.netns import MeshError, NetNamespace
+from kolt_mesh.netns import MeshError, NetNamespace, batch
 from kolt_mesh.route import IFF_RUNNING
 
 LINK = "a-b 5g"
@@ -38,6 +38,15 @@ def test_one_link_alone_connects_a_home_with_several(make_lab):
     lab = make_lab(topology.load("chain"), OneLink())
     assert frames.reachable(lab, 1.0)
     assert [name for name, state in lab.state.items() if state == "up"] == ["gateway-hall 5g", "hall-upstairs 2.4g"]
+
+
+@pytest.mark.parametrize("asked", [frames.reachable, frames.as_joined])
+def test_a_host_that_only_broadcasts_reach_is_not_reached(make_lab, asked):
+    lab = make_lab(chain_of("", ""), Kind())
+    assert asked(lab, 1.0)
+    entry = ["fdb", "replace", lab.mac("ha"), "dev", lab.ends["b-c 5g"]["b"].port.name, "master", "static", "sticky"]
+    batch("bridge", lab.nodes["b"].namespace, [" ".join(entry)])
+    assert not asked(lab)
 
 
 def test_a_cut_takes_the_carrier_from_the_far_end(make_lab):

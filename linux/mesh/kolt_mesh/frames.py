@@ -4,6 +4,7 @@ a bridge sends out of a port is seen there once and at the other end once; whate
 """
 import contextlib
 import ctypes
+import itertools
 import select
 import socket
 import struct
@@ -162,27 +163,49 @@ def open_tap(space: "NetNamespace") -> socket.socket:
 
 
 def reachable(lab: "Lab", timeout: float = 0.0) -> bool:
-    """Whether every host gets one copy of a frame from every other; `timeout` is how long that may take to come true."""
-    return _come_true(lab, timeout, lambda census: census.exactly_one())
+    """
+    Whether every host gets one copy of a frame from every other, sent to all and to it alone: where a host is known, or
+    was, another way counts than for broadcasts. `timeout` is how long that may take to come true.
+    """
+    return _come_true(lab, timeout, lambda source, target: True)
 
 
 def as_joined(lab: "Lab", timeout: float = 0.0) -> bool:
     """The same of hosts whose nodes are joined by links that work; between others nothing passes."""
     islands = lab.islands()
-    return _come_true(lab, timeout, lambda census: not census.circled() and all(
-        census.copies[host][source, number] == (islands[host] == islands[source])
-        for host in lab.hosts for source, number in census.sent if source != host))
+    return _come_true(lab, timeout, lambda source, target: islands[source] == islands[target])
 
 
-def _come_true(lab: "Lab", timeout: float, holds: Callable[[Census], bool]) -> bool:
+Joined = Callable[[str, str], bool]
+
+
+def _come_true(lab: "Lab", timeout: float, joined: Joined) -> bool:
     deadline = time.monotonic() + timeout
     while True:
         with Broadcasts(lab) as frames:
-            for host in lab.hosts:
-                frames.send(host)
-            frames.listen(HEARD)
-            if holds(frames.census):
+            if _all_are_told(lab, frames, joined) and _each_is_told(lab, frames, joined):
                 return True
         lab.check()
         if time.monotonic() >= deadline:
             return False
+
+
+def _all_are_told(lab: "Lab", frames: Broadcasts, joined: Joined) -> bool:
+    for host in lab.hosts:
+        frames.send(host)
+    frames.listen(HEARD)
+    census = frames.census
+    return not census.circled() and all(census.copies[host][source, number] == joined(source, host)
+                                        for host in lab.hosts for source, number in census.sent if source != host)
+
+
+def _each_is_told(lab: "Lab", frames: Broadcasts, joined: Joined) -> bool:
+    """Others may get a copy too: a bridge that has just forgotten where the host is asks everywhere."""
+    meant = {}
+    for source, target in itertools.permutations(lab.hosts, 2):
+        if joined(source, target):
+            frames.send(source, bytes.fromhex(lab.mac(target).replace(":", "")))
+            meant[frames.census.sent[-1]] = target
+    frames.listen(HEARD)
+    census = frames.census
+    return not census.circled() and all(census.copies[target][one] == 1 for one, target in meant.items())
