@@ -79,12 +79,6 @@ def run_time(node: MeshNode, pid: int) -> float:
     return int(node.read_file(f"/proc/{pid}/schedstat").split()[0]) / 1e9
 
 
-def private_memory(node: MeshNode, pid: int) -> int:
-    """KiB that no other process shares."""
-    lines = node.read_file(f"/proc/{pid}/smaps_rollup").decode().splitlines()
-    return sum(int(line.split()[1]) for line in lines if line.startswith(("Private_Clean", "Private_Dirty")))
-
-
 @dataclass
 class Load:
     """Of a node with that many streams: processor seconds a period, and the library's times."""
@@ -194,10 +188,10 @@ def measure(build: Path, counts: tuple[int, ...], seconds: float) -> Figures:
         node = Node(lab)
         lab.wait(3)
         found.idle_kolt, found.idle_bridged = node.cost(seconds)
-        found.private_kib = private_memory(node.node, node.programs[1])
+        found.private_kib = node.node.private_memory(node.programs[1])
         node.wait_for_client()
         found.loads = [node.load(count, seconds) for count in counts]
-        found.full_kib = private_memory(node.node, node.programs[1])
+        found.full_kib = node.node.private_memory(node.programs[1])
     with Lab(topology.pair(2), Kolt(build, period=PERIOD)) as lab:
         up(lab)
         node = Node(lab)

@@ -16,6 +16,10 @@ from kolt_mesh.lab import Lab
 HOMES = [home.name for home in topology.shipped()]
 CASES = int(os.environ.get("KOLT_MESH_CASES") or 1)
 SETTLES = 20.0
+SIX_LINKS = topology.parse({
+    "nodes": {"a": {"mode": "FAP"}, "b": {"mode": "RE"}, "c": {"mode": "RE"}}, "hosts": {"h1": "a", "h2": "c"},
+    "links": [{"between": list(ends), "type": kind, "rate": "50mbit"}
+              for ends in ("ab", "bc") for kind in ("5g", "5g_2", "2.4g")]}, "six links")
 
 
 @pytest.fixture
@@ -150,3 +154,13 @@ def test_a_restarted_kolt_bridged_moves_neither_client_nor_stream(whole):
         assert (library.ask(node, "targets"), library.ask(node, "hd")) == (streams, clients)
         assert not download.result().broken
     assert set(streams.values()) == {fast} and clients["ports"] == {lab.mac("h1"): slow}
+
+
+def test_a_node_with_six_links_needs_less_than_two_mebibytes_for_kolt_bridged(whole):
+    lab = whole(SIX_LINKS)
+    node = lab.kind.nodes["b"]
+    for start in ("the first", "the next"):
+        assert node.private_memory(node.bridged.pid) < 2048, start
+        node.kill_program("kolt-bridged")
+        node.start_bridged()
+        assert frames.reachable(lab, SETTLES)

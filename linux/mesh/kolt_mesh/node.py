@@ -104,6 +104,11 @@ class MeshNode(Node):
             return int(fields[11]) + int(fields[12])
         return 0
 
+    def private_memory(self, pid: int) -> int:
+        """KiB of a program of the node that no other process shares."""
+        lines = self.read_file(f"/proc/{pid}/smaps_rollup").decode().splitlines()
+        return sum(int(line.split()[1]) for line in lines if line.startswith(("Private_Clean", "Private_Dirty")))
+
     def diagnosis(self) -> str:
         """The last lines of the log and the errors, for a person who wants to know what went wrong."""
         errors = [process.stderr.strip() for process in self.processes.values() if process.stderr.strip()]
