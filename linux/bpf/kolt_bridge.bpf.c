@@ -42,6 +42,14 @@ static __always_inline int is_link_local(const __u8 *dst) {
            dst[5] <= 0x0f;
 }
 
+// A node sends nothing but link-local frames by a port that is closed at its end: this one is from a host.
+static __always_inline int keep_out(__u32 ifindex) {
+    struct kolt_port_entry *port = bpf_map_lookup_elem(&ports, &ifindex);
+    if (port)
+        __sync_fetch_and_add(&port->foreign, 1);
+    return DROP;
+}
+
 // Sends a probe back as an echo, so that both directions of a link are proved whoever is alive behind its other end.
 static __always_inline int answer_probe(struct __sk_buff *skb) {
     const __u32 ifindex = skb->ifindex;
@@ -148,17 +156,17 @@ int kolt_ingress(struct __sk_buff *skb) {
     const __u32 word = port_word(skb->ifindex);
     if ((const void *)(head + ETH_HLEN) > end)
         return DROP;
-    if (is_group(head)) {
-        if (is_link_local(head))
-            return answer_probe(skb);
-        if (!has(word, KOLT_PORT_OPEN) || !allows(word, KOLT_PORT_ADMITS_SHIFT, word))
-            return DROP;
-        note_source(head + ETH_ALEN, word);
+    if (is_group(head) && is_link_local(head))
+        return answer_probe(skb);
+    if (!has(word, KOLT_PORT_OPEN))
+        return keep_out(skb->ifindex);
+    if (!is_group(head)) {
+        note_arrival(skb, head, end, word);
         return PASS;
     }
-    if (!has(word, KOLT_PORT_OPEN))
+    if (!allows(word, KOLT_PORT_ADMITS_SHIFT, word))
         return DROP;
-    note_arrival(skb, head, end, word);
+    note_source(head + ETH_ALEN, word);
     return PASS;
 }
 

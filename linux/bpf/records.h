@@ -5,7 +5,8 @@
 
 #include <linux/types.h>
 
-// Told apart in the pins: goes up with every change of a record below, or of what a map means.
+// Told apart in the pins: goes up with every change of a record below, or of what a map means, that an older process
+// would take for something else.
 enum { KOLT_LAYOUT_VERSION = 1 };
 
 enum {
@@ -19,7 +20,7 @@ enum {
 // machine. A word of 0 is an access port of class 0; where a program stands on such a port, nothing passes.
 struct kolt_port_entry {
     __u32 word;
-    __u32 unused; // values of an array stand 8 bytes apart in any case
+    __u32 foreign; // frames that no node sends, counted by the programs while the port is closed: those of hosts
 };
 
 enum {

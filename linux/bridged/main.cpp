@@ -68,6 +68,7 @@ void beat(uloop_timeout *timer) {
         if (self->bridges[i].ifindex == 0)
             continue;
         neighbours_hear(&self->bridges[i]);
+        neighbours_count_foreign(&self->bridges[i]);
         tree_tick(&self->bridges[i].links, node_now());
         settle(&self->bridges[i]);
     }
@@ -76,10 +77,6 @@ void beat(uloop_timeout *timer) {
 void second_passed(uloop_timeout *timer) {
     bridged *self = KOLT_CONTAINER_OF(timer, bridged_watches, second)->owner;
     (void)self->streams.sweep(node_now());
-    for (uint32_t i = 0; i < self->bridge_count; i++) {
-        if (self->bridges[i].ifindex != 0)
-            neighbours_count_foreign(&self->bridges[i]);
-    }
     (void)uloop_timeout_set(timer, SECOND_MS);
 }
 

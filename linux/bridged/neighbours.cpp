@@ -91,7 +91,6 @@ void frames_arrived(uloop_fd *watch, unsigned /*events*/) {
             continue;
         if (error != 0)
             break;
-        port->neighbour_frames++;
         neighbour_frame frame;
         if (frame_decode({bytes.data(), size}, &frame))
             take_frame(port, frame);
@@ -137,15 +136,8 @@ void neighbours_send(bridge_node *node) {
 
 void neighbours_count_foreign(bridge_node *node) {
     for (node_port &port : node->ports) {
-        const int slot = port.backhaul ? tree_slot(node->links, port.ifindex) : NO_SLOT;
-        if (slot == NO_SLOT || node->links.ports[static_cast<size_t>(slot)].role != ROLE_CLOSED)
-            continue;
-        const uint64_t packets = received_packets(port.name);
-        // Frames of neighbours were counted too.
-        if (packets > port.foreign_packets + port.neighbour_frames)
-            tree_port_foreign(&node->links, port.ifindex, node_now());
-        port.foreign_packets = packets;
-        port.neighbour_frames = 0;
+        if (port.backhaul)
+            tree_port_foreign(&node->links, port.ifindex, node->owner->programs.foreign(port.ifindex), node_now());
     }
 }
 

@@ -11,7 +11,7 @@ void neighbours_forget(node_port *port);
 // Sends every frame that the tree of this bridge has waiting.
 void neighbours_send(bridge_node *node);
 
-// Tells the tree on which of its ports frames other than those of neighbours have come in since the last time.
+// Tells the tree how many frames that no node sends its ports have kept out: to be called at each beat.
 void neighbours_count_foreign(bridge_node *node);
 
 // Tells the tree on which of the links whose echoes are late other frames have come in: to be called at each beat.

@@ -38,10 +38,8 @@ struct node_port {
     fdb_mac mac{};         // that its frames to neighbours come from: the bridge's, which they may learn
     raw_socket frames;
     uloop_fd watch = {};
-    uint64_t foreign_packets = 0;  // the interface's counter when it was last looked at
-    uint64_t neighbour_frames = 0; // of those since then
-    uint64_t heard_packets = 0;    // the counter at the last beat, while echoes are late
-    bridge_port_flags found;       // how the port was set before
+    uint64_t heard_packets = 0; // the interface's counter at the last beat, while echoes are late
+    bridge_port_flags found;    // how the port was set before
     bridge_node *node = nullptr;
 };
 

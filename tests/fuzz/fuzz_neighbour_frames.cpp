@@ -169,7 +169,7 @@ void act(tree *self, input *in) {
         tree_port_carrier(self, ifindex, (in->byte() & 1) != 0, self->now_ms);
         break;
     case 3:
-        tree_port_foreign(self, ifindex, self->now_ms + in->byte() * uint64_t{100});
+        tree_port_foreign(self, ifindex, in->byte(), self->now_ms + in->byte() * uint64_t{100});
         break;
     case 4:
         echo(self, ifindex, some_node(in));

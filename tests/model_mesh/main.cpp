@@ -23,7 +23,8 @@ constexpr struct {
              {"no-split-horizon", mutation::NO_SPLIT_HORIZON},
              {"old-record", mutation::OLD_RECORD},
              {"take-everywhere", mutation::TAKE_EVERYWHERE},
-             {"heard-alone", mutation::HEARD_ALONE}};
+             {"heard-alone", mutation::HEARD_ALONE},
+             {"old-frames", mutation::OLD_FRAMES}};
 
 struct options {
     bool long_form = false;

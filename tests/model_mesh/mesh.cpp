@@ -190,6 +190,7 @@ bool mesh::step(uint64_t limit_ms) {
             act = [this, i] {
                 input(static_cast<int>(i), [this, i](tree *state) {
                     hear(static_cast<int>(i), state);
+                    count_foreign(static_cast<int>(i), state);
                     tree_tick(state, now_ms);
                 });
             };

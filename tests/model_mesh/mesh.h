@@ -28,6 +28,7 @@ enum class mutation {
     OLD_RECORD,          // a new life begins with what the node was when the mesh had first settled
     TAKE_EVERYWHERE,     // group frames are taken on all links of a bundle
     HEARD_ALONE,         // what comes in keeps a link alive, whether the neighbour hears this node or not
+    OLD_FRAMES,          // what came in while a port was open counts as frames that no node sends
 };
 
 // When a frame arrives, if it does.
@@ -78,6 +79,8 @@ struct model_port {
     int end;
     uint64_t packets = 0;       // that have come in, as the kernel counts them
     uint64_t heard_packets = 0; // at the last beat, while echoes are late
+    uint32_t foreign = 0;       // frames of hosts that have been kept out
+    bool carried = false;       // such frames have come in while it was open, and not been counted
 };
 
 struct model_node {
@@ -143,6 +146,7 @@ private:
     std::optional<uint64_t> passage_ms(int link, int end, uint8_t kind);
     bool hosts_are_heard(int link, int end);
     void hear(int node, tree *state);
+    void count_foreign(int node, tree *state);
     void arrive(int link, int end);
     void receive(int node, uint32_t ifindex, const neighbour_frame &frame);
     void begin_life(int node, bool with_past);

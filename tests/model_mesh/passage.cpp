@@ -87,3 +87,23 @@ void mesh::hear(int index, tree *state) {
             tree_port_heard(state, port.ifindex, now_ms);
     }
 }
+
+// The programs keep frames of hosts out of closed ports, and kolt-bridged looks at each beat how many these were.
+// Hosts talk all the time, so that they come in wherever the other end lets them out.
+void mesh::count_foreign(int index, tree *state) {
+    for (model_port &port : nodes[at(index)].ports) {
+        const port_setting *out = setting(port.link, 1 - port.end);
+        const port_setting *in = setting(port.link, port.end);
+        const bool open = in != nullptr && (in->word.flags & PORT_OPEN) != 0;
+        const bool come = carries(port.link, 1 - port.end) && out != nullptr && (out->word.flags & PORT_OPEN) != 0;
+        port.foreign += come && !open ? 1 : 0;
+        port.carried |= come && open;
+        if (broken == mutation::OLD_FRAMES && port.carried && !open) {
+            tree_port &link = state->ports[at(tree_slot(*state, port.ifindex))];
+            link.foreign_since_ms = 1;
+            link.foreign_ms = now_ms;
+            port.carried = false;
+        }
+        tree_port_foreign(state, port.ifindex, port.foreign, now_ms);
+    }
+}

@@ -4,6 +4,10 @@
 
 namespace {
 
+constexpr uint64_t LONG_SILENCE_MS = 24000; // a silent neighbour is remembered for 20 s
+constexpr uint64_t MISSED_MS = 500;         // until a kolt-bridged that has died is missed
+constexpr uint64_t NOT_MISSED_MS = 100;
+
 // What a random schedule does to frames: nearly in order, out of order between links, and lost as well.
 schedule random_schedule(uint64_t seed) {
     constexpr struct {
@@ -80,6 +84,22 @@ public:
                 for (uint32_t seed = 1; seed <= how_.seeds_pair; seed++)
                     each_(begin({{0, first}, {gap, second}}, random_schedule(seed + count_ * 31 + gap)));
             }
+        }
+    }
+
+    // A link that returns when its ends have had the time to forget each other, whether their kolt-bridged lived until
+    // then or not. If one died unnoticed, and what it leaves open can be heard without hearing this end, none can tell.
+    void long_silences(const event &first) {
+        if (first.kind < happening::SILENCE || first.kind > happening::SILENCE_SECOND)
+            return;
+        const topology_link &link = where_.links[static_cast<size_t>(first.subject)];
+        const uint64_t gap_ms = first.kind == happening::SILENCE ? NOT_MISSED_MS : MISSED_MS;
+        const timed_event heal = {LONG_SILENCE_MS, {happening::HEAL, first.subject}};
+        for (const int dead : {-1, link.node[0], link.node[1]}) {
+            if (dead < 0)
+                each_(begin({{0, first}, heal}, {}));
+            else
+                each_(begin({{0, {happening::KILL, dead}}, {gap_ms, first}, heal}, {}));
         }
     }
 
@@ -178,5 +198,6 @@ void plan_cases(const topology &where, bool reversed, const effort &how, const s
         plan.singles(first);
         plan.pairs(first);
         plan.races(first);
+        plan.long_silences(first);
     }
 }

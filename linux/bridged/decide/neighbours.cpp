@@ -15,6 +15,21 @@ bool is_silent(const tree &self, const port_neighbour &one, uint32_t intervals) 
     return self.now_ms - one.heard_ms > span_ms(self, intervals);
 }
 
+bool somebody_talks(const tree &self, const tree_port &port) {
+    return std::any_of(port.neighbours.begin(), port.neighbours.end(), [&self](const port_neighbour &one) {
+        return one.mac != 0 && !is_silent(self, one, self.timing.dead);
+    });
+}
+
+// Whether its kolt-bridged was dead before the neighbour fell silent. Then nobody has closed the other end, and what
+// comes in from there may be frames of hosts behind it.
+bool fell_silent_frozen(const tree &self, const port_neighbour &one) {
+    if (one.mac == node_mac(self.id))
+        return false;
+    const tree_node *node = find_node(self, one.mac);
+    return node == nullptr || one.heard_ms > node->heard_ms + span_ms(self, self.timing.dead);
+}
+
 // The entry of the sender on the port, an old one of a port that it no longer has, or a new one; null when there is no
 // room. An echo does not say from which port it came: 0.
 port_neighbour *entry_of(const tree &self, tree_port *port, uint64_t mac, uint32_t number) {
@@ -40,6 +55,7 @@ port_neighbour *hear(const tree &self, tree_port *port, uint64_t mac, uint32_t n
     if (one == nullptr)
         return nullptr;
     one->heard_ms = self.now_ms;
+    port->foreign_since_ms = port->foreign_ms = 0;
     if (number != 0)
         one->port = number;
     return one;
@@ -204,6 +220,19 @@ bool hear_frame(tree *self, tree_port *port, const neighbour_frame &frame) {
     return true;
 }
 
+bool count_foreign(const tree &self, tree_port *port, uint32_t count) {
+    const bool more = port->foreign_counted && count != port->foreign;
+    port->foreign = count;
+    port->foreign_counted = true;
+    // Those of an open link may still arrive when its end has just been closed.
+    if (!more || somebody_talks(self, *port))
+        return false;
+    if (port->foreign_since_ms == 0)
+        port->foreign_since_ms = self.now_ms;
+    port->foreign_ms = self.now_ms;
+    return true;
+}
+
 void age_port(const tree &self, tree_port *port) {
     if (port->ifindex == 0 || !port->carrier)
         return;
@@ -212,13 +241,12 @@ void age_port(const tree &self, tree_port *port) {
         port->was_dead = true;
         port->echoes = 0;
     }
-    const bool others_talk =
-        std::any_of(port->neighbours.begin(), port->neighbours.end(), [&self](const port_neighbour &one) {
-            return one.mac != 0 && !is_silent(self, one, self.timing.dead);
-        });
+    const bool others_talk = somebody_talks(self, *port);
+    const bool hosts_talk = port->foreign_ms - port->foreign_since_ms >= span_ms(self, self.timing.quiet);
     for (port_neighbour &one : port->neighbours) {
-        const bool foreign = port->foreign_ms > one.heard_ms + span_ms(self, self.timing.dead);
-        if (one.mac != 0 && is_silent(self, one, self.timing.memory) && (others_talk || foreign))
+        if (one.mac == 0 || !is_silent(self, one, self.timing.memory))
+            continue;
+        if (others_talk || (hosts_talk && !fell_silent_frozen(self, one)))
             one = {};
     }
     if (!has_neighbours(*port) && self.now_ms - port->up_ms >= span_ms(self, self.timing.quiet))

@@ -40,6 +40,9 @@
 // Takes note of a frame's sender. False when nothing else in the frame may be used.
 [[nodiscard]] bool hear_frame(tree *self, tree_port *port, const neighbour_frame &frame);
 
+// Takes note of how many frames there were that no node sends. False when that changes nothing.
+[[nodiscard]] bool count_foreign(const tree &self, tree_port *port, uint32_t count);
+
 // What the passing of time alone changes on a port.
 void age_port(const tree &self, tree_port *port);
 

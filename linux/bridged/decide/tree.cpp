@@ -156,13 +156,13 @@ void tree_port_wish(tree *self, uint32_t ifindex, const port_wish &wish, uint64_
     decide(self);
 }
 
-void tree_port_foreign(tree *self, uint32_t ifindex, uint64_t now_ms) {
+void tree_port_foreign(tree *self, uint32_t ifindex, uint32_t count, uint64_t now_ms) {
     tree_port *port = find_port(self, ifindex);
     if (port == nullptr)
         return;
     advance(self, now_ms);
-    port->foreign_ms = self->now_ms;
-    decide(self);
+    if (count_foreign(*self, port, count))
+        decide(self);
 }
 
 void tree_port_heard(tree *self, uint32_t ifindex, uint64_t now_ms) {

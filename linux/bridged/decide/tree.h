@@ -68,7 +68,10 @@ struct tree_port {
     uint32_t first_sequence = 0; // of the probes since the carrier came
     uint64_t up_ms = 0;
     uint64_t echoed_ms = 0;
-    uint64_t foreign_ms = 0; // frames that no node sends came in
+    uint32_t foreign = 0; // frames that no node sends, as last counted
+    bool foreign_counted = false;
+    uint64_t foreign_since_ms = 0; // since when they come in while every neighbour is silent, 0 = they do not
+    uint64_t foreign_ms = 0;       // and when they last did
     std::array<port_neighbour, PORT_NEIGHBOURS> neighbours;
 };
 
@@ -173,9 +176,10 @@ void tree_port_remove(tree *self, uint32_t ifindex, uint64_t now_ms);
 void tree_port_carrier(tree *self, uint32_t ifindex, bool carrier, uint64_t now_ms);
 void tree_port_wish(tree *self, uint32_t ifindex, const port_wish &wish, uint64_t now_ms);
 
-// Frames other than those of neighbours came in by the port. Only then is it given to hosts after its neighbour has
-// been silent for long: a link that is dead in both directions stays closed, and may come back at any time.
-void tree_port_foreign(tree *self, uint32_t ifindex, uint64_t now_ms);
+// So many frames that no node sends have reached the port while it was closed: to be told at every beat. A port whose
+// neighbour has been silent for long is given to hosts only when such frames come in, and go on for as long as it takes
+// to hear a neighbour. A link that is dead in both directions stays closed, and may come back at any time.
+void tree_port_foreign(tree *self, uint32_t ifindex, uint32_t count, uint64_t now_ms);
 
 // Frames came in by the port since a while shorter than an interval. While the neighbour says that it hears this node,
 // echoes that fail to come are those of a full queue, and not of a dead link.

@@ -58,6 +58,12 @@ kolt_port kolt_programs::port(uint32_t ifindex) const {
     return kolt_port_of_word(__atomic_load_n(&ports_[ifindex].word, __ATOMIC_ACQUIRE));
 }
 
+uint32_t kolt_programs::foreign(uint32_t ifindex) const {
+    if (ports_ == nullptr || ifindex >= KOLT_MAX_PORTS)
+        return 0;
+    return __atomic_load_n(&ports_[ifindex].foreign, __ATOMIC_RELAXED);
+}
+
 bool kolt_programs::set_identity(uint32_t ifindex, const kolt_port_identity *identity) {
     kolt_port_identity value{};
     if (identity != nullptr) {

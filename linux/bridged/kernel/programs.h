@@ -74,6 +74,8 @@ public:
     // One store into the map's memory: a frame sees the old word or the new one. False: no such port number.
     bool set_port(uint32_t ifindex, const kolt_port &port);
     [[nodiscard]] kolt_port port(uint32_t ifindex) const;
+    // How many frames that no node sends a closed port has kept out so far; begins anew after 2^32.
+    [[nodiscard]] uint32_t foreign(uint32_t ifindex) const;
     // With what probes that arrive at the port are answered; a null pointer: no longer.
     bool set_identity(uint32_t ifindex, const kolt_port_identity *identity);
 

@@ -103,6 +103,25 @@ TEST(Mesh, RestartFromAnOldRecordLosesFrames) {
     }
 }
 
+// Two roots and a node between them: what joins the roots leads up for neither, and may be for hosts at both ends.
+const topology TWO_ROOTS = make_topology("two roots", "AbC", {"ab:5g", "bc:5g", "ca:ethernet"});
+
+// The ends of a link once took what it had carried for frames of hosts, and gave it to those.
+TEST(Mesh, LinkThatWasSilentForLongReturnsWithoutACircle) {
+    const std::vector<timed_event> silence = {{0, {happening::SILENCE, 2}}, {24000, {happening::HEAL, 2}}};
+    EXPECT_EQ(run(TWO_ROOTS, false, silence), "");
+    EXPECT_NE(run(TWO_ROOTS, false, silence, mutation::OLD_FRAMES), "");
+}
+
+// The end of a node without kolt-bridged stays open, and what its hosts send comes in at the other all the time.
+TEST(Mesh, LinkToADeadNodeThatLostOneDirectionForLongReturnsWithoutACircle) {
+    const topology where = make_topology("chain", "Abc", {"ab:5g", "ab:ethernet", "bc:5g", "bc:2.4g"});
+    for (const happening kind : {happening::SILENCE, happening::SILENCE_FIRST, happening::SILENCE_SECOND}) {
+        EXPECT_EQ(run(where, false, {{0, {happening::KILL, 2}}, {500, {kind, 3}}, {24000, {happening::HEAL, 3}}}), "")
+            << static_cast<int>(kind);
+    }
+}
+
 // Queues that have no room for an echo: what else comes in shows that the links live.
 TEST(Mesh, LinksThatOnlyLoseEchoesStayAsTheyAre) {
     const topology where = make_topology("triangle", "Abc", {"ab:5g", "ab:5g_2", "bc:5g", "ca:2.4g"});

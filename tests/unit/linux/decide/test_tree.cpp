@@ -226,30 +226,6 @@ TEST(Tree, PortThatHearsTheNodeItselfIsClosed) {
     EXPECT_EQ(node.role(10), ROLE_CLOSED);
 }
 
-TEST(Tree, SilentPortStaysClosedUntilOthersAreHeard) {
-    one_node node;
-    node.port(10, RELAY);
-    node.puppets.push_back({.ifindex = 10, .id = WORSE, .root = WORSE});
-    node.pass(1000);
-    node.puppets.clear();
-    node.pass(100000);
-    EXPECT_EQ(node.role(10), ROLE_CLOSED);
-    tree_port_foreign(&node.state, 10, node.now);
-    EXPECT_EQ(node.role(10), ROLE_ACCESS);
-}
-
-TEST(Tree, SilentPortIsForHostsAfterTheCarrierWasGone) {
-    one_node node;
-    node.port(10, RELAY);
-    node.puppets.push_back({.ifindex = 10, .id = WORSE, .root = WORSE});
-    node.pass(1000);
-    node.puppets.clear();
-    tree_port_carrier(&node.state, 10, false, node.now);
-    tree_port_carrier(&node.state, 10, true, node.now);
-    node.pass(450);
-    EXPECT_EQ(node.role(10), ROLE_ACCESS);
-}
-
 TEST(Tree, StateThatWasSaidEarlierIsIgnored) {
     one_node node;
     node.port(10, RELAY);

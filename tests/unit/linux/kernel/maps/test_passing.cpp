@@ -24,6 +24,23 @@ TEST_F(passing_test, NothingPassesAPortWithoutAWord) {
     }
 }
 
+TEST_F(passing_test, WhatAClosedPortKeepsOutIsCountedButForFramesOfTheLink) {
+    for (const std::string &frame : {BROADCAST_FRAME, MULTICAST_FRAME, UNICAST_FRAME, ip_frame{}.bytes()})
+        EXPECT_EQ(DROPPED, arrive(frame, one_));
+    EXPECT_EQ(PASSED, arrive(ethernet_frame(link_local(0x0e), SERVER, 0x88b5), one_));
+    EXPECT_EQ(DROPPED, leave(BROADCAST_FRAME, one_));
+    EXPECT_EQ(4U, programs_.foreign(one_));
+    EXPECT_EQ(0U, programs_.foreign(two_));
+    EXPECT_EQ(0U, programs_.foreign(KOLT_MAX_PORTS));
+}
+
+TEST_F(passing_test, WhatComesToAnOpenPortIsNotCountedAsKeptOut) {
+    programs_.set_port(one_, {.flags = KOLT_PORT_OPEN});
+    EXPECT_EQ(PASSED, arrive(UNICAST_FRAME, one_));
+    EXPECT_EQ(DROPPED, arrive(BROADCAST_FRAME, one_));
+    EXPECT_EQ(0U, programs_.foreign(one_));
+}
+
 TEST_F(passing_test, RightsWithoutOpenAreWorthNothing) {
     programs_.set_port(one_, {.group = 1, .flags = 0xe, .admits = 0xf, .accepts = 0xf});
     for (const std::string &frame : {BROADCAST_FRAME, MULTICAST_FRAME, UNICAST_FRAME, ip_frame{}.bytes()}) {

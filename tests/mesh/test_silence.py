@@ -1,0 +1,23 @@
+"""Links and programs that are silent for so long that the others draw conclusions from it."""
+from kolt_mesh import frames, topology
+from kolt_mesh.frames import Broadcasts
+from kolt_mesh.kolt import Kolt
+
+INTERVAL_MS = 30
+MEMORY = 200 * INTERVAL_MS / 1000  # of a neighbour that is silent, in seconds
+SETTLES = 20.0
+
+
+def test_a_link_that_was_silent_for_long_lets_nothing_circle_when_it_returns(make_lab):
+    link = "second-gateway ethernet"
+    lab = make_lab(topology.load("two-roots"), Kolt(kolt=False, options=("--interval", str(INTERVAL_MS))))
+    assert frames.reachable(lab, SETTLES)
+    with Broadcasts(lab) as counting:
+        counting.run(1.0, gap=0.01)  # so that the link has carried something before
+        lab.silence(link)
+        counting.run(MEMORY + 1.5, gap=0.05)
+        lab.restore(link)
+        counting.run(1.0)
+        counting.listen()
+    assert not counting.census.circled()
+    assert frames.reachable(lab, SETTLES)
