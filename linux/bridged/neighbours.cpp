@@ -148,7 +148,7 @@ void neighbours_hear(bridge_node *node) {
         if (slot == NO_SLOT)
             continue;
         const tree_port &link = node->links.ports[static_cast<size_t>(slot)];
-        if (!link.alive || now - link.echoed_ms <= node->links.timing.interval_ms) {
+        if (!link.alive || tree_time(node->links, now) - link.echoed_ms <= node->links.timing.interval_ms) {
             port.heard_packets = 0;
             continue;
         }

@@ -23,6 +23,11 @@ void require(bool holds) {
         abort();
 }
 
+// The tree's own time may be behind.
+uint64_t clock_of(const tree &self) {
+    return self.now_ms + self.slept_ms;
+}
+
 // Reads the input piece by piece; it may end anywhere.
 struct input {
     const uint8_t *data;
@@ -72,7 +77,7 @@ void check_record(const tree &self) {
     const auto record = std::make_unique<tree_record>();
     tree_save(self, record.get());
     const auto next = std::make_unique<tree>();
-    require(tree_take_over(next.get(), *record, node_mac(OWN_ID), 99, self.now_ms));
+    require(tree_take_over(next.get(), *record, node_mac(OWN_ID), 99, clock_of(self)));
     require(next->parent == self.parent || next->parent == 0);
     check_state(*next);
     check_words(*next);
@@ -99,7 +104,7 @@ void echo(tree *self, uint32_t ifindex, node_id by) {
     frame.port = ifindex;
     frame.sequence = self->ports[static_cast<size_t>(slot)].sequence;
     frame.echoed_by = by;
-    tree_receive(self, ifindex, frame, self->now_ms);
+    tree_receive(self, ifindex, frame, clock_of(*self));
 }
 
 // Bytes straight from the input: whole frames, which a fuzzer hardly ever hits upon, and the fields of a hello.
@@ -113,7 +118,7 @@ void receive(tree *self, uint32_t ifindex, input *in) {
         return;
     in->data += FRAME_MIN_SIZE;
     in->size -= FRAME_MIN_SIZE;
-    tree_receive(self, ifindex, frame, self->now_ms);
+    tree_receive(self, ifindex, frame, clock_of(*self));
 }
 
 node_id some_node(input *in) {
@@ -141,7 +146,7 @@ void hello(tree *self, uint32_t ifindex, input *in) {
                           .origin = grant && pending ? self->id : some_node(in),
                           .token = pending ? self->pending.token : in->byte()};
     }
-    tree_receive(self, ifindex, frame, self->now_ms);
+    tree_receive(self, ifindex, frame, clock_of(*self));
 }
 
 void start(tree *self) {
@@ -155,6 +160,12 @@ void start(tree *self) {
     }
 }
 
+// Up to two seconds, in steps that are short or too long for the tree.
+void pass(tree *self, uint8_t how) {
+    for (unsigned step = 0; step <= how / 16U; step++)
+        tree_tick(self, clock_of(*self) + how % 16U * uint64_t{8});
+}
+
 void act(tree *self, input *in) {
     const uint8_t what = in->byte();
     const uint32_t ifindex = FIRST_PORT + (what >> 4) % PORTS;
@@ -163,19 +174,19 @@ void act(tree *self, input *in) {
         receive(self, ifindex, in);
         break;
     case 1:
-        tree_tick(self, self->now_ms + in->byte() * uint64_t{4});
+        pass(self, in->byte());
         break;
     case 2:
-        tree_port_carrier(self, ifindex, (in->byte() & 1) != 0, self->now_ms);
+        tree_port_carrier(self, ifindex, (in->byte() & 1) != 0, clock_of(*self));
         break;
     case 3:
-        tree_port_foreign(self, ifindex, in->byte(), self->now_ms + in->byte() * uint64_t{100});
+        tree_port_foreign(self, ifindex, in->byte(), clock_of(*self) + in->byte());
         break;
     case 4:
         echo(self, ifindex, some_node(in));
         break;
     case 5:
-        tree_port_heard(self, ifindex, self->now_ms + in->byte());
+        tree_port_heard(self, ifindex, clock_of(*self) + in->byte());
         break;
     default:
         hello(self, ifindex, in);

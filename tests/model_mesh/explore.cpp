@@ -15,8 +15,9 @@ constexpr uint32_t HARMLESS_JITTER_MS = 100; // an interval: two echoes are neve
 const char *name_of(happening kind) {
     constexpr const char *NAMES[] = {"down",           "up",         "silence",     "silence_first", "silence_second",
                                      "late",           "late_first", "late_second", "no_echo",       "no_echo_first",
-                                     "no_echo_second", "heal",       "kill",        "start",         "power_off",
-                                     "power_on",       "rank",       "permit",      "regroup",       "crash"};
+                                     "no_echo_second", "heal",       "kill",        "start",         "sleep",
+                                     "wake",           "power_off",  "power_on",    "rank",          "permit",
+                                     "regroup",        "crash"};
     return NAMES[static_cast<size_t>(kind)];
 }
 
@@ -70,6 +71,12 @@ void happen_to_node(mesh *all, const event &what) {
     case happening::START:
         all->start_bridged(what.subject);
         break;
+    case happening::SLEEP:
+        all->sleep_bridged(what.subject);
+        break;
+    case happening::WAKE:
+        all->wake_bridged(what.subject);
+        break;
     case happening::POWER_OFF:
     case happening::POWER_ON:
         all->power(what.subject, what.kind == happening::POWER_ON);
@@ -105,7 +112,7 @@ bool frozen_may_be_lost(const mesh &all, const mesh_case &one) {
     const bool frozen = std::any_of(all.nodes.begin(), all.nodes.end(),
                                     [](const model_node &node) { return node.on && !node.running; });
     const bool only_kills = std::all_of(one.events.begin(), one.events.end(), [](const timed_event &event) {
-        return event.what.kind == happening::KILL || event.what.kind == happening::START;
+        return event.what.kind >= happening::KILL && event.what.kind <= happening::WAKE;
     });
     const bool links_live = one.frames.loss_permille == 0 && one.frames.jitter_ms < HARMLESS_JITTER_MS;
     return frozen && (!only_kills || !links_live || one.from_start);
@@ -176,7 +183,8 @@ std::vector<event> first_events(const topology &where) {
         int ports = 0;
         for (const topology_link &link : where.links)
             ports += link.node[0] == node || link.node[1] == node ? 1 : 0;
-        for (const happening kind : {happening::KILL, happening::START, happening::POWER_OFF, happening::RANK})
+        for (const happening kind :
+             {happening::KILL, happening::START, happening::SLEEP, happening::POWER_OFF, happening::RANK})
             events.push_back({kind, node});
         for (int port = 0; port <= ports; port++)
             events.push_back({happening::PERMIT, node, port});
@@ -208,6 +216,9 @@ std::vector<event> later_events(const topology &where, const event &first) {
         break;
     case happening::KILL:
         std::erase(events, event{happening::KILL, first.subject});
+        break;
+    case happening::SLEEP:
+        events.push_back({happening::WAKE, first.subject});
         break;
     case happening::POWER_OFF:
         events.push_back({happening::POWER_ON, first.subject});

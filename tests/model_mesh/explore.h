@@ -22,6 +22,8 @@ enum class happening {
     HEAL,  // the last of a link
     KILL,  // a node's kolt-bridged
     START, // and again, or at once if it has not been killed
+    SLEEP, // it gets no processor
+    WAKE,
     POWER_OFF,
     POWER_ON,
     RANK,    // the node is to be a root, or none any more

@@ -23,6 +23,8 @@ port_wish wish_of(const topology_link &link, int end) {
 void mesh::begin_life(int index, bool with_past) {
     model_node &node = nodes[at(index)];
     node.on = node.running = true;
+    node.asleep = false;
+    node.waiting.clear();
     node.lives++;
     node.crash_countdown = 0;
     node.seen_changes = UINT32_MAX;
@@ -71,8 +73,35 @@ void mesh::set_queues(int index, full_queue first, full_queue second) {
     links[at(index)].queue = {first, second};
 }
 
+void mesh::sleep_bridged(int index) {
+    model_node &node = nodes[at(index)];
+    if (!node.on || !node.running)
+        return;
+    kill_bridged(index); // what it knows is in its record at any time
+    node.asleep = true;
+}
+
+// Its timer has run out long ago and comes before what has arrived meanwhile.
+void mesh::wake_bridged(int index) {
+    model_node &node = nodes[at(index)];
+    if (!node.asleep)
+        return;
+    node.asleep = false;
+    node.running = true;
+    tick(index);
+    const std::vector<model_waiting> waiting = std::move(node.waiting);
+    node.waiting.clear();
+    for (const model_waiting &one : waiting) {
+        if (one.frame)
+            receive(index, one.ifindex, *one.frame);
+        else
+            input(index, [&](tree *state) { tree_port_carrier(state, one.ifindex, one.carrier, now_ms); });
+    }
+}
+
 void mesh::kill_bridged(int index) {
     model_node &node = nodes[at(index)];
+    node.asleep = false;
     if (!node.on || !node.running)
         return;
     if (broken != mutation::OLD_RECORD)
@@ -97,6 +126,7 @@ void mesh::power(int index, bool on) {
     if (node.on == on)
         return;
     node.on = on;
+    node.asleep = false;
     node.set = {};
     changed_ms = now_ms;
     if (on)
@@ -106,6 +136,8 @@ void mesh::power(int index, bool on) {
 
 void mesh::flip_rank(int index) {
     model_node &node = nodes[at(index)];
+    if (node.asleep)
+        return;
     const node_rank rank = rank_of(node.id) == NODE_RANK_ROOT ? NODE_RANK_EXTENDER : NODE_RANK_ROOT;
     node.id = node_mac(node.id) | node_id{rank} << NODE_RANK_SHIFT;
     input(index, [&](tree *state) { tree_set_rank(state, rank, now_ms); });
@@ -136,6 +168,8 @@ void mesh::regroup(int index, int chosen) {
 
 // Hands a frame to a node that is awake, which breaks the rule that is to be broken.
 void mesh::receive(int index, uint32_t ifindex, const neighbour_frame &frame) {
+    if (nodes[at(index)].asleep)
+        nodes[at(index)].waiting.push_back({.ifindex = ifindex, .frame = frame});
     input(index, [&](tree *state) {
         neighbour_frame read = frame;
         const pending_join waiting = state->pending;

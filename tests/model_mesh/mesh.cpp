@@ -175,7 +175,17 @@ void mesh::arrive(int link, int end) {
     send(link, 1 - end, frame.bytes.data(), frame.size);
 }
 
+void mesh::tick(int index) {
+    input(index, [this, index](tree *state) {
+        hear(index, state);
+        count_foreign(index, state);
+        tree_tick(state, now_ms);
+    });
+}
+
 void mesh::notice(const model_notice &one) {
+    if (nodes[at(one.node)].asleep)
+        nodes[at(one.node)].waiting.push_back({.ifindex = one.ifindex, .frame = {}, .carrier = one.carrier});
     input(one.node, [&](tree *state) { tree_port_carrier(state, one.ifindex, one.carrier, now_ms); });
 }
 
@@ -187,13 +197,7 @@ bool mesh::step(uint64_t limit_ms) {
         const uint64_t due = tree_next_ms(nodes[i].state);
         if (nodes[i].on && nodes[i].running && nodes[i].lives > 0 && due < next) {
             next = due;
-            act = [this, i] {
-                input(static_cast<int>(i), [this, i](tree *state) {
-                    hear(static_cast<int>(i), state);
-                    count_foreign(static_cast<int>(i), state);
-                    tree_tick(state, now_ms);
-                });
-            };
+            act = [this, i] { tick(static_cast<int>(i)); };
         }
     }
     if (!notices_.empty() && notices_.front().at_ms <= next) {

@@ -83,6 +83,13 @@ struct model_port {
     bool carried = false;       // such frames have come in while it was open, and not been counted
 };
 
+// What waits in a socket of a kolt-bridged that does not run at present: a frame, or else what has become of a carrier.
+struct model_waiting {
+    uint32_t ifindex;
+    std::optional<neighbour_frame> frame;
+    bool carrier = false;
+};
+
 struct model_node {
     tree state;
     port_settings set{};  // what the kernel has
@@ -90,6 +97,8 @@ struct model_node {
     std::vector<model_port> ports;
     bool on = true;
     bool running = true; // its kolt-bridged
+    bool asleep = false; // else: it was stopped, and goes on some time
+    std::vector<model_waiting> waiting;
     uint32_t lives = 0;
     uint32_t seen_changes = UINT32_MAX;
     uint32_t crash_countdown = 0; // of inputs that change a word; 0 = none is to come
@@ -118,6 +127,8 @@ public:
     void set_queues(int link, full_queue first, full_queue second);
     void kill_bridged(int node);
     void start_bridged(int node); // again, after the one that runs has been killed if there is one
+    void sleep_bridged(int node); // it gets no processor
+    void wake_bridged(int node);
     void arm_crash(int node, uint32_t countdown, crash_point point);
     void power(int node, bool on);
     void flip_rank(int node);
@@ -150,6 +161,7 @@ private:
     void arrive(int link, int end);
     void receive(int node, uint32_t ifindex, const neighbour_frame &frame);
     void begin_life(int node, bool with_past);
+    void tick(int node);
     void tell_carrier(int link, int end);
     bool step(uint64_t limit_ms);
     void notice(const model_notice &one);

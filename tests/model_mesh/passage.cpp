@@ -74,7 +74,7 @@ bool mesh::hosts_are_heard(int link, int end) {
 void mesh::hear(int index, tree *state) {
     for (model_port &port : nodes[at(index)].ports) {
         tree_port &link = state->ports[at(tree_slot(*state, port.ifindex))];
-        if (!link.alive || now_ms - link.echoed_ms <= state->timing.interval_ms) {
+        if (!link.alive || tree_time(*state, now_ms) - link.echoed_ms <= state->timing.interval_ms) {
             port.heard_packets = 0;
             continue;
         }

@@ -30,7 +30,8 @@ said_state state_of(const tree &self) {
 }
 
 void advance(tree *self, uint64_t now_ms) {
-    self->now_ms = std::max(self->now_ms, now_ms);
+    self->now_ms = tree_time(*self, now_ms);
+    self->slept_ms = std::max(self->slept_ms + self->now_ms, now_ms) - self->now_ms;
 }
 
 void say_to_all(tree *self) {
@@ -211,7 +212,12 @@ uint64_t tree_next_ms(const tree &self) {
         if (port.carrier && quiet_ms > self.now_ms)
             next = std::min(next, quiet_ms);
     }
-    return next;
+    return next + self.slept_ms;
+}
+
+uint64_t tree_time(const tree &self, uint64_t now_ms) {
+    const uint64_t awake_ms = std::max(now_ms, self.slept_ms) - self.slept_ms;
+    return std::max(self.now_ms, std::min(awake_ms, self.beat_ms));
 }
 
 bool tree_is_child_port(const tree &self, uint32_t ifindex) {

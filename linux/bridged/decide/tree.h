@@ -137,9 +137,10 @@ struct tree {
     uint8_t offer_kind = 0;
     uint64_t offer_since_ms = 0;
 
-    uint64_t now_ms = 0;
-    uint64_t beat_ms = 0; // when frames are due to all
-    uint32_t changes = 0; // goes up when a role, or who takes what where, is another
+    uint64_t now_ms = 0;   // the tree's own time, as all times in here
+    uint64_t beat_ms = 0;  // when frames are due to all
+    uint64_t slept_ms = 0; // by which that time is behind
+    uint32_t changes = 0;  // goes up when a role, or who takes what where, is another
 
     std::array<tree_port, TREE_PORTS> ports;
     size_t port_slots = 0; // those behind have never been used: most nodes have a few
@@ -188,10 +189,13 @@ void tree_port_heard(tree *self, uint32_t ifindex, uint64_t now_ms);
 // A frame arrived. Probes may be handed in or left out.
 void tree_receive(tree *self, uint32_t ifindex, const neighbour_frame &frame, uint64_t now_ms);
 
-// Time has passed. To be called at least at tree_next_ms. Frames that have arrived are to be handed in first: whoever
-// was asleep must not take the others for dead.
+// Time has passed. To be called at least at tree_next_ms. Until it is, the tree's own time stands still: whoever was
+// asleep has sent no probes and read no frames, and must not take the others for dead.
 void tree_tick(tree *self, uint64_t now_ms);
 [[nodiscard]] uint64_t tree_next_ms(const tree &self);
+
+// What time it is for the tree.
+[[nodiscard]] uint64_t tree_time(const tree &self, uint64_t now_ms);
 
 // The next frame to be sent; false when there is none left.
 [[nodiscard]] bool tree_take_frame(tree *self, tree_send *send);

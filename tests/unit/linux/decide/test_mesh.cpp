@@ -103,6 +103,21 @@ TEST(Mesh, RestartFromAnOldRecordLosesFrames) {
     }
 }
 
+// Whoever was held up once took all others for dead, since no echo had come of the probes that it had not sent.
+TEST(Mesh, WhoeverWasAsleepTakesNobodyForDead) {
+    const topology where = make_topology("chain", "Abc", {"ab:5g", "ab:5g_2", "bc:5g"});
+    mesh all = settled(where, false, mutation::NONE);
+    const uint64_t changed_ms = all.changed_ms;
+    all.sleep_bridged(1);
+    all.run_to(all.now_ms + 30000);
+    all.wake_bridged(1);
+    EXPECT_EQ(all.nodes[2].state.flags, NODE_BELOW_FROZEN);
+    all.run_to(all.now_ms + 5000);
+    EXPECT_EQ(all.nodes[2].state.flags, 0);
+    EXPECT_EQ(all.changed_ms, changed_ms);
+    EXPECT_EQ(who_is_lost(all, false), "");
+}
+
 // Two roots and a node between them: what joins the roots leads up for neither, and may be for hosts at both ends.
 const topology TWO_ROOTS = make_topology("two roots", "AbC", {"ab:5g", "bc:5g", "ca:ethernet"});
 

@@ -75,7 +75,7 @@ void bridged_life::live(const std::function<void(one_node &)> &events, size_t pl
         play->now = node_now();
     }
     play->state = of.links;
-    play->now = std::max(play->now, of.links.now_ms);
+    play->now = std::max(play->now, of.links.now_ms + of.links.slept_ms);
     events(*play);
     of.links = play->state;
 }
