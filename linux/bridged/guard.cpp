@@ -26,14 +26,8 @@ void remember_found(bridge_node *node, node_port *port) {
 }
 
 bool put_programs_on(const bridge_node *node, const node_port &port) {
-    kolt_port_identity identity{};
-    for (unsigned i = 0; i < sizeof(identity.node); i++)
-        identity.node[i] = static_cast<uint8_t>(node->links.id >> (8 * (sizeof(identity.node) - 1 - i)));
-    memcpy(identity.mac, port.mac.data(), sizeof(identity.mac));
-    identity.valid = 1;
     kolt_reason why;
-    kolt_programs &programs = node->owner->programs;
-    if (programs.attach(port.ifindex, &why) && programs.set_identity(port.ifindex, &identity))
+    if (node->owner->programs.attach(port.ifindex, &why) && guard_identify(node, port))
         return true;
     KOLT_ERROR_AS("guard_port", "%s: refused: %s", port.name, why.text);
     return false;
@@ -50,6 +44,15 @@ bool open_again(const bridge_node *node, const node_port &port) {
 }
 
 } // namespace
+
+bool guard_identify(const bridge_node *node, const node_port &port) {
+    kolt_port_identity identity{};
+    for (unsigned i = 0; i < sizeof(identity.node); i++)
+        identity.node[i] = static_cast<uint8_t>(node->links.id >> (8 * (sizeof(identity.node) - 1 - i)));
+    memcpy(identity.mac, port.mac.data(), sizeof(identity.mac));
+    identity.valid = 1;
+    return node->owner->programs.set_identity(port.ifindex, &identity);
+}
 
 bool guard_port(bridge_node *node, node_port *port) {
     remember_found(node, port);

@@ -7,6 +7,9 @@
 // False when that cannot be; a line in the log says why, and the bridge is to keep the port shut.
 [[nodiscard]] bool guard_port(bridge_node *node, node_port *port);
 
+// Tells the programs who answers probes on the port, and from which address. False: no such port number.
+bool guard_identify(const bridge_node *node, const node_port &port);
+
 // A port that is shut has changed: the kernel may have opened it.
 void guard_keep_shut(const bridge_node *node, const node_port &port);
 

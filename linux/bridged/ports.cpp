@@ -125,8 +125,25 @@ void bridge_gone(bridge_node *node) {
     node->ifindex = 0;
 }
 
+// The node stays who it is. An address that the bridge does not have any more may be learnt nowhere.
+void follow_address(bridge_node *node, const fdb_mac &mac) {
+    if (mac == node->mac || mac == fdb_mac{})
+        return;
+    node->mac = mac;
+    for (node_port &port : node->ports) {
+        port.mac = mac;
+        if (port.guarded)
+            (void)guard_identify(node, port);
+    }
+}
+
 void bridge_came(bridge_node *node, const link_info &link) {
-    if (node->ifindex == link.index || !refusal_allows_bridge(node, link.index))
+    if (node->ifindex == link.index) {
+        follow_address(node, link.mac);
+        return;
+    }
+    // One that was emptied has no address until a port joins, which is announced.
+    if (link.mac == fdb_mac{} || !refusal_allows_bridge(node, link.index))
         return;
     if (node->ifindex != 0)
         bridge_gone(node);

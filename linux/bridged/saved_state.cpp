@@ -57,12 +57,7 @@ bool saved_state_read(bridge_node *node, uint64_t seed) {
     char path[PATH_SIZE];
     file_name(node, "tree", node->name, path);
     tree_record record;
-    if (!read_whole(path, &record, sizeof(record)))
-        return false;
-    uint64_t own_mac = 0;
-    for (uint8_t octet : node->mac)
-        own_mac = own_mac << 8 | octet;
-    return tree_take_over(&node->links, record, own_mac, seed, node_now());
+    return read_whole(path, &record, sizeof(record)) && tree_take_over(&node->links, record, seed, node_now());
 }
 
 void saved_state_remove(bridge_node *node) {

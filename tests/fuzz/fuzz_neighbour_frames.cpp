@@ -77,7 +77,7 @@ void check_record(const tree &self) {
     const auto record = std::make_unique<tree_record>();
     tree_save(self, record.get());
     const auto next = std::make_unique<tree>();
-    require(tree_take_over(next.get(), *record, node_mac(OWN_ID), 99, clock_of(self)));
+    require(tree_take_over(next.get(), *record, 99, clock_of(self)));
     require(next->parent == self.parent || next->parent == 0);
     check_state(*next);
     check_words(*next);

@@ -74,7 +74,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         change(record.get(), &input);
     make_sum_fit(record.get());
     const auto self = std::make_unique<tree>();
-    if (!tree_take_over(self.get(), *record, node_mac(OWN_ID), 99, START_MS))
+    if (!tree_take_over(self.get(), *record, 99, START_MS))
         return 0;
     live_on(self.get());
     tree_port_carrier(self.get(), 10, false, START_MS + 3000);

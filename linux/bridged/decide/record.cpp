@@ -91,12 +91,11 @@ void resume_node(const saved_node &saved, uint64_t now_ms, tree_node *node) {
     node->heard_ms = now_ms;
 }
 
-bool is_whole(const tree_record &record, uint64_t own_mac) {
+bool is_whole(const tree_record &record) {
     const bool slots = std::all_of(record.taking_slot.begin(), record.taking_slot.end(),
                                    [](int8_t slot) { return slot >= NO_SLOT && slot < static_cast<int>(TREE_PORTS); });
     return record.magic == TREE_RECORD_MAGIC && record.record_version == TREE_RECORD_VERSION &&
-           record.size == sizeof record && record.checksum == checksum_of(record) && node_mac(record.id) == own_mac &&
-           slots;
+           record.size == sizeof record && record.checksum == checksum_of(record) && node_mac(record.id) != 0 && slots;
 }
 
 } // namespace
@@ -123,8 +122,8 @@ void tree_save(const tree &self, tree_record *record) {
     record->checksum = checksum_of(*record);
 }
 
-bool tree_take_over(tree *self, const tree_record &record, uint64_t own_mac, uint64_t seed, uint64_t now_ms) {
-    if (!is_whole(record, own_mac))
+bool tree_take_over(tree *self, const tree_record &record, uint64_t seed, uint64_t now_ms) {
+    if (!is_whole(record))
         return false;
     tree_start(self, record.id, record.incarnation, seed, now_ms);
     self->version = record.version;

@@ -69,8 +69,8 @@ struct tree_record {
 // Two records are equal when their bytes are.
 void tree_save(const tree &self, tree_record *record);
 
-// Resumes where the record ends: same parent, root and hops, same roles and permissions, so that nothing moves. False,
-// and nothing taken over, when the record is not whole, of another layout or of another node (a MAC of its own, 48
-// bits, without the rank). Ports that are gone are to be removed, new ones added, and changed carriers told afterwards.
-[[nodiscard]] bool tree_take_over(tree *self, const tree_record &record, uint64_t own_mac, uint64_t seed,
-                                  uint64_t now_ms);
+// Resumes where the record ends: same node, parent, root and hops, same roles and permissions, so that nothing moves;
+// the bridge from whose address the node once got its id may have another one by now. False, and nothing taken over,
+// when the record is not whole, of another layout or of nobody. Ports that are gone are to be removed, new ones added,
+// and changed carriers told afterwards.
+[[nodiscard]] bool tree_take_over(tree *self, const tree_record &record, uint64_t seed, uint64_t now_ms);

@@ -26,10 +26,10 @@ protected:
                                  .taking = {50, 50}});
         node_.pass(1000);
     }
-    bool take_over(const tree_record &record, uint64_t mac = node_mac(OWN_ID)) {
+    bool take_over(const tree_record &record) {
         node_.state = {};
         node_.now += 5000;
-        if (!tree_take_over(&node_.state, record, mac, 0xabcd0000, node_.now))
+        if (!tree_take_over(&node_.state, record, 0xabcd0000, node_.now))
             return false;
         for (const uint32_t ifindex : {10U, 11U, 12U})
             node_.port(ifindex, RELAY);
@@ -115,7 +115,7 @@ TEST_F(Record, StaysTheSameWhileNothingMoves) {
     EXPECT_NE(memcmp(&before, &cut, sizeof before), 0);
 }
 
-TEST_F(Record, OfAnotherNodeOrLayoutIsRefused) {
+TEST_F(Record, OfNobodyOrOfAnotherLayoutIsRefused) {
     const tree_record good = saved();
     tree_record bad = good;
     bad.magic++;
@@ -126,7 +126,8 @@ TEST_F(Record, OfAnotherNodeOrLayoutIsRefused) {
     bad = good;
     bad.size--;
     EXPECT_FALSE(take_over(bad));
-    EXPECT_FALSE(take_over(good, node_mac(OWN_ID) + 1));
+    node_.state.id = make_node_id(NODE_RANK_EXTENDER, std::array<uint8_t, 6>{}.data());
+    EXPECT_FALSE(take_over(saved()));
 }
 
 TEST_F(Record, WithAnyByteDamagedIsRefused) {

@@ -115,12 +115,12 @@ void make_wire(const std::string &near, const std::string &far, uint32_t mtu, ui
     request.send("cannot make the wire " + near);
 }
 
-void make_bridge(const std::string &name) {
-    // Of its own, or it would change with the ports.
+void make_bridge(const std::string &name, bool own_address) {
     const uint8_t mac[] = {0x02, 0, 0, 0, 0xb0, static_cast<uint8_t>(name.back())};
     route_request request(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, 0);
     mnl_attr_put_strz(request.message(), IFLA_IFNAME, name.c_str());
-    mnl_attr_put(request.message(), IFLA_ADDRESS, sizeof mac, mac);
+    if (own_address)
+        mnl_attr_put(request.message(), IFLA_ADDRESS, sizeof mac, mac);
     nlattr *info = mnl_attr_nest_start(request.message(), IFLA_LINKINFO);
     mnl_attr_put_strz(request.message(), IFLA_INFO_KIND, "bridge");
     nlattr *data = mnl_attr_nest_start(request.message(), IFLA_INFO_DATA);
@@ -128,6 +128,12 @@ void make_bridge(const std::string &name) {
     mnl_attr_nest_end(request.message(), data);
     mnl_attr_nest_end(request.message(), info);
     request.send("cannot make the bridge " + name);
+}
+
+void set_address(const std::string &name, const std::array<uint8_t, 6> &mac) {
+    route_request request(RTM_SETLINK, 0, index_of(name));
+    mnl_attr_put(request.message(), IFLA_ADDRESS, mac.size(), mac.data());
+    request.send("cannot give an address to " + name);
 }
 
 void put_into_bridge(const std::string &port, const std::string &bridge) {

@@ -1,19 +1,22 @@
 // A bridge, its ports and the far ends of their wires, in the test's namespace.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 // Requests to route netlink that have to succeed.
 void make_wire(const std::string &near, const std::string &far, uint32_t mtu = 1500, uint32_t near_index = 0);
-void make_bridge(const std::string &name);
+// With an address of its own, or one that changes with the ports.
+void make_bridge(const std::string &name, bool own_address = true);
 void put_into_bridge(const std::string &port, const std::string &bridge);
 void take_out_of_bridge(const std::string &port);
 void bring_up(const std::string &name);
 void bring_down(const std::string &name);
 void rename_interface(const std::string &name, const std::string &to);
 void remove_interface(const std::string &name);
+void set_address(const std::string &name, const std::array<uint8_t, 6> &mac);
 // The queueing discipline that had clsact's place before there was clsact.
 void put_ingress_qdisc(const std::string &name);
 

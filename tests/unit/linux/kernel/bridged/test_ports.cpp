@@ -11,6 +11,8 @@
 
 namespace {
 
+constexpr mac_address ANOTHER = {0x02, 0, 0, 0, 0xb7, 0x77};
+
 class ports_test : public bridged_test {
 protected:
     [[nodiscard]] bool knows(uint32_t ifindex, size_t place = 0) {
@@ -106,6 +108,22 @@ TEST_F(ports_test, BridgeThatGetsTheNameBringsItsPorts) {
     rename_interface("br7", "br0");
     EXPECT_TRUE(life_.hear_until([this] { return knows(port(FAST_LINK)); }));
     EXPECT_TRUE(kolt_programs::attached(port(FAST_LINK)));
+}
+
+TEST_F(ports_test, NodeStaysWhoItIsWhenItsBridgeGetsAnotherAddress) {
+    const node_id id = life_.node().links.id;
+    join();
+    set_address("br0", ANOTHER);
+    ASSERT_TRUE(life_.hear_until([this] { return life_.node().mac == ANOTHER; }));
+    EXPECT_EQ(life_.node().links.id, id);
+    EXPECT_EQ(life_.node().links.parent, node_mac(BEST));
+    EXPECT_EQ(node_find_port(&life_.node(), "p1")->mac, ANOTHER) << "its frames come from an address that it has";
+    wires_.end(FAST_LINK).send(probe(SERVER));
+    const std::string from(ANOTHER.begin(), ANOTHER.end());
+    EXPECT_TRUE(comes_true([&] {
+        const std::string answer = wires_.end(FAST_LINK).receive(0);
+        return answer.size() > 15 && answer[15] == KOLT_NEIGHBOUR_ECHO && answer.substr(6, 6) == from;
+    }));
 }
 
 // The same node with a second bridge.
@@ -205,6 +223,36 @@ TEST_F(next_life_test, GoesOnWhereTheOneBeforeEnded) {
     EXPECT_EQ(life->node().links.parent, node_mac(BEST));
     EXPECT_EQ(life->word(port(FAST_LINK)).accepts, 3);
     EXPECT_EQ(life->word(port(SLOW_LINK)).flags & KOLT_PORT_OPEN, KOLT_PORT_OPEN);
+}
+
+TEST_F(next_life_test, IsTheSameNodeWhenTheBridgeGotAnotherAddressMeanwhile) {
+    first_life();
+    const node_id id = begin()->node().links.id;
+    set_address("br0", ANOTHER);
+    const auto life = begin();
+    EXPECT_EQ(life->node().links.id, id);
+    EXPECT_EQ(life->node().links.parent, node_mac(BEST));
+    EXPECT_EQ(life->word(port(FAST_LINK)).accepts, 3);
+}
+
+TEST_F(next_life_test, TakesABridgeWithoutAnAddressWhenItHasOne) {
+    remove_interface("br0");
+    make_bridge("br0", false);
+    put_into_bridge("p1", "br0");
+    take_out_of_bridge("p1"); // and the address with it
+    const auto life = begin();
+    EXPECT_EQ(life->node().ifindex, 0U);
+    const auto knows = [&] { return node_find_port_index(&life->node(), port(FAST_LINK)) != nullptr; };
+    put_into_bridge("p1", "br0");
+    ASSERT_TRUE(life->hear_until(knows));
+    const node_id id = life->node().links.id;
+    EXPECT_NE(node_mac(id), 0U);
+    take_out_of_bridge("p1");
+    ASSERT_TRUE(life->hear_until([&] { return !knows(); }));
+    put_into_bridge("p1", "br0");
+    ASSERT_TRUE(life->hear_until(knows));
+    EXPECT_EQ(life->node().links.id, id);
+    EXPECT_NE(life->node().mac, fdb_mac{});
 }
 
 TEST_F(next_life_test, ForgetsAPortThatWentMeanwhile) {
