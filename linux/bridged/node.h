@@ -35,6 +35,7 @@ struct node_port {
     bool guarded = false;  // the programs stand on it
     bool shut = false;     // they cannot: the bridge itself keeps it closed
     bool listened = false; // in the loop
+    bool unset = false;    // the bridge has not taken what it was set to last
     fdb_mac mac{};         // that its frames to neighbours come from: the bridge's, which they may learn
     raw_socket frames;
     uloop_fd watch = {};
@@ -64,6 +65,7 @@ struct bridge_node {
     uint32_t seen_changes = 0;
     uint64_t seen_parent = 0; // MAC
     tree_record saved{};      // as it stands in its file
+    uint64_t save_again_ms = 0;
     std::array<node_port, MAX_NODE_PORTS> ports;
     std::array<placed_client, MAX_CLIENTS> clients{};
     size_t client_count = 0;

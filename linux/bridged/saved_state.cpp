@@ -14,6 +14,7 @@
 namespace {
 
 constexpr size_t PATH_SIZE = 96;
+constexpr uint64_t SAVE_AGAIN_MS = 1000; // what is in the way of a file stays there for a while
 
 struct saved_flags {
     uint32_t version = 1;
@@ -41,16 +42,26 @@ bool read_whole(const char *path, void *record, size_t size) {
 
 } // namespace
 
-void saved_state_write(bridge_node *node) {
+bool saved_state_write(bridge_node *node) {
     static_assert(sizeof(tree_record) < size_t{64} * 1024);
     tree_record record;
     tree_save(node->links, &record);
     if (memcmp(&record, &node->saved, sizeof(record)) == 0)
-        return;
+        return true;
     char path[PATH_SIZE];
     file_name(node, "tree", node->name, path);
-    if (replace_file(path, reinterpret_cast<const char *>(&record), sizeof(record)))
+    if (node_now() < node->save_again_ms)
+        return false;
+    if (replace_file(path, reinterpret_cast<const char *>(&record), sizeof(record))) {
         node->saved = record;
+        return true;
+    }
+    node->saved = {};
+    if (unlink(path) == 0 || errno == ENOENT)
+        return true;
+    KOLT_ERROR("%s: opens nothing before its file is written", node->name);
+    node->save_again_ms = node_now() + SAVE_AGAIN_MS;
+    return false;
 }
 
 bool saved_state_read(bridge_node *node, uint64_t seed) {

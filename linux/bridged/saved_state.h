@@ -4,8 +4,10 @@
 
 #include "bridged/node.h"
 
-// Writes the state of this bridge when it differs from what was written last.
-void saved_state_write(bridge_node *node);
+// Writes the state of this bridge when it differs from what was written last, or, where it cannot, removes what was:
+// without it the next process begins anew, which is safe. False when that cannot be done either, and the next process
+// would go on from an earlier state.
+[[nodiscard]] bool saved_state_write(bridge_node *node);
 
 // Takes over what an earlier process left: true when the tree goes on from there.
 [[nodiscard]] bool saved_state_read(bridge_node *node, uint64_t seed);

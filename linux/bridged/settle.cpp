@@ -83,6 +83,52 @@ void new_parent(bridge_node *node) {
         clients_announce(node);
 }
 
+// What a port is set to after the step. When the bridge has not taken it that is nothing that can be wished, so that it
+// is set again.
+port_setting outcome_of(bridge_node *node, port_setting step) {
+    const node_port *port = node_find_port_index(node, step.ifindex);
+    if (port == nullptr || !port->unset)
+        return step;
+    port_flooding &now = step.flooding;
+    now = {.flood = !now.flood,
+           .mcast_flood = !now.mcast_flood,
+           .bcast_flood = !now.bcast_flood,
+           .learning = !now.learning,
+           .mcast_router = !now.mcast_router};
+    return step;
+}
+
+void stay_closed(bridge_node *node, const port_plan &plan) {
+    for (port_setting &setting : node->set) {
+        for (size_t i = 0; i < plan.closing_count; i++) {
+            if (plan.closing[i].ifindex == setting.ifindex)
+                setting = outcome_of(node, plan.closing[i]);
+        }
+    }
+}
+
+// False when a part has to wait: what the file does not say is told to nobody, and opens nothing.
+bool bring_to(bridge_node *node, const port_settings &to, bool moved) {
+    port_plan plan;
+    port_plan_make(node->set, to, &plan);
+    close_ports(node, plan, to);
+    if (!saved_state_write(node)) {
+        stay_closed(node, plan);
+        return false;
+    }
+    node->seen_changes = node->links.changes;
+    neighbours_send(node);
+    open_ports(node, plan);
+    for (size_t i = 0; i < to.size(); i++)
+        node->set[i] = outcome_of(node, to[i]);
+    if (node->seen_parent != node->links.parent)
+        new_parent(node);
+    else if (moved)
+        clients_place(node);
+    report_links(node->owner);
+    return true;
+}
+
 // The beat comes when the first of the trees wants it.
 void wake_for(bridge_node *node) {
     bridged *owner = node->owner;
@@ -97,14 +143,16 @@ void wake_for(bridge_node *node) {
 } // namespace
 
 void settle_port(bridge_node *node, const port_setting &setting) {
-    const node_port *port = node_find_port_index(node, setting.ifindex);
+    node_port *port = node_find_port_index(node, setting.ifindex);
     if (port == nullptr)
         return; // it has gone, and its word with it
     (void)node->owner->programs.set_port(setting.ifindex, program_word(setting.word));
     const int error = bridge_port_set(node->owner->rtnl, setting.ifindex, bridge_flags(setting.flooding));
-    if (error != 0 && error != ENODEV && error != EOPNOTSUPP)
+    const bool failed = error != 0 && error != ENODEV && error != EOPNOTSUPP;
+    if (failed && !port->unset)
         KOLT_ERROR("%s: cannot set what the bridge sends there: %s", port->name,
                    node->owner->rtnl.last_error().text.data());
+    port->unset = failed;
 }
 
 void settle_move_off(bridge_node *node, const port_settings &from, uint32_t ifindex) {
@@ -117,21 +165,8 @@ void settle(bridge_node *node) {
     port_settings to{};
     port_words(node->links, &to);
     const bool moved = to != node->set;
-    if (moved || node->links.changes != node->seen_changes) {
-        node->seen_changes = node->links.changes;
-        port_plan plan;
-        port_plan_make(node->set, to, &plan);
-        close_ports(node, plan, to);
-        saved_state_write(node);
+    const bool changed = moved || node->links.changes != node->seen_changes;
+    if (!changed || bring_to(node, to, moved))
         neighbours_send(node);
-        open_ports(node, plan);
-        node->set = to;
-        if (node->seen_parent != node->links.parent)
-            new_parent(node);
-        else if (moved)
-            clients_place(node);
-        report_links(node->owner);
-    }
-    neighbours_send(node);
     wake_for(node);
 }

@@ -49,7 +49,7 @@ protected:
         node.join({.ifindex = 10});
         ASSERT_EQ(node.state.parent, node_mac(BEST));
         node_.links = node.state;
-        saved_state_write(&node_);
+        ASSERT_TRUE(saved_state_write(&node_));
     }
     // Whether the tree of a new process goes on from the file.
     [[nodiscard]] bool goes_on() {
@@ -80,10 +80,10 @@ TEST_F(SavedState, TreeGoesOnFromItsFile) {
 TEST_F(SavedState, TreeIsWrittenOnlyWhenItIsAnother) {
     write_child();
     ASSERT_TRUE(fs::remove(TREE_FILE));
-    saved_state_write(&node_);
+    EXPECT_TRUE(saved_state_write(&node_));
     EXPECT_FALSE(fs::exists(TREE_FILE));
     tree_set_follow(&node_.links, true, 1);
-    saved_state_write(&node_);
+    EXPECT_TRUE(saved_state_write(&node_));
     EXPECT_TRUE(fs::exists(TREE_FILE));
 }
 
@@ -124,7 +124,7 @@ TEST_F(SavedState, RemovedTreeIsForgotten) {
     EXPECT_FALSE(fs::exists(TREE_FILE));
     saved_state_remove(&node_);
     EXPECT_THAT(logged(), IsEmpty());
-    saved_state_write(&node_);
+    EXPECT_TRUE(saved_state_write(&node_));
     EXPECT_TRUE(fs::exists(TREE_FILE)) << "the same once more";
 }
 
@@ -135,7 +135,7 @@ TEST_F(SavedState, WhatCannotBeWrittenIsToldAndTriedAgain) {
     saved_port_write(&node_, port_);
     EXPECT_EQ(logged().size(), 2U);
     fs::create_directory("/tmp/run");
-    saved_state_write(&node_);
+    EXPECT_TRUE(saved_state_write(&node_));
     EXPECT_TRUE(fs::exists(TREE_FILE));
 }
 

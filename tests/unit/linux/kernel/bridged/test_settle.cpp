@@ -3,15 +3,47 @@
 
 #include "bridged/clients.h"
 #include "linux/support/bridged_test.h"
+#include "support/log_capture.h"
 
 #include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
 
 using testing::IsEmpty;
 using testing::Not;
 using testing::UnorderedElementsAre;
 
+// In place of setting the flags of a bridge's port, which the kernel does not refuse at the moment that a test wants.
+int asked_port_set(rtnl_socket &rtnl, uint32_t ifindex, const bridge_port_flags &flags) asm(
+    "__wrap__Z15bridge_port_setR11rtnl_socketjRK17bridge_port_flags");
+int real_port_set(rtnl_socket &rtnl, uint32_t ifindex,
+                  const bridge_port_flags &flags) asm("__real__Z15bridge_port_setR11rtnl_socketjRK17bridge_port_flags");
+
+namespace {
+bool refuses = false;
+}
+
+int asked_port_set(rtnl_socket &rtnl, uint32_t ifindex, const bridge_port_flags &flags) {
+    return refuses ? EBUSY : real_port_set(rtnl, ifindex, flags);
+}
+
 namespace {
 
+class bridge_that_refuses {
+public:
+    bridge_that_refuses() {
+        refuses = true;
+    }
+    ~bridge_that_refuses() {
+        refuses = false;
+    }
+    bridge_that_refuses(const bridge_that_refuses &) = delete;
+    bridge_that_refuses &operator=(const bridge_that_refuses &) = delete;
+};
+
+constexpr char TREE_FILE[] = "/run/kolt-bridged/tree.br0";
 constexpr bridge_port_flags SENDS_ALL = {};
 constexpr uint8_t UPWARD = KOLT_PORT_OPEN | KOLT_PORT_NEED_HA | KOLT_PORT_GUARDED;
 constexpr kolt_port CARRYING = {.group = GROUP_UP, .flags = UPWARD, .admits = 3, .accepts = 3, .class_ = 0};
@@ -130,6 +162,61 @@ TEST_F(settle_test, PlaceInTheTreeIsKeptInAFile) {
     tree_save(life_.node().links, &kept);
     EXPECT_EQ(memcmp(&kept, &life_.node().saved, sizeof kept), 0);
     EXPECT_EQ(access("/run/kolt-bridged/tree.br0", F_OK), 0);
+}
+
+TEST_F(settle_test, WhatTheBridgeDidNotTakeIsToldOnceAndTriedAgain) {
+    clear_log();
+    {
+        const bridge_that_refuses all;
+        join();
+        settle(&life_.node());
+    }
+    EXPECT_EQ(life_.word(port(FAST_LINK)), CARRYING) << "the programs go by their own";
+    EXPECT_EQ(life_.port(port(FAST_LINK)).flags, SENDS_NOTHING);
+    EXPECT_EQ(std::ranges::count_if(logged_texts(),
+                                    [](const std::string &text) { return text.find("p1") != std::string::npos; }),
+              1);
+    settle(&life_.node());
+    EXPECT_EQ(life_.port(port(FAST_LINK)).flags, SENDS_ALL);
+    (void)life_.announced_ports();
+    settle(&life_.node());
+    EXPECT_THAT(life_.announced_ports(), IsEmpty());
+}
+
+TEST_F(settle_test, PortThatTheBridgeDidNotCloseIsClosedLater) {
+    join();
+    {
+        const bridge_that_refuses all;
+        lose(FAST_LINK);
+    }
+    EXPECT_EQ(life_.word(port(FAST_LINK)).flags & KOLT_PORT_OPEN, 0);
+    EXPECT_EQ(life_.port(port(FAST_LINK)).flags, SENDS_ALL);
+    settle(&life_.node());
+    EXPECT_EQ(life_.port(port(FAST_LINK)).flags, SENDS_NOTHING);
+}
+
+// The next life would go on from an earlier place in the tree.
+TEST_F(settle_test, NothingIsOpenedOrToldWhileTheFileSaysSomethingElse) {
+    std::filesystem::remove(TREE_FILE);
+    std::filesystem::create_directories(std::string(TREE_FILE) + "/in the way");
+    join();
+    EXPECT_EQ(life_.word(port(FAST_LINK)).flags & KOLT_PORT_OPEN, 0);
+    (void)wires_.end(FAST_LINK).count_arrived();
+    settle(&life_.node());
+    EXPECT_EQ(wires_.end(FAST_LINK).count_arrived(), 0U);
+    std::filesystem::remove_all(TREE_FILE);
+    life_.node().save_again_ms = 0; // a second later
+    settle(&life_.node());
+    EXPECT_EQ(life_.word(port(FAST_LINK)), CARRYING);
+    EXPECT_TRUE(is_kept("tree.br0"));
+}
+
+TEST_F(settle_test, NodeWithoutRoomForItsFileGoesOnWithNone) {
+    join();
+    std::filesystem::create_directories(std::string(TREE_FILE) + ".kolt-bridged/in the way");
+    lose(FAST_LINK);
+    EXPECT_EQ(life_.word(port(SLOW_LINK)), CARRYING);
+    EXPECT_FALSE(is_kept("tree.br0")) << "what it says holds no more";
 }
 
 TEST_F(settle_test, BridgeThatIsNotThereIsLeftAlone) {
