@@ -37,8 +37,8 @@ constexpr size_t BATCHES = 4;  // of one turn: short, so that most are undisturb
 constexpr size_t COUNTING = 3; // ways that count a direction
 constexpr size_t FRAME = 2048; // room for one
 
-// All ways send from the same place and receive in the same: what a copy costs depends on where its two ends lie, and at
-// 1500 bytes that is more than a program costs.
+// All ways send from the same place and receive in the same: what a copy costs depends on where its two ends lie, and
+// at 1500 bytes that is more than a program costs.
 alignas(4096) std::array<char, FRAME> sent;
 alignas(4096) std::array<std::array<char, FRAME>, BATCH> received;
 
