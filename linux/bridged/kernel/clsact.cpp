@@ -1,8 +1,9 @@
 // Programs on an interface's hooks as filters of a clsact.
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <memory>
+#include <span>
+#include <string_view>
 
 #include <linux/pkt_cls.h>
 #include <linux/pkt_sched.h>
@@ -13,6 +14,8 @@
 
 #include "core/handle.h"
 #include "kernel/hooks.h"
+#include "kernel/net/attributes.h"
+#include "kernel/net/messages.h"
 
 namespace {
 
@@ -37,78 +40,75 @@ constexpr uint32_t parent_of(kolt_direction direction) {
     return TC_H_MAKE(TC_H_CLSACT, direction == kolt_direction::INGRESS ? TC_H_MIN_INGRESS : TC_H_MIN_EGRESS);
 }
 
-const char *text_of(const nlattr *attribute) {
-    const bool valid = attribute != nullptr && mnl_attr_validate(attribute, MNL_TYPE_NUL_STRING) >= 0;
-    return valid ? mnl_attr_get_str(attribute) : "";
+// What a message of that type is about; null for another one, and for one that ends before its head does.
+const tcmsg *head_of(const nlmsghdr *message, uint16_t type) {
+    if (message->nlmsg_type != type || mnl_nlmsg_get_payload_len(message) < sizeof(tcmsg))
+        return nullptr;
+    return static_cast<const tcmsg *>(mnl_nlmsg_get_payload(message));
 }
 
-const nlattr *find_attribute(const void *begin, const void *end, uint16_t type) {
-    const auto *attribute = static_cast<const nlattr *>(begin);
-    const auto left = [end](const nlattr *from) {
-        return static_cast<int>(static_cast<const char *>(end) - reinterpret_cast<const char *>(from));
-    };
-    for (; mnl_attr_ok(attribute, left(attribute)); attribute = mnl_attr_next(attribute))
-        if (mnl_attr_get_type(attribute) == type)
-            return attribute;
-    return nullptr;
-}
-
-const nlattr *attribute_of(const nlmsghdr *message, uint16_t type) {
-    return find_attribute(mnl_nlmsg_get_payload_offset(message, sizeof(tcmsg)), mnl_nlmsg_get_payload_tail(message),
-                          type);
+std::string_view kind_of(const nlmsghdr *message) {
+    return attribute_text(attribute_table<TCA_KIND>(*message, sizeof(tcmsg))[TCA_KIND]);
 }
 
 // The name that a BPF filter has, or else its kind.
-const char *name_of(const nlmsghdr *message) {
-    const char *kind = text_of(attribute_of(message, TCA_KIND));
-    const nlattr *options = attribute_of(message, TCA_OPTIONS);
-    if (strcmp(kind, "bpf") != 0 || options == nullptr)
+std::string_view name_of(const nlmsghdr *message) {
+    const std::string_view kind = kind_of(message);
+    if (kind != "bpf")
         return kind;
-    const auto *begin = static_cast<const char *>(mnl_attr_get_payload(options));
-    const nlattr *name = find_attribute(begin, begin + mnl_attr_get_payload_len(options), TCA_BPF_NAME);
-    return name != nullptr ? text_of(name) : kind;
+    const attribute_table<TCA_OPTIONS> filter(*message, sizeof(tcmsg));
+    const attribute_table<TCA_BPF_NAME> options(filter[TCA_OPTIONS]);
+    return options[TCA_BPF_NAME] != nullptr ? attribute_text(options[TCA_BPF_NAME]) : kind;
 }
 
 // Filters are named after their program: "name:[number]".
-bool is_name(const char *text, const char *name) {
-    const size_t length = strlen(name);
-    return strncmp(text, name, length) == 0 && (text[length] == ':' || text[length] == '\0');
+bool is_name(std::string_view text, std::string_view name) {
+    return text.starts_with(name) && (text.size() == name.size() || text[name.size()] == ':');
 }
 
 int see_filter(const nlmsghdr *message, void *data) {
     auto *found = static_cast<search *>(data);
-    const auto *filter = static_cast<const tcmsg *>(mnl_nlmsg_get_payload(message));
-    if (message->nlmsg_type != RTM_NEWTFILTER || filter->tcm_handle == 0)
+    const tcmsg *filter = head_of(message, RTM_NEWTFILTER);
+    if (filter == nullptr || filter->tcm_handle == 0)
         return MNL_CB_OK;
-    const char *name = name_of(message);
+    const std::string_view name = name_of(message);
     if (filter->tcm_handle == HANDLE && is_name(name, kolt_program_name(found->direction))) {
         found->ours = true;
         return MNL_CB_OK;
     }
     if (found->others++ == 0)
-        (void)snprintf(found->first.name, sizeof found->first.name, "%s", name);
+        (void)snprintf(found->first.name, sizeof found->first.name, "%.*s", static_cast<int>(name.size()), name.data());
     return MNL_CB_OK;
 }
 
 int see_qdisc(const nlmsghdr *message, void *data) {
     auto *found = static_cast<search *>(data);
-    const auto *qdisc = static_cast<const tcmsg *>(mnl_nlmsg_get_payload(message));
-    if (message->nlmsg_type != RTM_NEWQDISC || static_cast<uint32_t>(qdisc->tcm_ifindex) != found->ifindex)
+    const tcmsg *qdisc = head_of(message, RTM_NEWQDISC);
+    if (qdisc == nullptr || static_cast<uint32_t>(qdisc->tcm_ifindex) != found->ifindex)
         return MNL_CB_OK;
-    const char *kind = text_of(attribute_of(message, TCA_KIND));
-    found->clsact = found->clsact || strcmp(kind, "clsact") == 0;
-    found->ingress = found->ingress || strcmp(kind, "ingress") == 0;
+    const std::string_view kind = kind_of(message);
+    found->clsact = found->clsact || kind == "clsact";
+    found->ingress = found->ingress || kind == "ingress";
     return MNL_CB_OK;
 }
 
+// One by one, as the library's walk over a datagram takes their lengths on trust.
+int see_all(std::span<const std::byte> datagram, uint32_t sequence, unsigned port, mnl_cb_t see, search *found) {
+    int result = MNL_CB_OK;
+    message_reader messages(datagram);
+    while (const nlmsghdr *message = result > MNL_CB_STOP ? messages.next() : nullptr)
+        result = mnl_cb_run(message, message->nlmsg_len, sequence, port, see, found);
+    return result;
+}
+
 bool receive(mnl_socket *socket, uint32_t sequence, mnl_cb_t see, search *found) {
-    alignas(nlmsghdr) char buffer[16384];
+    alignas(nlmsghdr) std::byte buffer[16384];
     for (;;) {
         const ssize_t size = mnl_socket_recvfrom(socket, buffer, sizeof buffer);
         if (size < 0)
             return false;
         const int result =
-            mnl_cb_run(buffer, static_cast<size_t>(size), sequence, mnl_socket_get_portid(socket), see, found);
+            see_all({buffer, static_cast<size_t>(size)}, sequence, mnl_socket_get_portid(socket), see, found);
         if (result <= MNL_CB_STOP)
             return result == MNL_CB_STOP;
     }
