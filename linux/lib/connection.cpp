@@ -136,9 +136,9 @@ bool receive_reply(const deadline &until, const call_request &request, call_answ
         const ssize_t size = recvmsg(state.fd, &header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
         if (size < 0 && (errno == EAGAIN || errno == EINTR))
             continue;
-        if (size <= 0)
+        if (size < 0)
             return false;
-        answer->table = take_descriptor(&header);
+        answer->table = take_descriptor(&header); // an empty message can bring one too
         return (header.msg_flags & MSG_CTRUNC) == 0 &&
                read_reply(bytes, static_cast<size_t>(size), static_cast<bool>(answer->table), request, &answer->reply);
     }
