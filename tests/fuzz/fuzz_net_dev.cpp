@@ -1,4 +1,7 @@
-// Any bytes as the kernel's table of interfaces (/proc/net/dev). Before the first 0x1e stands the name of an interface.
+// Any bytes as the kernel's table of interfaces (/proc/net/dev), as the daemon reads it and as kolt-top does. Before
+// the first 0x1e stands the name of an interface.
+#include "counters.h"
+
 #include "core/names.h"
 #include "core_log.h"
 #include "probes/counters.h"
@@ -29,6 +32,20 @@ void read_counters(bytes table, bytes name) {
     require(result == 0 || (again.rx_bytes == stat.rx_bytes && again.tx_packets == stat.tx_packets));
 }
 
+// kolt-top takes whole names alone, and whole lines.
+void read_top_counters(bytes table, const std::string &name) {
+    static const auto READER = std::make_unique<top_counter_table>();
+    READER->read();
+    require(memchr(READER->text, '\0', sizeof READER->text) != nullptr);
+    top_counters counters;
+    const bool found = READER->find(name.c_str(), &counters);
+    const std::string_view text(reinterpret_cast<const char *>(table.data()), table.size());
+    require(!found || has_line_of(text, name));
+    top_counters again;
+    require(READER->find(name.c_str(), &again) == found);
+    require(!found || (again.rx_bytes == counters.rx_bytes && again.tx_packets == counters.tx_packets));
+}
+
 } // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -38,6 +55,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::copy_n(asked.begin(), std::min(asked.size(), sizeof name), name);
     serve_file("/proc/net/dev", input.left);
     read_counters(input.left, name);
+    read_top_counters(
+        input.left, {reinterpret_cast<const char *>(name), strnlen(reinterpret_cast<const char *>(name), sizeof name)});
     require(kolt_get_if_stat(nullptr, nullptr) == 0 && open_pipes == 0);
     return 0;
 }

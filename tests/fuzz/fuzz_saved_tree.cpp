@@ -4,6 +4,7 @@
 #include "decide/record.h"
 #include "decide/tree.h"
 #include "support/input.h"
+#include "support/tree_sum.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
@@ -29,16 +30,6 @@ tree_record whole_record() {
     tree_record record;
     tree_save(*self, &record);
     return record;
-}
-
-// The sum that the record's writer would have put there.
-void make_sum_fit(tree_record *record) {
-    constexpr size_t BEGIN = offsetof(tree_record, checksum) + sizeof record->checksum;
-    const auto *content = reinterpret_cast<const uint8_t *>(record);
-    uint32_t sum = 0x811c9dc5;
-    for (size_t i = BEGIN; i < sizeof *record; i++)
-        sum = (sum ^ content[i]) * 0x01000193;
-    record->checksum = sum;
 }
 
 void change(tree_record *record, fuzz_input *input) {

@@ -5,5 +5,7 @@ kolt_fuzz_target(fuzz_bridge_tables fuzz_bridge_tables.cpp 3000 kolt_probes kolt
 kolt_fuzz_around(fuzz_bridge_tables platform)
 kolt_fuzz_target(fuzz_net_dev fuzz_net_dev.cpp 6000 kolt_probes)
 kolt_fuzz_around(fuzz_net_dev files)
+target_sources(fuzz_net_dev PRIVATE ${PROJECT_SOURCE_DIR}/tools/top/counters.cpp)
+target_include_directories(fuzz_net_dev PRIVATE ${PROJECT_SOURCE_DIR}/tools/top)
 kolt_fuzz_target(fuzz_proc_stat fuzz_proc_stat.cpp 3000 kolt_probes)
 kolt_fuzz_around(fuzz_proc_stat files)
