@@ -27,7 +27,7 @@ int fail_with(int error) {
 }
 
 bool is_faked(int protocol) {
-    return protocol == 39 || protocol == 52 || protocol == 53;
+    return (protocol == 39 || protocol == 52 || protocol == 53) && netlink.instead.count(protocol) == 0;
 }
 
 int open_pair(int type, int protocol) {
@@ -116,7 +116,9 @@ int socket(int domain, int type, int protocol) noexcept {
         return fail_with(error->second);
     if (is_faked(protocol) || netlink.unpollable)
         return open_pair(type, protocol);
-    const int fd = next<int(int, int, int)>("socket")(domain, type, protocol);
+    const auto other = netlink.instead.find(protocol);
+    const int opened = other != netlink.instead.end() ? other->second : protocol;
+    const int fd = next<int(int, int, int)>("socket")(domain, type, opened);
     netlink.protocols[fd] = protocol;
     return fd;
 }

@@ -40,6 +40,9 @@ struct fake_netlink {
     int fcntl_error = 0;     // for F_SETFL
     bool unpollable = false; // sockets are regular files, which the event loop refuses
 
+    // By protocol, one that the kernel has: the socket is the kernel's own, and all else as if it had the other.
+    std::map<int, int> instead;
+
     // The sockets of other families that were opened, in order, and the packets that were sent on raw ones (AF_PACKET),
     // each with its destination record. The next sends of packets return these results without sending anything.
     struct opened {

@@ -1,18 +1,32 @@
-// The socket of link notifications when the kernel has more to tell than it can hold.
+// The watched sockets when there is more to tell than they can hold. Link notifications come from the kernel; those of
+// the bridges and of the neighbours are opened on the protocol that every kernel has for programs.
 #include "hub_test.h"
+#include "netlink_bytes.h"
 
 #include "core/handle.h"
 #include "core/hub/dispatch.h"
 #include "core/hub/netlink_sockets.h"
 
+#include <cerrno>
 #include <cstring>
+#include <linux/netlink.h>
 #include <linux/sock_diag.h>
 #include <net/if.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
+
+// What the kernel had to drop on a socket so far.
+uint32_t lost_messages(int fd) {
+    uint32_t memory[SK_MEMINFO_VARS] = {};
+    socklen_t size = sizeof memory;
+    EXPECT_EQ(getsockopt(fd, SOL_SOCKET, SO_MEMINFO, memory, &size), 0);
+    return memory[SK_MEMINFO_DROPS];
+}
 
 class LinkSocket : public hub_test {
 protected:
@@ -29,13 +43,46 @@ protected:
             ASSERT_EQ(ioctl(any.get(), SIOCSIFFLAGS, &request), 0);
         }
     }
-    // What the kernel had to drop on this socket so far.
-    static uint32_t lost_messages(int fd) {
-        uint32_t memory[SK_MEMINFO_VARS] = {};
-        socklen_t size = sizeof memory;
-        EXPECT_EQ(getsockopt(fd, SOL_SOCKET, SO_MEMINFO, memory, &size), 0);
-        return memory[SK_MEMINFO_DROPS];
+};
+
+struct told_socket {
+    const char *name;
+    int protocol;
+    void (*init)(kolt_event_ctx *ev);
+    uloop_fd kolt_event_ctx::*watcher;
+};
+
+// A kernel tells its listeners whether or not they have room; a process with no more right than that is refused.
+class ToldSocket : public hub_test, public testing::WithParamInterface<told_socket> {
+protected:
+    static constexpr int MANY = 2000; // of which a socket holds some hundred
+    static constexpr unsigned GROUP = 1;
+
+    ToldSocket() {
+        netlink.instead[GetParam().protocol] = NETLINK_USERSOCK;
+        subscribe(&subscriber);
+        GetParam().init(&node.ev);
+        sender.reset(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_USERSOCK));
+        EXPECT_EQ(setsockopt(watcher().fd, SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, &GROUP, sizeof GROUP), 0);
     }
+    uloop_fd &watcher() {
+        return node.ev.*GetParam().watcher;
+    }
+    // 0, or the reason why the message was refused.
+    int send_message(uint32_t port, uint32_t groups) {
+        const sockaddr_nl target{.nl_family = AF_NETLINK, .nl_pad = 0, .nl_pid = port, .nl_groups = groups};
+        const std::string message = netlink_message(5, "thirteenbytes");
+        // The kernel's own call: the library's is faked here.
+        const long sent = syscall(SYS_sendto, sender.get(), message.data(), message.size(), 0, &target, sizeof target);
+        return sent < 0 ? errno : 0;
+    }
+    // As the kernel tells its listeners. That nobody has the port 0 shows afterwards.
+    void tell_all(int times) {
+        for (int i = 0; i < times; i++)
+            ASSERT_EQ(send_message(0, 1U << (GROUP - 1)), ECONNREFUSED);
+    }
+    recording_subscriber subscriber{'s'};
+    unique_fd sender;
 };
 
 } // namespace
@@ -62,3 +109,48 @@ TEST_F(LinkSocket, IsHeardAgainAfterAnOverrun) {
         EXPECT_EQ(poll(&watched, 1, 0), 0) << "what had come was not taken in one pass";
     }
 }
+
+TEST_P(ToldSocket, OverrunLeavesItReadableAndWithoutAnError) {
+    tell_all(MANY);
+    EXPECT_GT(lost_messages(watcher().fd), 0U) << "the socket was not overrun";
+    pollfd watched{.fd = watcher().fd, .events = POLLIN, .revents = 0};
+    ASSERT_EQ(poll(&watched, 1, 0), 1);
+    EXPECT_EQ(watched.revents, POLLIN);
+}
+
+TEST_P(ToldSocket, TellsWhatFoundRoomAndIsHeardAgainAfterAnOverrun) {
+    for (int round = 0; round < 2; round++) {
+        const uint32_t lost_before = lost_messages(watcher().fd);
+        subscriber.events.clear();
+        tell_all(MANY);
+        uloop_run_timeout(0);
+        const uint32_t lost = lost_messages(watcher().fd) - lost_before;
+        EXPECT_GT(lost, 0U) << "the socket was not overrun";
+        EXPECT_EQ(subscriber.events.size(), MANY - lost);
+        EXPECT_TRUE(watcher().registered);
+        EXPECT_FALSE(watcher().error);
+    }
+    subscriber.events.clear();
+    tell_all(1);
+    uloop_run_timeout(0);
+    EXPECT_EQ(subscriber.events.size(), 1U);
+}
+
+// Another process is told that there is no room, and nothing of its messages is lost.
+TEST_P(ToldSocket, ProcessIsRefusedWhatFindsNoRoom) {
+    const auto port = static_cast<uint32_t>(getpid());
+    size_t taken = 0;
+    int refusal = 0;
+    while (taken < MANY && (refusal = send_message(port, 0)) == 0)
+        taken++;
+    EXPECT_EQ(refusal, EAGAIN);
+    EXPECT_EQ(lost_messages(watcher().fd), 0U);
+    uloop_run_timeout(0);
+    EXPECT_EQ(subscriber.events.size(), taken);
+    EXPECT_EQ(send_message(port, 0), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sockets, ToldSocket,
+                         testing::Values(told_socket{"Bridge", 39, event_bridge_init, &kolt_event_ctx::bridge_fd},
+                                         told_socket{"Neighbour", 53, event_neighbor_init, &kolt_event_ctx::neigh_fd}),
+                         [](const testing::TestParamInfo<told_socket> &row) { return row.param.name; });
