@@ -21,10 +21,9 @@ endfunction()
 
 # kolt_fuzz_around(name what...): puts parts of the node (support/<what>.cpp) in the place of the machine's, by replacing
 # the calls that lead there.
-set(KOLT_FUZZ_WRAP_files json_object_from_file fopen open popen pclose)
+set(KOLT_FUZZ_WRAP_files fopen open popen pclose)
 set(KOLT_FUZZ_WRAP_platform if_indextoname if_nametoindex)
 set(KOLT_FUZZ_WRAP_sockets socket bind setsockopt sendto)
-set(KOLT_FUZZ_LINK_files kolt::jsonc)
 set(KOLT_FUZZ_LINK_platform kolt_core kolt_platform_headers kolt_platform_message)
 set(KOLT_FUZZ_LINK_bridged_handlers kolt_bridged_requests)
 function(kolt_fuzz_around name)

@@ -5,15 +5,12 @@
 #include <cstdarg>
 #include <cstdio>
 #include <fcntl.h>
-#include <json-c/json.h>
 #include <string>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <vector>
 
 extern "C" {
-json_object *__real_json_object_from_file(const char *path);
-json_object *__wrap_json_object_from_file(const char *path);
 FILE *__real_fopen(const char *path, const char *mode);
 FILE *__wrap_fopen(const char *path, const char *mode);
 int __real_open(const char *path, int flags, ...);
@@ -78,11 +75,6 @@ void serve_file(const char *path, bytes content) {
 
 void miss_file(const char *path) {
     make(path).missing = true;
-}
-
-json_object *__wrap_json_object_from_file(const char *path) {
-    const char *place = place_of(path);
-    return place != nullptr ? __real_json_object_from_file(place) : nullptr;
 }
 
 FILE *__wrap_fopen(const char *path, const char *mode) {
