@@ -100,9 +100,9 @@ def test_periods_go_on_between_bus_events_that_wait_in_a_row(node: PathNode) -> 
     assert len(fetched) >= 4
 
 
-def test_moves_without_an_answer_cost_two_seconds_a_period(node: PathNode) -> None:
-    """All are made and told all the same: the parent may have heard what it does not answer."""
-    hosts = [f"02:40:00:00:00:{number:02x}" for number in range(100)]
+def begin_moves_without_an_answer(node: PathNode, count: int) -> None:
+    """Has a period begin that moves so many streams, each with a notify message that nobody answers."""
+    hosts = [f"02:40:00:00:00:{number:02x}" for number in range(count)]
     paths.set_up(node)
     paths.add_hosts(node, hosts, "eth0", pinned="wlan2.1")
     node.set_table("br-lan", "ha", [paths.stream(node, number, "wlan0.1", host=host)
@@ -110,10 +110,28 @@ def test_moves_without_an_answer_cost_two_seconds_a_period(node: PathNode) -> No
     node.set_load(load_2_4g=HOT)
     node.answer_requests(silent=True)
     scene.start(node, paths.config())
-    node.wait_for(lambda: len(node.log(text="send notify msg failed")) == len(hosts), 10, "the end of the period")
-    told = [entry["time"] for entry in node.journal(call="sendto") if entry["args"]["type"] == 14]
-    assert len(told) == len(node.journal(call="bridgeSetHATableEntries")) == len(hosts)
+
+
+def told_moves(node: PathNode) -> list[int]:
+    return [entry["time"] for entry in node.journal(call="sendto") if entry["args"]["type"] == 14]
+
+
+def test_moves_without_an_answer_cost_two_seconds_a_period(node: PathNode) -> None:
+    """All are made and told all the same: the parent may have heard what it does not answer."""
+    begin_moves_without_an_answer(node, 100)
+    node.wait_for(lambda: len(node.log(text="send notify msg failed")) == 100, 10, "the end of the period")
+    told = told_moves(node)
+    assert len(told) == len(node.journal(call="bridgeSetHATableEntries")) == 100
     assert 1.9e9 < told[-1] - told[0] < 3.5e9
     begin = time.monotonic()
+    assert node.stop_daemon() == 0
+    assert time.monotonic() - begin < 5
+
+
+def test_stop_signal_during_a_row_of_moves_without_an_answer_is_obeyed(node: PathNode) -> None:
+    begin_moves_without_an_answer(node, 100)
+    node.wait_for(lambda: told_moves(node), 10, "the first move")
+    begin = time.monotonic()
+    assert not node.log(text="send notify msg failed"), "the first wait was over before the signal"
     assert node.stop_daemon() == 0
     assert time.monotonic() - begin < 5
