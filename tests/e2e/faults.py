@@ -7,7 +7,8 @@ from kolt_node import Node
 
 # The order of shim/faults.h.
 CALLS = ("allocation", "socket", "bind", "connect", "poll", "recv", "read", "open", "fopen", "popen", "fcntl", "ioctl",
-         "setsockopt", "sendto", "epoll_ctl", "if_nametoindex", "if_indextoname", "clock")
+         "setsockopt", "sendto", "epoll_ctl", "if_nametoindex", "if_indextoname", "clock", "epoll_create1",
+         "eventfd", "timer_create", "sendmsg", "fstat", "flock")
 RULE = struct.Struct("=QQqQQ")  # first, last, error, calls, failed
 TAIL = struct.Struct("=qQ96s")  # live and spared allocations, who asked for the last that failed
 PLACE = "run/kolt-node/faults"

@@ -3,8 +3,8 @@ Calls of the C library fail in the daemon: each number of each call once, all of
 asked for, and with a clock that jumps. Part of the numbers where there are many, unless KOLT_EVERY_FAULT is set.
 """
 from collections.abc import Iterator
-from errno import (EADDRINUSE, ECONNREFUSED, ECONNRESET, EINTR, EINVAL, EIO, EMFILE, ENOBUFS, ENODEV, ENOMEM, ENXIO,
-                   EPERM)
+from errno import (EADDRINUSE, EAGAIN, ECONNREFUSED, ECONNRESET, EINTR, EINVAL, EIO, EMFILE, ENOBUFS, ENODEV, ENOLCK,
+                   ENOMEM, ENXIO, EPERM)
 from pathlib import Path
 
 import pytest
@@ -16,8 +16,10 @@ import scene
 FAILURES = [("socket", EMFILE), ("bind", EADDRINUSE), ("connect", ECONNREFUSED), ("poll", ENOMEM), ("poll", EINTR),
             ("recv", ENOBUFS), ("recv", EINTR), ("recv", ECONNRESET), ("read", EIO), ("read", EINTR), ("open", EMFILE),
             ("fopen", EMFILE), ("popen", EMFILE), ("fcntl", EINVAL), ("ioctl", ENODEV), ("setsockopt", EPERM),
-            ("sendto", ENOBUFS), ("epoll_ctl", ENOMEM), ("if_nametoindex", ENODEV), ("if_indextoname", ENXIO)]
-AT_START = ("connect", "epoll_ctl")  # not called in a round
+            ("sendto", ENOBUFS), ("epoll_ctl", ENOMEM), ("if_nametoindex", ENODEV), ("if_indextoname", ENXIO),
+            ("epoll_create1", EMFILE), ("eventfd", EMFILE), ("timer_create", EAGAIN), ("sendmsg", ENOBUFS),
+            ("fstat", EIO), ("flock", ENOLCK)]
+AT_START = ("connect", "epoll_ctl", "epoll_create1", "eventfd", "timer_create")  # not called in a round
 NOT_AT_START = ("fopen", "popen", "ioctl", "if_nametoindex")
 DAY = 86400
 
@@ -115,10 +117,11 @@ class TestRound:
         assert calm(stage) == reference
         assert descriptors(stage) == sorted(held + left_open(call, len(tried))) and not stage.children()
 
-    @pytest.mark.parametrize(("call", "error"), [row for row in rows((*AT_START, "recv"))
+    @pytest.mark.parametrize(("call", "error"), [row for row in rows((*AT_START, "recv", "flock"))
                                                  if row.values[1] != EINTR])
     def test_all_failures_at_once_are_survived(self, stage: FaultScene, call: str, error: int) -> None:
-        """Not of what a signal interrupts: without an end to that nothing could go on."""
+        """Not of what a signal interrupts: without an end to that nothing could go on. A lock is waited for, so that
+        without any all periods come later than in the round to compare with."""
         stage.start()
         reference = calm(stage)
         held = descriptors(stage)
@@ -137,6 +140,16 @@ class TestRound:
         begin = scene.mark(stage.node)
         stage.round()
         assert stage.faults.failed("read") > 1000 / size
+        assert stage.told(begin) == reference
+
+    @pytest.mark.parametrize("size", [1, 3, 7])
+    def test_messages_of_the_bus_that_come_in_small_pieces_are_read_whole(self, stage: FaultScene, size: int) -> None:
+        stage.start()
+        reference = calm(stage)
+        stage.faults.fail("recv", -size)
+        begin = scene.mark(stage.node)
+        stage.round()
+        assert stage.faults.failed("recv") > 100 / size
         assert stage.told(begin) == reference
 
 

@@ -2,15 +2,19 @@
 #include "faults.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <net/if.h>
 #include <poll.h>
 #include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -90,10 +94,23 @@ static bool is_clock(int fd) {
     return getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size) == 0 && type == SOCK_SEQPACKET;
 }
 
+static int real_fstat(int fd, struct stat *result) {
+    static int (*real)(int, struct stat *);
+    return next(&real, "fstat")(fd, result);
+}
+
 // What wakes the loop is no file: a loop that could not take it back would only turn.
 static bool is_counter(int fd) {
     struct stat what {};
-    return fstat(fd, &what) == 0 && (what.st_mode & S_IFMT) == 0;
+    return real_fstat(fd, &what) == 0 && (what.st_mode & S_IFMT) == 0;
+}
+
+// A datagram is taken whole or is lost, so that only what comes in a stream is cut.
+static bool is_whole(int fd) {
+    int type = 0;
+    socklen_t size = sizeof type;
+    return shared != nullptr && shared->rules[RECV].error < 0 &&
+           getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size) == 0 && type != SOCK_STREAM;
 }
 
 INTERPOSED int socket(int domain, int type, int protocol) {
@@ -118,7 +135,7 @@ INTERPOSED int poll(pollfd *watched, nfds_t count, int timeout) {
 
 INTERPOSED ssize_t recv(int fd, void *buffer, size_t size, int flags) {
     static ssize_t (*real)(int, void *, size_t, int);
-    return is_clock(fd) || cut(RECV, &size, CALLER) ? next(&real, "recv")(fd, buffer, size, flags) : -1;
+    return is_clock(fd) || is_whole(fd) || cut(RECV, &size, CALLER) ? next(&real, "recv")(fd, buffer, size, flags) : -1;
 }
 
 INTERPOSED ssize_t read(int fd, void *buffer, size_t size) {
@@ -176,6 +193,35 @@ INTERPOSED ssize_t sendto(int fd, const void *data, size_t size, int flags, cons
 INTERPOSED int epoll_ctl(int fd, int operation, int watched, epoll_event *event) {
     static int (*real)(int, int, int, epoll_event *);
     return fails(EPOLL_CTL, CALLER) ? -1 : next(&real, "epoll_ctl")(fd, operation, watched, event);
+}
+
+INTERPOSED int epoll_create1(int flags) {
+    static int (*real)(int);
+    return fails(EPOLL_CREATE, CALLER) ? -1 : next(&real, "epoll_create1")(flags);
+}
+
+INTERPOSED int eventfd(unsigned value, int flags) {
+    static int (*real)(unsigned, int);
+    return fails(EVENTFD, CALLER) ? -1 : next(&real, "eventfd")(value, flags);
+}
+
+INTERPOSED int timer_create(clockid_t clock, sigevent *event, timer_t *timer) {
+    static int (*real)(clockid_t, sigevent *, timer_t *);
+    return fails(TIMER_CREATE, CALLER) ? -1 : next(&real, "timer_create")(clock, event, timer);
+}
+
+INTERPOSED ssize_t sendmsg(int fd, const msghdr *message, int flags) {
+    static ssize_t (*real)(int, const msghdr *, int);
+    return is_clock(fd) || !fails(SENDMSG, CALLER) ? next(&real, "sendmsg")(fd, message, flags) : -1;
+}
+
+INTERPOSED int fstat(int fd, struct stat *result) {
+    return fails(FSTAT, CALLER) ? -1 : real_fstat(fd, result);
+}
+
+INTERPOSED int flock(int fd, int operation) {
+    static int (*real)(int, int);
+    return fails(FLOCK, CALLER) ? -1 : next(&real, "flock")(fd, operation);
 }
 
 INTERPOSED unsigned if_nametoindex(const char *name) {

@@ -32,6 +32,12 @@ enum which {
     NAME_TO_INDEX,
     INDEX_TO_NAME,
     CLOCK,
+    EPOLL_CREATE,
+    EVENTFD,
+    TIMER_CREATE,
+    SENDMSG,
+    FSTAT,
+    FLOCK,
     CALLS
 };
 
