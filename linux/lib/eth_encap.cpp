@@ -22,7 +22,7 @@ constexpr int BRIDGE_PROTOCOL = 38;
 // Fills the payload with port records, as many as there are and it has room for.
 int get_ports(message_header *header, char *payload, uint32_t payload_size) {
     named_request named(CALL_GET_PORTS, header->bridge);
-    named.request.capacity = payload_size / sizeof(bridge_port_record);
+    named.request.capacity = payload_size / static_cast<uint32_t>(sizeof(bridge_port_record));
     call_answer answer;
     if (!named.valid || !bridged_call(named.request, -1, &answer) || answer.reply.result != 0)
         return FAILED;
