@@ -42,6 +42,17 @@ def test_a_service_starts_what_is_installed_and_comes_back_only_after_a_failure(
     assert "\nRestart=on-failure\n" in text
 
 
+def settings(text: str) -> dict[str, set[str]]:
+    return {name: set(words.split()) for name, words in re.findall(r"^([A-Z]\w+)=(.*)$", text, re.MULTILINE)}
+
+
+def test_the_service_has_every_setting_of_the_threat_note() -> None:
+    note = settings((TOP / "docs/threats.md").read_text().partition("```ini")[2].partition("```")[0])
+    unit = settings((TOP / "packaging/systemd/kolt.service").read_text())
+    assert "MemoryMax" in note
+    assert {name: unit.get(name) for name in note} == note
+
+
 def test_a_line_that_systemd_does_not_understand_is_found(tmp_path: Path) -> None:
     unit = tmp_path / "kolt.service"
     unit.write_text((TOP / "packaging/systemd/kolt.service").read_text().replace("=@system-service", "=@no-such-group"))
