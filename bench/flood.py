@@ -3,13 +3,15 @@
 Floods a daemon from all sides at once and prints, as JSON, what was taken of it and how long that took:
 
   flood.py PORT COUNT BUS_SOCKET INDEX...
+  flood.py --bus SECONDS BUS_SOCKET LOG
 
 COUNT messages each over the bridge's and the neighbours' netlink socket of the process PORT, half as many over the bus,
 and a tenth over its route netlink socket. The last arguments are the indexes of the interfaces that lose stations. A
 program of its own because it has to run inside the node. Who finds no room waits: everything is taken, once and in
-order.
+order. With --bus only the bus is flooded, for as long as said, with events that nothing comes of.
 """
 import json
+import os
 import random
 import socket
 import struct
@@ -19,6 +21,7 @@ from threading import Thread
 
 import bus_send
 
+AHEAD = 4000  # bus events that the daemon has still to handle; the broker keeps some five times as many
 WINDOW = 64  # bus events that wait for the broker's answer
 EXPIRED = struct.pack("=HH", 24, 0x8C04) + bytes(20)
 MODES = ("RE", "FAP")
@@ -103,7 +106,26 @@ def bus_events(count: int) -> list[bytes]:
     return [bus_send.request(number % 65535 + 1, *event) for number, event in enumerate(events)]
 
 
+def flood_bus(seconds: float, path: str, said: str) -> None:
+    """No further ahead of the daemon, which writes a line for each event, than the broker keeps for it."""
+    side = Bus(path, [bus_send.request(number % 65535 + 1, "kolt.hello", {"at": number}) for number in range(WINDOW)])
+    begin = time.monotonic_ns()
+    side.run()
+    while os.stat(said).st_size == 0:
+        time.sleep(0.001)
+    with open(said, "rb") as file:
+        line = len(file.readline())
+    while time.monotonic_ns() < begin + seconds * 1e9:
+        side.run()
+        while side.sent - os.stat(said).st_size / line > AHEAD:
+            time.sleep(0.001)
+    print(json.dumps({"begin": begin, "end": time.monotonic_ns(), "sent": side.sent}))
+
+
 def main() -> None:
+    if sys.argv[1] == "--bus":
+        flood_bus(float(sys.argv[2]), *sys.argv[3:])
+        return
     port, count, path = int(sys.argv[1]), int(sys.argv[2]), sys.argv[3]
     indexes = [int(word) for word in sys.argv[4:]]
     numbers = range(count)

@@ -28,6 +28,8 @@ DEBUG = 2
 HANDLED = {"bridge": "flush fc flow by mac", "neighbour": " sa: ", "route": "wifi flush table"}  # what the log says
 SLACK = {"plain": 64, "sanitized": 4096}  # KiB
 LONGEST = 300.0
+BUS_SECONDS = 3
+PACE = {"plain": 20000, "sanitized": 10000}  # messages that it must handle in a second of a processor
 LINK_CHANGES = 500
 
 
@@ -130,6 +132,25 @@ def longest_wait(result: dict) -> tuple[int, float]:
     return len(during), max(gaps, default=0) / 1e9
 
 
+def flood_bus(node: FloodedNode) -> str:
+    """
+    One message of the bus is handled in a turn of the loop, and a period that is due comes between two of them. A netlink
+    socket is read until it is empty, so that a flood there is no place to ask for periods.
+    """
+    node.forget()
+    sender = node.run([PYTHON, HERE / "flood.py", "--bus", BUS_SECONDS, BROKER_SOCKET, SAID], timeout=LONGEST)
+    if sender.status != 0:
+        raise NodeError(sender.stderr)
+    result = json.loads(sender.stdout)
+    node.wait_for(lambda: hellos(node) == result["sent"], LONGEST, "the last event of the bus")
+    periods, wait = longest_wait(result | {"periods": period_begins(node)})
+    took = (result["end"] - result["begin"]) / 1e9
+    if periods < int(took) - 1:
+        raise NodeError(f"{periods} periods of 1 s in a flood over the bus of {took:.1f} s")
+    return (f"flood over the bus alone: {result['sent']} events in {took:.1f} s, {periods} periods of 1 s meanwhile, longest "
+            f"time without one: {wait:.1f} s")
+
+
 def overrun_route(node: FloodedNode) -> str:
     """Link changes while the daemon stands still: what finds no room is lost, and only that."""
     node.signal(node.daemon, signal.SIGSTOP)
@@ -192,6 +213,7 @@ def main() -> int:
     parser.add_argument("--build", type=Path, default=build_directory())
     parser.add_argument("--count", type=int, default=20000, help="messages a netlink socket; half as many over the bus")
     parser.add_argument("--without-losses", action="store_true", help="only the flood")
+    parser.add_argument("--pace", action="store_true", help="fail where a message costs the daemon too much")
     options = parser.parse_args()
     kind = builds.kind(options.build)
     with FloodedNode(options.build, keep=(HERE,)) as node:
@@ -205,10 +227,14 @@ def main() -> int:
         growth = result["rss"] - warm
         print(f"{kind} build: {total} messages in {took:.1f} s {json.dumps(result['sent'])}: {total / took:.0f} a "
               f"second, {result['first_second']} in the first")
-        print(f"the daemon used {result['cpu']:.2f} s of a processor: {total / result['cpu']:.0f} messages in each")
+        pace = total / result["cpu"]
+        print(f"the daemon used {result['cpu']:.2f} s of a processor: {pace:.0f} messages in each")
+        if options.pace and pace < PACE[kind]:
+            raise NodeError(f"{pace:.0f} messages in a second of a processor, where {PACE[kind]} are to be handled")
         print("handled in order: " + (f"not {problems}" if problems else "all"))
         print(f"periods of 1 s meanwhile: {periods}, longest time without one: {wait:.1f} s; "
               f"resident memory: {growth:+d} KiB")
+        print(flood_bus(node))
         if not options.without_losses:
             for overrun in (overrun_datagrams, overrun_route, overrun_bus):
                 print(overrun(node))
