@@ -37,11 +37,16 @@ uint32_t number_of(const state &one) {
     return (uint32_t{one.role} * LINK_STATES + one.links_up) << NODE_MAX_PORTS | one.relays;
 }
 
+// The modes that anybody on the bus can name, whatever the files say.
+constexpr uint32_t NAMED_MODES[] = {KOLT_MODE_RE, KOLT_MODE_FAP, KOLT_MODE_HAP};
+
 // The events: another role, told with its name or found in the files; a link that comes or goes; the bridge's own.
 constexpr uint32_t CONFIGURES = ROLE_COUNT;
 constexpr uint32_t ROLE_CHANGES = CONFIGURES + ROLE_COUNT; // nobody tells of them
 constexpr uint32_t LINK_CHANGES = ROLE_CHANGES + KOLT_LINK_COUNT;
-constexpr uint32_t EVENTS = LINK_CHANGES + 2; // the bridge says so; told to configure for the role that the files have
+// LINK_CHANGES itself is the bridge's message; the next is to configure for the role that the files have.
+constexpr uint32_t OWN_ROLE = LINK_CHANGES + 1;
+constexpr uint32_t EVENTS = OWN_ROLE + 1 + std::size(NAMED_MODES);
 constexpr uint32_t BRIDGE_RECONFIGURE = 6;
 
 void put(const state &one) {
@@ -81,7 +86,7 @@ bool happen(uint32_t event, state *now) {
     } else if (event == LINK_CHANGES) {
         tell(KOLT_EVENT_BRIDGE, BRIDGE_RECONFIGURE);
     } else {
-        tell(KOLT_EVENT_CONFIGURE, KOLT_MODE_UNKNOWN);
+        tell(KOLT_EVENT_CONFIGURE, event == OWN_ROLE ? KOLT_MODE_UNKNOWN : NAMED_MODES[event - OWN_ROLE - 1]);
     }
     return true;
 }
