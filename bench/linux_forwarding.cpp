@@ -169,8 +169,8 @@ private:
         for (const auto direction : DIRECTIONS) {
             kolt_reason why;
             const unique_fd empty = empty_program(direction);
-            must((tcx ? tcx_attach : clsact_attach)(port, direction, ours ? programs.program(direction) : empty.get(),
-                                                    &why),
+            const int program = ours ? programs.program(direction) : empty.get();
+            must(tcx ? tcx_attach(port, direction, program, {}, &why) : clsact_attach(port, direction, program, &why),
                  "attach", why);
         }
     }

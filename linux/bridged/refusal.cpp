@@ -22,7 +22,7 @@ bool print_offload(FILE *out, const offload_finding &found) {
     return found.answer != OFFLOAD_YES;
 }
 
-bool check_interface(bridged *self, const config_interface &interface, FILE *out) {
+bool check_interface(bridged *self, const config_interface &interface, const kolt_own_programs &own, FILE *out) {
     const kolt_name_text name(interface.name);
     link_info link;
     if (link_find(self->rtnl, name.text, &link) != 0)
@@ -31,9 +31,9 @@ bool check_interface(bridged *self, const config_interface &interface, FILE *out
     bool fine = print_offload(out, found.switch_chip);
     fine &= print_offload(out, found.tc_offload);
     fine &= print_offload(out, found.flow_table);
-    for (const kolt_direction direction : {kolt_direction::INGRESS, kolt_direction::EGRESS}) {
+    for (const kolt_direction direction : KOLT_DIRECTIONS) {
         kolt_other_program first;
-        if (kolt_programs::others(link.index, direction, &first) != 0)
+        if (kolt_programs::others(link.index, direction, &first, own) != 0)
             (void)fprintf(out, "unknown  %s: another program stands on it: %s\n", name.text, first.name);
     }
     return fine;
@@ -95,8 +95,14 @@ bool refusal_check(bridged *self, FILE *out) {
         fine &= print_feature(out, *each);
     for (uint32_t i = 0; i < self->configured.bridge_num; i++)
         fine &= check_bridge(self, self->configured.bridges[i], out);
+    kolt_own_programs own;
+    kolt_reason why;
+    if (!own.find(self->settings.pin_folder, &why)) {
+        (void)fprintf(out, "no       %s\n", why.text);
+        fine = false;
+    }
     for (uint32_t i = 0; i < self->configured.interface_num; i++)
-        fine &= check_interface(self, self->configured.interfaces[i], out);
+        fine &= check_interface(self, self->configured.interfaces[i], own, out);
     (void)fprintf(out, "%s\n", fine ? "nothing is missing" : "kolt-bridged cannot keep this node free of loops");
     return fine;
 }

@@ -2,7 +2,7 @@
 import re
 import signal
 import time
-from collections.abc import Iterator
+from collections.abc import Iterable, Iterator
 from dataclasses import dataclass
 
 import bpf
@@ -11,7 +11,7 @@ import pytest
 from kolt_mesh import ports, topology
 from kolt_mesh.netns import NetNamespace, batch
 from kolt_mesh.node import BRIDGED_PIN, BRIDGED_RUN, MeshNode, build_directory
-from kolt_mesh.ports import BRIDGE
+from kolt_mesh.ports import BRIDGE, ROOT
 
 from kolt_node import Process
 from kolt_node.node import BROKER_SOCKET
@@ -23,6 +23,7 @@ ODD = {"wlan1.1": "learning on flood off mcast_flood on bcast_flood off isolated
 CLIENT = "02:ee:00:00:00:02"
 QUICK = ("--interval", "10", "--listen", "10")
 FOREIGN = [*"tc filter add dev wlan1.1 ingress prio 7 bpf bytecode".split(), "1,6 0 0 4294967295,"]
+SERVICE = ROOT / "packaging/systemd/kolt-bridged.service"
 SILENT_BUS = """
 import socket, sys
 bus = socket.socket(socket.AF_UNIX)
@@ -44,9 +45,9 @@ class OneNode:
     node: MeshNode
     namespace: NetNamespace
 
-    def run(self, *options: str) -> Process:
-        return self.node.run([self.node.build / "bin/kolt-bridged", "-c", "/etc/kolt.json", "--run", BRIDGED_RUN, "--pin",
-                              BRIDGED_PIN, *options])
+    def run(self, *options: str, through: Iterable[str] = ()) -> Process:
+        return self.node.run([*through, self.node.build / "bin/kolt-bridged", "-c", "/etc/kolt.json", "--run", BRIDGED_RUN,
+                              "--pin", BRIDGED_PIN, *options])
 
     def flags(self, port: str) -> str:
         return self.namespace.run(["bridge", "-d", "link", "show", "dev", port])
@@ -73,9 +74,9 @@ class OneNode:
     def disable(self) -> None:
         self.node.write_json("/etc/kolt.json", ports.configuration(self.home, "b") | {"enable": False})
 
-    def start(self) -> None:
+    def start(self, through: Iterable[str] = ()) -> None:
         """Runs kolt-bridged until it has opened the port behind which there is no node."""
-        self.node.start_bridged()
+        self.node.start_bridged(through)
         self.node.wait_for(lambda: self.flags("wlan0-b.1").count("flood on") == 3, what="an open port")
 
 
@@ -112,6 +113,12 @@ def odd(one: OneNode) -> dict[str, str]:
     return {port: one.flags(port) for port in ODD}
 
 
+def with_rights_of_the_service() -> list[str]:
+    line = re.search(r"^CapabilityBoundingSet=(.+)$", SERVICE.read_text(), re.MULTILINE)
+    assert line
+    return ["/usr/bin/setpriv", "--bounding-set", ",+".join(["-all", *line[1].lower().replace("cap_", "").split()])]
+
+
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
 def test_a_stop_signal_at_any_moment_of_the_start_ends_it(one, number):
     for pause in range(12):
@@ -139,6 +146,22 @@ def test_a_release_puts_everything_back_as_it_was_found(one):
     assert one.state() == state
     assert not one.files(BRIDGED_PIN)
     assert not one.files(BRIDGED_RUN) - {"lock", "socket"}
+
+
+def test_the_rights_of_the_service_are_enough_to_take_over_and_to_release(one):
+    odd(one)
+    one.node.run(["/usr/bin/mount", "-t", "bpf", "bpf", "/sys/fs/bpf"])
+    state, through = one.state(), with_rights_of_the_service()
+    one.start(through)
+    held = one.state()
+    assert one.programs() == 6 or "kolt_ingress" in held
+    one.node.kill_program("kolt-bridged")
+    one.start(through)
+    assert one.state() == held
+    one.node.kill_program("kolt-bridged")
+    released = one.run("--release", through=through)
+    assert released.status == 0, released.stderr
+    assert one.state() == state
 
 
 def test_a_release_of_a_node_that_was_never_held_changes_nothing(one):

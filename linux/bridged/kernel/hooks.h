@@ -2,6 +2,7 @@
 // kernel has that (it is cheaper by what the filter chain costs).
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -9,7 +10,11 @@
 
 enum class kolt_direction : uint8_t { INGRESS, EGRESS };
 
-// By these names of theirs are this daemon's programs told from others on a hook.
+inline constexpr std::array KOLT_DIRECTIONS = {kolt_direction::INGRESS, kolt_direction::EGRESS};
+
+class kolt_own_programs;
+
+// By these names of theirs, and by their pins, are this daemon's programs told from others on a hook.
 [[nodiscard]] const char *kolt_program_name(kolt_direction direction);
 
 // A program of someone else on a hook, by the name that it has.
@@ -25,9 +30,11 @@ bool clsact_detach(uint32_t ifindex, kolt_direction direction, kolt_reason *why)
 // How many filters of others there are; `first` becomes one of them.
 [[nodiscard]] size_t clsact_others(uint32_t ifindex, kolt_direction direction, kolt_other_program *first);
 
-// The same by TCX.
+// The same by TCX. A program that is not of `own`, and whose name this process may not ask for, is one of others.
 [[nodiscard]] bool tcx_available();
-bool tcx_attach(uint32_t ifindex, kolt_direction direction, int program, kolt_reason *why);
-bool tcx_detach(uint32_t ifindex, kolt_direction direction, kolt_reason *why);
-[[nodiscard]] bool tcx_attached(uint32_t ifindex, kolt_direction direction);
-[[nodiscard]] size_t tcx_others(uint32_t ifindex, kolt_direction direction, kolt_other_program *first);
+bool tcx_attach(uint32_t ifindex, kolt_direction direction, int program, const kolt_own_programs &own,
+                kolt_reason *why);
+bool tcx_detach(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own, kolt_reason *why);
+[[nodiscard]] bool tcx_attached(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own);
+[[nodiscard]] size_t tcx_others(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own,
+                                kolt_other_program *first);

@@ -107,10 +107,26 @@ pins_found pins_open(const char *folder, const bpf_map *map, unique_fd *fd, kolt
     return fits(info, map, folder, why) ? pins_found::FITTING : pins_found::OTHER;
 }
 
+unique_fd pins_get(const char *folder, const char *name) {
+    pin_path path;
+    kolt_reason too_long;
+    if (set_path(&path, folder, name, &too_long))
+        return unique_fd(bpf_obj_get(path.text));
+    errno = too_long.error;
+    return unique_fd();
+}
+
 bool pins_add(const char *folder, const char *name, int fd, kolt_reason *why) {
     pin_path path;
     return set_path(&path, folder, name, why) &&
            (bpf_obj_pin(fd, path.text) == 0 || why->say(errno, "cannot make the pin %.150s", path.text));
+}
+
+bool pins_rename(const char *folder, const char *name, const char *to, kolt_reason *why) {
+    pin_path from;
+    pin_path path;
+    return set_path(&from, folder, name, why) && set_path(&path, folder, to, why) &&
+           (rename(from.text, path.text) == 0 || why->say(errno, "cannot rename the pin %.150s", from.text));
 }
 
 bool pins_remove_all(const char *folder, kolt_reason *why) {

@@ -22,7 +22,6 @@ constexpr const char *MAP_NAMES[] = {"layout",       "ports",   "identities", "h
                                      "stream_slots", "streams", "free_slots", "roamed"};
 static_assert(std::size(MAP_NAMES) == KOLT_MAP_COUNT);
 
-constexpr kolt_direction DIRECTIONS[] = {kolt_direction::INGRESS, kolt_direction::EGRESS};
 constexpr size_t PORTS_BYTES = KOLT_MAX_PORTS * sizeof(kolt_port_entry);
 
 using bpf_object_owner = kolt_handle<bpf_object, bpf_object__close>;
@@ -127,16 +126,22 @@ kolt_opened kolt_programs::open(const char *pin_folder, kolt_reason *why) {
     const kolt_opened found = find_pins(pin_folder, object.get(), &pinned, why);
     if (found != kolt_opened::FRESH && found != kolt_opened::TAKEN_OVER)
         return found;
+    if (!own_.find(pin_folder, why))
+        return refused(*why);
     if (!load(object.get(), pinned, why))
         return kolt_opened::FAILED;
     for (size_t which = 0; which < KOLT_MAP_COUNT; which++) {
         maps_[which] = keep(bpf_map__fd(bpf_object__find_map_by_name(object.get(), MAP_NAMES[which])));
         made_[which] = !pinned[which];
     }
-    for (const auto direction : DIRECTIONS)
-        programs_[static_cast<size_t>(direction)] =
-            keep(bpf_program__fd(bpf_object__find_program_by_name(object.get(), kolt_program_name(direction))));
-    return pin_made(pin_folder, why) && map_ports(why) ? found : kolt_opened::FAILED;
+    if (!pin_made(pin_folder, why) || !map_ports(why))
+        return kolt_opened::FAILED;
+    for (const auto direction : KOLT_DIRECTIONS) {
+        const bpf_program *loaded = bpf_object__find_program_by_name(object.get(), kolt_program_name(direction));
+        if (!own_.add(pin_folder, direction, bpf_program__fd(loaded), maps_, why))
+            return kolt_opened::FAILED;
+    }
+    return found;
 }
 
 bool kolt_programs::pin_made(const char *pin_folder, kolt_reason *why) {
@@ -167,42 +172,42 @@ bool kolt_programs::attach(uint32_t ifindex, kolt_reason *why, kolt_hooking hook
         return why->say(ERANGE, "interface %u cannot be guarded: the table of ports ends at %d", ifindex,
                         KOLT_MAX_PORTS);
     const bool tcx = hooking == kolt_hooking::TCX || (hooking == kolt_hooking::BEST && tcx_available());
-    const bool were_there = attached(ifindex);
-    const auto put_on = tcx ? tcx_attach : clsact_attach;
-    for (const auto direction : DIRECTIONS)
-        if (!put_on(ifindex, direction, program(direction), why)) {
+    const bool were_there = attached(ifindex, own_);
+    for (const auto direction : KOLT_DIRECTIONS)
+        if (!(tcx ? tcx_attach(ifindex, direction, program(direction), own_, why)
+                  : clsact_attach(ifindex, direction, program(direction), why))) {
             kolt_reason ignored;
             if (!were_there)
                 detach(ifindex, &ignored); // half a guard would only stop traffic
             return false;
         }
     // After the others are on, so that the port is guarded at every instant of a change from one way to the other.
-    const auto take_off = tcx ? clsact_detach : tcx_detach;
-    for (const auto direction : DIRECTIONS)
-        if (!take_off(ifindex, direction, why))
+    for (const auto direction : KOLT_DIRECTIONS)
+        if (!(tcx ? clsact_detach(ifindex, direction, why) : tcx_detach(ifindex, direction, own_, why)))
             return false;
     return true;
 }
 
 bool kolt_programs::detach(uint32_t ifindex, kolt_reason *why) {
     bool done = true;
-    for (const auto direction : DIRECTIONS) {
-        done = tcx_detach(ifindex, direction, why) && done;
+    for (const auto direction : KOLT_DIRECTIONS) {
+        done = tcx_detach(ifindex, direction, own_, why) && done;
         done = clsact_detach(ifindex, direction, why) && done;
     }
     return done;
 }
 
-bool kolt_programs::attached(uint32_t ifindex) {
+bool kolt_programs::attached(uint32_t ifindex, const kolt_own_programs &own) {
     bool both = true;
-    for (const auto direction : DIRECTIONS)
-        both = both && (tcx_attached(ifindex, direction) || clsact_attached(ifindex, direction));
+    for (const auto direction : KOLT_DIRECTIONS)
+        both = both && (tcx_attached(ifindex, direction, own) || clsact_attached(ifindex, direction));
     return both;
 }
 
-size_t kolt_programs::others(uint32_t ifindex, kolt_direction direction, kolt_other_program *first) {
+size_t kolt_programs::others(uint32_t ifindex, kolt_direction direction, kolt_other_program *first,
+                             const kolt_own_programs &own) {
     const size_t filters = clsact_others(ifindex, direction, first);
-    return filters + tcx_others(ifindex, direction, first); // by TCX they come first
+    return filters + tcx_others(ifindex, direction, own, first); // by TCX they come first
 }
 
 int kolt_programs::map(kolt_map which) const {
@@ -214,5 +219,5 @@ bool kolt_programs::made(kolt_map which) const {
 }
 
 int kolt_programs::program(kolt_direction direction) const {
-    return programs_[static_cast<size_t>(direction)].get();
+    return own_.current(direction);
 }

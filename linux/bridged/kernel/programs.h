@@ -10,6 +10,7 @@
 #include "bpf/records.h"
 #include "core/handle.h"
 #include "kernel/hooks.h"
+#include "kernel/own_programs.h"
 #include "kernel/reason.h"
 
 // What may pass a port. `admits` and `accepts` have a bit for each class of group frames: those that may come in here,
@@ -97,17 +98,22 @@ public:
     bool attach(uint32_t ifindex, kolt_reason *why, kolt_hooking hooking = kolt_hooking::BEST);
     // Takes off both, by whatever way they were put on, and a clsact that then holds nothing.
     bool detach(uint32_t ifindex, kolt_reason *why);
-    // Whether both stand on the interface, of this process or of an earlier one.
-    [[nodiscard]] static bool attached(uint32_t ifindex);
+    // Whether both stand on the interface, of this process or of an earlier one. Who may look at all programs knows
+    // them by their names, without `own`.
+    [[nodiscard]] static bool attached(uint32_t ifindex, const kolt_own_programs &own = {});
     // How many programs and filters of others stand on one of the interface's hooks, TCX and clsact together. `first`
     // becomes one of them: they see what this daemon's let pass, and the user wants to know.
-    [[nodiscard]] static size_t others(uint32_t ifindex, kolt_direction direction, kolt_other_program *first);
+    [[nodiscard]] static size_t others(uint32_t ifindex, kolt_direction direction, kolt_other_program *first,
+                                       const kolt_own_programs &own = {});
 
     // -1 before `open`.
     [[nodiscard]] int map(kolt_map which) const;
     // Whether this process has made the map, and not taken it over.
     [[nodiscard]] bool made(kolt_map which) const;
     [[nodiscard]] int program(kolt_direction direction) const;
+    [[nodiscard]] const kolt_own_programs &own() const {
+        return own_;
+    }
 
 private:
     bool pin_made(const char *pin_folder, kolt_reason *why);
@@ -115,6 +121,6 @@ private:
 
     std::array<unique_fd, KOLT_MAP_COUNT> maps_;
     std::array<bool, KOLT_MAP_COUNT> made_{};
-    std::array<unique_fd, 2> programs_;
+    kolt_own_programs own_;
     kolt_port_entry *ports_ = nullptr; // the map's memory
 };

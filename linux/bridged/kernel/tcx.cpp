@@ -1,10 +1,12 @@
 // Programs on an interface's hooks by TCX (Linux 6.6): by bare system calls, since a library may be older than the
 // kernel.
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <linux/bpf.h>
@@ -14,6 +16,7 @@
 
 #include "core/handle.h"
 #include "kernel/hooks.h"
+#include "kernel/own_programs.h"
 
 namespace {
 
@@ -72,38 +75,91 @@ int query(uint32_t ifindex, uint32_t type, hook_programs *programs) {
     return error;
 }
 
-// False when the program is gone.
-bool describe(uint32_t id, unique_fd *program, bpf_prog_info *info) {
-    uint32_t size = sizeof *info;
-    program->reset(bpf_prog_get_fd_by_id(id));
-    return *program && bpf_obj_get_info_by_fd(program->get(), info, &size) == 0;
+enum class owner : uint8_t { THIS_DAEMON, OTHERS, NOBODY };
+
+// Whose program that is, of which the hook told the number.
+owner owner_of(const kolt_own_programs &own, kolt_direction direction, uint32_t id, kolt_other_program *told) {
+    if (own.of_number(direction, id) >= 0)
+        return owner::THIS_DAEMON;
+    bpf_prog_info info{};
+    uint32_t size = sizeof info;
+    const unique_fd program(bpf_prog_get_fd_by_id(id));
+    if (!program && errno == ENOENT)
+        return owner::NOBODY; // gone meanwhile
+    if (!program || bpf_obj_get_info_by_fd(program.get(), &info, &size) != 0 || info.name[0] == '\0')
+        (void)snprintf(told->name, sizeof told->name, "number %u", id);
+    else
+        (void)snprintf(told->name, sizeof told->name, "%s", info.name);
+    return strcmp(info.name, kolt_program_name(direction)) == 0 ? owner::THIS_DAEMON : owner::OTHERS;
 }
 
 struct survey {
-    unique_fd ours;
-    uint32_t our_id = 0;
+    hook_programs ours;
     size_t others = 0;
     kolt_other_program first;
 };
 
-survey look(uint32_t ifindex, kolt_direction direction) {
+survey look(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own) {
     survey result;
     hook_programs programs;
     (void)query(ifindex, type_of(direction), &programs); // an interface gone meanwhile has none
     for (size_t place = 0; place < programs.count; place++) {
-        unique_fd program;
-        bpf_prog_info info{};
-        if (!describe(programs.ids[place], &program, &info))
-            continue;
-        if (strcmp(info.name, kolt_program_name(direction)) == 0) {
-            result.ours = std::move(program);
-            result.our_id = info.id;
-            continue;
-        }
-        if (result.others++ == 0)
-            (void)snprintf(result.first.name, sizeof result.first.name, "%s", info.name);
+        kolt_other_program told;
+        const owner whose = owner_of(own, direction, programs.ids[place], &told);
+        if (whose == owner::THIS_DAEMON)
+            result.ours.ids[result.ours.count++] = programs.ids[place];
+        else if (whose == owner::OTHERS && result.others++ == 0)
+            result.first = told;
     }
     return result;
+}
+
+// A program of this daemon: one of `own`, or one without a pin that its name has told.
+unique_fd open_ours(const kolt_own_programs &own, kolt_direction direction, uint32_t id) {
+    const int held = own.of_number(direction, id);
+    return unique_fd(held >= 0 ? fcntl(held, F_DUPFD_CLOEXEC, 0) : bpf_prog_get_fd_by_id(id));
+}
+
+// Puts the program before all others, or in the place of `replaced`, of which -1 is none.
+int put_on(uint32_t ifindex, kolt_direction direction, int program, int replaced) {
+    attach_request request{};
+    request.ifindex = ifindex;
+    request.program = static_cast<uint32_t>(program);
+    request.type = type_of(direction);
+    request.flags = replaced >= 0 ? FLAG_REPLACE : FLAG_BEFORE;
+    request.replaced_program = replaced >= 0 ? static_cast<uint32_t>(replaced) : 0;
+    return call(BPF_PROG_ATTACH, &request);
+}
+
+int take_off(uint32_t ifindex, kolt_direction direction, int program) {
+    attach_request request{};
+    request.ifindex = ifindex;
+    request.program = static_cast<uint32_t>(program);
+    request.type = type_of(direction);
+    const int error = call(BPF_PROG_DETACH, &request);
+    return error == ENOENT ? 0 : error;
+}
+
+// Takes off those of this daemon's programs whose number is not `kept`.
+bool take_off_all(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own, uint32_t kept,
+                  kolt_reason *why) {
+    const survey present = look(ifindex, direction, own);
+    for (size_t place = 0; place < present.ours.count; place++) {
+        const uint32_t id = present.ours.ids[place];
+        if (id == kept)
+            continue;
+        const unique_fd program = open_ours(own, direction, id);
+        const int error = program ? take_off(ifindex, direction, program.get()) : errno;
+        if (error != 0)
+            return why->say(error, "cannot take the program %s off interface %u", kolt_program_name(direction),
+                            ifindex);
+    }
+    return true;
+}
+
+bool has(const hook_programs &programs, uint32_t id) {
+    const auto *end = programs.ids.begin() + programs.count;
+    return std::find(programs.ids.begin(), end, id) != end;
 }
 
 } // namespace
@@ -114,42 +170,33 @@ bool tcx_available() {
     return query(INT_MAX, TCX_INGRESS, &programs) == ENODEV;
 }
 
-bool tcx_attach(uint32_t ifindex, kolt_direction direction, int program, kolt_reason *why) {
-    const survey present = look(ifindex, direction);
+bool tcx_attach(uint32_t ifindex, kolt_direction direction, int program, const kolt_own_programs &own,
+                kolt_reason *why) {
+    const survey present = look(ifindex, direction, own);
     bpf_prog_info info{};
     uint32_t size = sizeof info;
-    if (bpf_obj_get_info_by_fd(program, &info, &size) == 0 && info.id == present.our_id)
-        return true;
-    attach_request request{};
-    request.ifindex = ifindex;
-    request.program = static_cast<uint32_t>(program);
-    request.type = type_of(direction);
-    request.flags = present.ours ? FLAG_REPLACE : FLAG_BEFORE;
-    request.replaced_program = present.ours ? static_cast<uint32_t>(present.ours.get()) : 0;
-    const int error = call(BPF_PROG_ATTACH, &request);
-    return error == 0 ||
-           why->say(error, "cannot put the program %s on interface %u", kolt_program_name(direction), ifindex);
+    if (bpf_obj_get_info_by_fd(program, &info, &size) != 0)
+        return why->say(errno, "cannot look at the program %s", kolt_program_name(direction));
+    if (!has(present.ours, info.id)) {
+        const unique_fd replaced =
+            present.ours.count != 0 ? open_ours(own, direction, present.ours.ids[0]) : unique_fd();
+        const int error = put_on(ifindex, direction, program, replaced.get());
+        if (error != 0)
+            return why->say(error, "cannot put the program %s on interface %u", kolt_program_name(direction), ifindex);
+    }
+    return take_off_all(ifindex, direction, own, info.id, why);
 }
 
-bool tcx_detach(uint32_t ifindex, kolt_direction direction, kolt_reason *why) {
-    const survey present = look(ifindex, direction);
-    if (!present.ours)
-        return true;
-    attach_request request{};
-    request.ifindex = ifindex;
-    request.program = static_cast<uint32_t>(present.ours.get());
-    request.type = type_of(direction);
-    const int error = call(BPF_PROG_DETACH, &request);
-    return error == 0 || error == ENOENT ||
-           why->say(error, "cannot take the program %s off interface %u", kolt_program_name(direction), ifindex);
+bool tcx_detach(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own, kolt_reason *why) {
+    return take_off_all(ifindex, direction, own, 0, why);
 }
 
-bool tcx_attached(uint32_t ifindex, kolt_direction direction) {
-    return look(ifindex, direction).our_id != 0;
+bool tcx_attached(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own) {
+    return look(ifindex, direction, own).ours.count != 0;
 }
 
-size_t tcx_others(uint32_t ifindex, kolt_direction direction, kolt_other_program *first) {
-    const survey present = look(ifindex, direction);
+size_t tcx_others(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own, kolt_other_program *first) {
+    const survey present = look(ifindex, direction, own);
     if (present.others != 0)
         *first = present.first;
     return present.others;

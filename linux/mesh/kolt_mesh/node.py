@@ -61,10 +61,10 @@ class MeshNode(Node):
             if port.radio:
                 self.set_driver_files(port.radio, port.link.type, [], 0)
 
-    def start_bridged(self) -> None:
-        """Starts kolt-bridged and waits until it takes connections."""
-        self.bridged = self.spawn([self.build / "bin/kolt-bridged", "-c", "/etc/kolt.json", "--run", BRIDGED_RUN,
-                                   "--pin", BRIDGED_PIN, "--mode", self.mode, *self._options])
+    def start_bridged(self, through: "Iterable[str]" = ()) -> None:
+        """Starts kolt-bridged, by the program `through` when given, and waits until it takes connections."""
+        self.bridged = self.spawn([*through, self.build / "bin/kolt-bridged", "-c", "/etc/kolt.json", "--run",
+                                   BRIDGED_RUN, "--pin", BRIDGED_PIN, "--mode", self.mode, *self._options])
         daemon = self.bridged
         self.wait_for(lambda: daemon.status is not None or
                       self.call("accepts", path=f"{BRIDGED_RUN}/socket", kind=int(socket.SOCK_SEQPACKET)),

@@ -10,7 +10,6 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
-#include <linux/capability.h>
 #include <linux/if.h>
 #include <linux/if_ether.h>
 #include <linux/if_link.h>
@@ -21,7 +20,6 @@
 #include <stdexcept>
 #include <sys/mount.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 
@@ -82,18 +80,6 @@ void mount_sys() {
     static const bool MOUNTED = mount("sysfs", "/sys", "sysfs", 0, nullptr) == 0;
     if (!MOUNTED)
         throw std::runtime_error("cannot mount /sys");
-}
-
-std::array<__user_cap_data_struct, 2> capabilities() {
-    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    std::array<__user_cap_data_struct, 2> sets{};
-    syscall(SYS_capget, &header, sets.data());
-    return sets;
-}
-
-void set_capabilities(std::array<__user_cap_data_struct, 2> sets) {
-    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    must(syscall(SYS_capset, &header, sets.data()) == 0 ? 0 : errno, "capabilities");
 }
 
 void wait_for(const std::function<bool()> &wanted, const std::string &otherwise) {
@@ -255,20 +241,6 @@ std::string ethernet_frame(const mac_address &to, const mac_address &from, uint1
     frame += static_cast<char>(ethertype >> 8);
     frame += static_cast<char>(ethertype);
     return frame.append(payload);
-}
-
-without_capability::without_capability(unsigned capability) {
-    auto sets = capabilities();
-    effective_ = {sets[0].effective, sets[1].effective};
-    sets[capability / 32].effective &= ~(1U << capability % 32);
-    set_capabilities(sets);
-}
-
-without_capability::~without_capability() {
-    auto sets = capabilities();
-    sets[0].effective = effective_[0];
-    sets[1].effective = effective_[1];
-    set_capabilities(sets);
 }
 
 kernel_test::kernel_test() : descriptors_(open_descriptors()) {

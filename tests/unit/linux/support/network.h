@@ -3,6 +3,7 @@
 #pragma once
 
 #include "kernel/net/rtnl.h"
+#include "linux/support/rights.h"
 #include "support/sandbox.h"
 
 #include <gtest/gtest.h>
@@ -74,18 +75,6 @@ std::string ethernet_frame(const mac_address &to, const mac_address &from, uint1
                            std::string_view payload = "payload");
 
 constexpr mac_address BROADCAST = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-
-// Takes a capability out of the effective ones while it lives.
-class without_capability {
-public:
-    explicit without_capability(unsigned capability);
-    ~without_capability();
-    without_capability(const without_capability &) = delete;
-    without_capability &operator=(const without_capability &) = delete;
-
-private:
-    std::array<uint32_t, 2> effective_{};
-};
 
 // A socket for requests, and a check that nothing is left open.
 class kernel_test : public testing::Test {

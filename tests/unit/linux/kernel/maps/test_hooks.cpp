@@ -1,10 +1,13 @@
 // Putting the programs on an interface and taking them off.
 #include "linux/support/data_plane.h"
+#include "linux/support/rights.h"
 
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <linux/capability.h>
 #include <stdexcept>
+#include <unistd.h>
 
 #include <bpf/bpf.h>
 #include <bpf/libbpf.h>
@@ -12,8 +15,6 @@
 namespace {
 
 using testing::HasSubstr;
-
-constexpr kolt_direction BOTH[] = {kolt_direction::INGRESS, kolt_direction::EGRESS};
 
 bpf_tc_hook ingress_of(uint32_t ifindex) {
     bpf_tc_hook hook{};
@@ -23,11 +24,11 @@ bpf_tc_hook ingress_of(uint32_t ifindex) {
     return hook;
 }
 
-// A program of somebody else, that lets everything pass.
-unique_fd foreign_program() {
+// A program that is not this process's, and lets everything pass.
+unique_fd foreign_program(const char *name = "shaper") {
     const bpf_insn code[] = {{.code = BPF_ALU64 | BPF_MOV | BPF_K, .dst_reg = 0, .src_reg = 0, .off = 0, .imm = 0},
                              {.code = BPF_JMP | BPF_EXIT, .dst_reg = 0, .src_reg = 0, .off = 0, .imm = 0}};
-    return unique_fd(bpf_prog_load(BPF_PROG_TYPE_SCHED_CLS, "shaper", "none", code, std::size(code), nullptr));
+    return unique_fd(bpf_prog_load(BPF_PROG_TYPE_SCHED_CLS, name, "none", code, std::size(code), nullptr));
 }
 
 bool put_foreign_filter(uint32_t ifindex, uint32_t priority, uint32_t handle) {
@@ -107,8 +108,8 @@ TEST_P(hooks_test, OneWayReplacesTheOther) {
     ASSERT_TRUE(attach());
     const kolt_hooking other = GetParam() == kolt_hooking::TCX ? kolt_hooking::CLSACT : kolt_hooking::TCX;
     ASSERT_TRUE(programs_.attach(one_, &why_, other)) << why_.text;
-    for (const auto direction : BOTH) {
-        EXPECT_EQ(other == kolt_hooking::TCX, tcx_attached(one_, direction));
+    for (const auto direction : KOLT_DIRECTIONS) {
+        EXPECT_EQ(other == kolt_hooking::TCX, tcx_attached(one_, direction, {}));
         EXPECT_EQ(other == kolt_hooking::CLSACT, clsact_attached(one_, direction));
     }
     EXPECT_TRUE(guards());
@@ -174,8 +175,98 @@ using best_test = data_plane_test;
 
 TEST_F(best_test, TakesTcxWhereTheKernelHasIt) {
     ASSERT_TRUE(programs_.attach(one_, &why_)) << why_.text;
-    EXPECT_EQ(tcx_available(), tcx_attached(one_, kolt_direction::EGRESS));
+    EXPECT_EQ(tcx_available(), tcx_attached(one_, kolt_direction::EGRESS, {}));
     EXPECT_NE(tcx_available(), clsact_attached(one_, kolt_direction::EGRESS));
+}
+
+// A process that may not look at programs by their numbers alone.
+class pinned_test : public data_plane_test {
+protected:
+    static constexpr auto TCX_INGRESS = static_cast<bpf_attach_type>(46);
+
+    pinned_test() {
+        if (!tcx_available())
+            throw std::runtime_error("this kernel is too old for TCX");
+    }
+    static unsigned count(uint32_t ifindex) {
+        uint32_t ids[64];
+        uint32_t flags = 0;
+        uint32_t number = std::size(ids);
+        EXPECT_EQ(0, bpf_prog_query(static_cast<int>(ifindex), TCX_INGRESS, 0, &flags, ids, &number));
+        return number;
+    }
+    static void stand(const unique_fd &program, uint32_t ifindex) {
+        ASSERT_EQ(0, bpf_prog_attach(program.get(), static_cast<int>(ifindex), TCX_INGRESS, 0));
+    }
+    // What an earlier process of another version has left on both ports.
+    void leave_old_programs() {
+        const unique_fd old = foreign_program("kolt_ingress");
+        const std::string pin = std::string(PINS) + "/kolt_ingress";
+        ASSERT_EQ(0, unlink(pin.c_str()));
+        ASSERT_EQ(0, bpf_obj_pin(old.get(), pin.c_str()));
+        stand(old, one_);
+        stand(old, two_);
+    }
+    void begin(kolt_programs *process) {
+        ASSERT_EQ(kolt_opened::TAKEN_OVER, process->open(PINS, &why_)) << why_.text;
+    }
+    void attach(kolt_programs *process, uint32_t ifindex) {
+        ASSERT_TRUE(process->attach(ifindex, &why_)) << why_.text;
+    }
+};
+
+TEST_F(pinned_test, TheNextProcessKnowsThem) {
+    const without_capability confined(CAP_SYS_ADMIN);
+    attach(&programs_, one_);
+    kolt_programs next;
+    begin(&next);
+    attach(&next, one_);
+    EXPECT_EQ(1U, count(one_));
+    EXPECT_TRUE(kolt_programs::attached(one_, next.own()));
+    ASSERT_TRUE(next.detach(one_, &why_));
+    EXPECT_EQ(0U, count(one_));
+    EXPECT_FALSE(kolt_programs::attached(one_, next.own()));
+}
+
+TEST_F(pinned_test, AnotherVersionIsReplaced) {
+    const without_capability confined(CAP_SYS_ADMIN);
+    leave_old_programs();
+    {
+        kolt_programs stopped_half_way;
+        begin(&stopped_half_way);
+        attach(&stopped_half_way, one_);
+    }
+    kolt_programs next;
+    begin(&next);
+    for (const uint32_t port : {one_, two_}) {
+        attach(&next, port);
+        EXPECT_EQ(1U, count(port));
+        ASSERT_TRUE(next.detach(port, &why_));
+        EXPECT_EQ(0U, count(port));
+    }
+}
+
+TEST_F(pinned_test, OneWithoutAPinIsToldByItsNumber) {
+    const unique_fd program = foreign_program("kolt_ingress");
+    bpf_prog_info info{};
+    uint32_t size = sizeof info;
+    ASSERT_EQ(0, bpf_obj_get_info_by_fd(program.get(), &info, &size));
+    stand(program, one_);
+    kolt_other_program first;
+    EXPECT_EQ(0U, kolt_programs::others(one_, kolt_direction::INGRESS, &first, programs_.own())) << "its name tells";
+    const without_capability confined(CAP_SYS_ADMIN);
+    EXPECT_EQ(1U, kolt_programs::others(one_, kolt_direction::INGRESS, &first, programs_.own()));
+    EXPECT_EQ("number " + std::to_string(info.id), first.name);
+    attach(&programs_, one_);
+    ASSERT_TRUE(programs_.detach(one_, &why_));
+    EXPECT_EQ(1U, count(one_)) << "it is left alone";
+}
+
+TEST_F(pinned_test, AllOfThemAreTakenOffTogether) {
+    stand(foreign_program("kolt_ingress"), one_);
+    stand(foreign_program("kolt_ingress"), one_);
+    attach(&programs_, one_);
+    EXPECT_EQ(1U, count(one_));
 }
 
 } // namespace

@@ -28,6 +28,12 @@ protected:
         programs_.reset();
         return open();
     }
+    [[nodiscard]] uint32_t egress_number() const {
+        bpf_prog_info info{};
+        uint32_t size = sizeof info;
+        EXPECT_EQ(0, bpf_obj_get_info_by_fd(programs_->program(kolt_direction::EGRESS), &info, &size));
+        return info.id;
+    }
     static void remove_pin(const char *name) {
         ASSERT_EQ(0, unlink((std::string(PINS) + "/" + name).c_str()));
     }
@@ -133,6 +139,31 @@ TEST_F(programs_test, TakeNoProgramForAMap) {
     remove_pin("ports");
     ASSERT_EQ(0, bpf_obj_pin(programs_->program(kolt_direction::INGRESS), (std::string(PINS) + "/ports").c_str()));
     EXPECT_EQ(kolt_opened::INCOMPATIBLE, open_again());
+}
+
+TEST_F(programs_test, OfTheNextProcessAreTheSamePrograms) {
+    ASSERT_EQ(kolt_opened::FRESH, open());
+    const uint32_t first = egress_number();
+    ASSERT_EQ(kolt_opened::TAKEN_OVER, open_again());
+    EXPECT_EQ(first, egress_number());
+    remove_pin("hd");
+    ASSERT_EQ(kolt_opened::TAKEN_OVER, open_again());
+    EXPECT_NE(first, egress_number()) << "it would go by a table that is gone";
+    EXPECT_GE(programs_->own().of_number(kolt_direction::EGRESS, first), 0) << "yet it is known";
+    remove_pin("streams");
+    ASSERT_EQ(kolt_opened::TAKEN_OVER, open_again()) << why_.text;
+    EXPECT_EQ(-1, programs_->own().of_number(kolt_direction::EGRESS, first)) << "it is two versions old";
+}
+
+TEST_F(programs_test, TakeNothingElseForAProgram) {
+    ASSERT_EQ(kolt_opened::FRESH, open());
+    for (const char *name : {"kolt_ingress", "kolt_egress_before"}) {
+        (void)unlink((std::string(PINS) + "/" + name).c_str());
+        put_pin(name, BPF_MAP_TYPE_ARRAY, 8, 1);
+        EXPECT_EQ(kolt_opened::INCOMPATIBLE, open_again());
+        EXPECT_THAT(why_.text, HasSubstr(std::string(name) + " is no program of kolt-bridged"));
+        remove_pin(name);
+    }
 }
 
 TEST_F(programs_test, BeginAnewAfterUnpinning) {
