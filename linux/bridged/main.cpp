@@ -54,7 +54,7 @@ void kernel_changed(uloop_fd *watch, unsigned /*events*/) {
     callbacks.fdb = entry_changed;
     const int error = self->monitor.receive(callbacks);
     if (error == ENOBUFS)
-        ports_look(self);
+        (void)ports_look(self); // or a second later
     else if (error != 0)
         KOLT_ERROR("cannot hear of changes: %s", strerror(error));
     // An overrun counts as an error of the descriptor, for which the loop drops it.
@@ -182,7 +182,8 @@ int run(bridged *self) {
     if (!open_programs(self) || !open_monitor(self))
         return EXIT_FAILURE;
     start_timers(self);
-    ports_look(self);
+    if (!ports_look(self))
+        return EXIT_FAILURE;
     // Whoever finds the socket may rely on the ports being guarded.
     if (!open_requests(self))
         return EXIT_FAILURE;
@@ -197,9 +198,8 @@ int run(bridged *self) {
 int release(bridged *self) {
     if (!open_programs(self))
         return EXIT_FAILURE;
-    ports_look(self);
     kolt_reason why;
-    if (!ports_release(self))
+    if (!ports_look(self) || !ports_release(self))
         return EXIT_FAILURE; // the pins are still of use to whoever tries again
     if (kolt_programs::unpin(self->settings.pin_folder, &why))
         return EXIT_SUCCESS;

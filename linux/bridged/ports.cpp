@@ -9,7 +9,9 @@
 #include "bridged/saved_state.h"
 #include "bridged/settle.h"
 #include "bridged/takeover.h"
+#include "core/container_of.h"
 #include "core/log.h"
+#include "kernel/net/link_list.h"
 #include "lib/records.h"
 
 #include <algorithm>
@@ -19,6 +21,8 @@
 #include <sys/random.h>
 
 namespace {
+
+constexpr int LOOK_AGAIN_MS = 1000;
 
 const config_interface *configured(const bridged *self, const char *name) {
     for (uint32_t i = 0; i < self->configured.interface_num; i++) {
@@ -191,30 +195,26 @@ bool bridge_changed(bridge_node *node, const link_info &link) {
     return node->ifindex != before && node->ifindex != 0;
 }
 
-constexpr size_t MAX_LOOKED_AT = 512;
-
 // Those of the kernel's interfaces that are `wanted`.
-template <class Wanted>
-void collect(bridged *self, std::array<link_info, MAX_LOOKED_AT> *found, size_t *count, Wanted wanted) {
-    int error = EINTR;
-    for (int attempt = 0; attempt < 10 && error == EINTR; attempt++) {
-        *count = 0;
-        error = links_dump(self->rtnl, [&](const link_info &link) {
-            if (*count < found->size() && wanted(link))
-                (*found)[(*count)++] = link;
-        });
-    }
+template <class Wanted> bool collect(bridged *self, link_list *found, Wanted wanted) {
+    const int error = found->read(self->rtnl, wanted);
     if (error != 0)
-        KOLT_ERROR_AS("ports_look", "cannot list the interfaces: %s", self->rtnl.last_error().text.data());
+        KOLT_ERROR_AS("ports_look", "cannot list the interfaces: %s", strerror(error));
+    return error == 0;
 }
 
-void look_bridges(bridged *self) {
-    std::array<link_info, MAX_LOOKED_AT> found;
-    size_t count = 0;
-    collect(self, &found, &count,
-            [self](const link_info &link) { return link.is_bridge && node_find(self, link.name.data()) != nullptr; });
-    for (size_t i = 0; i < count; i++)
-        bridge_came(node_find(self, found[i].name.data()), found[i]);
+bool look_bridges(bridged *self) {
+    link_list found;
+    const bool complete = collect(self, &found, [self](const link_info &link) {
+        return link.is_bridge && node_find(self, link.name.data()) != nullptr;
+    });
+    for (const link_info &link : found.all())
+        bridge_came(node_find(self, link.name.data()), link);
+    return complete;
+}
+
+void look_again(uloop_timeout *timer) {
+    (void)ports_look(KOLT_CONTAINER_OF(timer, bridged_watches, look)->owner); // which has itself called again
 }
 
 bool has_port(const bridge_node &node, uint32_t ifindex, std::span<const link_info> links) {
@@ -256,30 +256,34 @@ void ports_link_changed(bridged *self, const link_info &link) {
         settle(&node);
 }
 
-void ports_look(bridged *self) {
+bool ports_look(bridged *self) {
     // The kernel can be asked nothing else in the middle of a dump. Bridges first: a port is known by its bridge's
     // index.
-    look_bridges(self);
-    std::array<link_info, MAX_LOOKED_AT> found;
-    size_t count = 0;
-    collect(self, &found, &count, [self](const link_info &link) {
+    link_list found;
+    const auto is_port = [self](const link_info &link) {
         return link.master != 0 && node_find_index(self, link.master) != nullptr;
-    });
+    };
+    if (!look_bridges(self) || !collect(self, &found, is_port)) {
+        self->watches.look.cb = look_again;
+        (void)uloop_timeout_set(&self->watches.look, LOOK_AGAIN_MS);
+        return false;
+    }
     const std::span<bridge_node> nodes(self->bridges.data(), self->bridge_count);
     for (bridge_node &node : nodes) {
         for (node_port &port : node.ports) {
-            if (port.ifindex != 0 && !has_port(node, port.ifindex, {found.data(), count}))
+            if (port.ifindex != 0 && !has_port(node, port.ifindex, found.all()))
                 let_go(&node, &port);
         }
     }
     for (bridge_node &node : nodes) {
-        for (size_t i = 0; i < count; i++)
-            port_there(&node, found[i]);
+        for (const link_info &link : found.all())
+            port_there(&node, link);
         forget_gone(&node);
         takeover_clients(&node);
         settle(&node);
     }
     takeover_finish(self);
+    return true;
 }
 
 bool ports_release(bridged *self) {

@@ -4,8 +4,9 @@
 #include "bridged/node.h"
 
 // Looks at every bridge of the configuration and its ports as the kernel has them now: takes in those that have come,
-// lets go of those that have gone.
-void ports_look(bridged *self);
+// lets go of those that have gone. False when the kernel does not list them: then all stays as it is until the loop
+// looks again, a second later.
+bool ports_look(bridged *self);
 
 // The kernel told of a change.
 void ports_link_changed(bridged *self, const link_info &link);
