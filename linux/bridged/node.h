@@ -23,6 +23,7 @@
 
 constexpr size_t MAX_CLIENTS = 1024;   // with an HD entry, of one bridge
 constexpr size_t MAX_NODE_PORTS = 128; // of one bridge, access ports included
+static_assert(MAX_NODE_PORTS >= CONFIG_MAX_INTERFACES);
 
 struct bridged;
 struct bridge_node;

@@ -80,8 +80,30 @@ void begin_closed(bridge_node *node, uint32_t ifindex) {
     }
 }
 
+void let_go(bridge_node *node, node_port *port) {
+    if (port->backhaul)
+        tree_port_remove(&node->links, port->ifindex, node_now());
+    neighbours_forget(port);
+    guard_end(node, port);
+    port->ifindex = 0;
+}
+
+// However many others there are: a link without a place would be left to flood.
+node_port *make_place(bridge_node *node) {
+    node_port *place = free_place(node);
+    for (node_port &port : node->ports) {
+        if (place != nullptr || configured(node->owner, port.name) != nullptr)
+            continue;
+        KOLT_ERROR_AS("take_in", "%s: too many ports, %s is left alone", node->name, port.name);
+        let_go(node, &port);
+        place = &port;
+    }
+    return place;
+}
+
 void take_in(bridge_node *node, const link_info &link) {
-    node_port *port = free_place(node);
+    const config_interface *interface = configured(node->owner, link.name.data());
+    node_port *port = interface != nullptr ? make_place(node) : free_place(node);
     if (port == nullptr) {
         KOLT_ERROR("%s: too many ports, %s is left alone", node->name, link.name.data());
         return;
@@ -91,7 +113,6 @@ void take_in(bridge_node *node, const link_info &link) {
     memcpy(port->name, link.name.data(), KOLT_NAME_SIZE);
     port->mac = node->mac;
     port->node = node;
-    const config_interface *interface = configured(node->owner, port->name);
     if (is_backhaul(interface) && guard_port(node, port)) {
         port->backhaul =
             tree_port_add(&node->links, port->ifindex, first_wish(*interface), link_works(link), node_now());
@@ -103,14 +124,6 @@ void take_in(bridge_node *node, const link_info &link) {
         begin_closed(node, port->ifindex);
     else
         (void)node->owner->programs.set_port(port->ifindex, {.class_ = bcast_class});
-}
-
-void let_go(bridge_node *node, node_port *port) {
-    if (port->backhaul)
-        tree_port_remove(&node->links, port->ifindex, node_now());
-    neighbours_forget(port);
-    guard_end(node, port);
-    port->ifindex = 0;
 }
 
 void tell_joined(bridged *self, uint16_t type) {

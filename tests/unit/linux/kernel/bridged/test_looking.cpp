@@ -96,4 +96,16 @@ TEST_F(looking_test, NobodyIsLetGoByALongList) {
     expect_all_kept();
 }
 
+TEST_F(looking_test, ALinkHasItsPlaceHoweverManyHostsThereAre) {
+    more_ports = MAX_NODE_PORTS + 10;
+    EXPECT_TRUE(ports_look(life_.get()));
+    take_out_of_bridge("p1");
+    EXPECT_TRUE(ports_look(life_.get()));
+    put_into_bridge("p1", "br0");
+    EXPECT_TRUE(ports_look(life_.get()));
+    EXPECT_NE(node_find_port(&life_.node(), "p1"), nullptr);
+    EXPECT_TRUE(kolt_programs::attached(port(FAST_LINK)));
+    EXPECT_EQ(node_find_port(&life_.node(), "host130"), nullptr);
+}
+
 } // namespace
