@@ -205,9 +205,9 @@ int kolt_egress(struct __sk_buff *skb) {
     const __u32 word = port_word(skb->ifindex), in_word = port_word(came_by);
     if ((const void *)(head + ETH_HLEN) > end)
         return DROP;
-    // Only the node's own: a bridge can be told to forward these addresses, and would flood them.
-    if (is_group(head) && is_link_local(head) && (came_by == 0 || came_by == skb->ifindex))
-        return PASS;
+    // Only the node's own: a bridge can be told to forward these, and floods what came in by a closed port too.
+    if (is_group(head) && is_link_local(head))
+        return came_by == 0 || came_by == skb->ifindex ? PASS : DROP;
     if (!has(word, KOLT_PORT_OPEN))
         return DROP;
     // Split horizon: what came from a neighbour does not go back to it by another link.

@@ -37,6 +37,7 @@ struct node_port {
     bool shut = false;     // they cannot: the bridge itself keeps it closed
     bool listened = false; // in the loop
     bool unset = false;    // the bridge has not taken what it was set to last
+    bool unfit = false;    // it was set meanwhile as no port is taken in, which was told
     fdb_mac mac{};         // that its frames to neighbours come from: the bridge's, which they may learn
     raw_socket frames;
     uloop_fd watch = {};
@@ -56,8 +57,9 @@ struct placed_client {
 struct bridge_node {
     bridged *owner = nullptr;
     char name[KOLT_NAME_SIZE] = {};
-    uint32_t ifindex = 0; // 0: there is no such bridge at present
-    uint32_t refused = 0; // or there is this one, which cannot be kept
+    uint32_t ifindex = 0;        // 0: there is no such bridge at present
+    uint32_t refused = 0;        // or there is this one, which cannot be kept
+    const char *unfit = nullptr; // why one that is kept would not be taken now, as it was told
     fdb_mac mac{};
     tree links;
     port_settings set{};  // what the ports were set to last

@@ -157,6 +157,7 @@ void follow_address(bridge_node *node, const fdb_mac &mac) {
 void bridge_came(bridge_node *node, const link_info &link) {
     if (node->ifindex == link.index) {
         follow_address(node, link.mac);
+        refusal_watch_bridge(node);
         return;
     }
     // One that was emptied has no address until a port joins, which is announced.
@@ -166,6 +167,7 @@ void bridge_came(bridge_node *node, const link_info &link) {
         bridge_gone(node);
     node->ifindex = link.index;
     node->mac = link.mac;
+    node->unfit = nullptr;
     node->set = {};
     start_tree(node);
     takeover_begin(node);
@@ -187,7 +189,7 @@ void port_left(bridge_node *node, const link_info &link) {
 void port_there(bridge_node *node, const link_info &link) {
     if (!belongs(node, link))
         return;
-    const node_port *port = node_find_port_index(node, link.index);
+    node_port *port = node_find_port_index(node, link.index);
     if (port == nullptr) {
         take_in(node, link);
         tell_joined(node->owner, BRIDGE_EVENT_PORT_JOINED);
@@ -195,6 +197,7 @@ void port_there(bridge_node *node, const link_info &link) {
         guard_keep_shut(node, *port);
     } else if (port->backhaul) {
         tree_port_carrier(&node->links, link.index, link_works(link), node_now());
+        refusal_watch_port(port, link);
     }
 }
 

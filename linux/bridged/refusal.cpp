@@ -9,6 +9,12 @@
 
 namespace {
 
+const char *obstacle_of_mask(uint16_t group_fwd_mask) {
+    if (group_fwd_mask == 0)
+        return nullptr;
+    return "forwards frames that are meant for the other end of a link (group_fwd_mask)";
+}
+
 bool print_feature(FILE *out, const feature &found) {
     static constexpr const char *WORDS[] = {"no", "yes", "unknown"};
     (void)fprintf(out, "%-8s %s\n", WORDS[found.answer], found.sentence.data());
@@ -31,6 +37,11 @@ bool check_interface(bridged *self, const config_interface &interface, const kol
     bool fine = print_offload(out, found.switch_chip);
     fine &= print_offload(out, found.tc_offload);
     fine &= print_offload(out, found.flow_table);
+    const bool is_link = interface.path != 0 || !interface.is_relay();
+    if (const char *obstacle = obstacle_of_mask(link.group_fwd_mask); is_link && obstacle != nullptr) {
+        (void)fprintf(out, "no       %s %s\n", name.text, obstacle);
+        fine = false;
+    }
     for (const kolt_direction direction : KOLT_DIRECTIONS) {
         kolt_other_program first;
         if (kolt_programs::others(link.index, direction, &first, own) != 0)
@@ -63,9 +74,7 @@ const char *refusal_of(const bridge_settings &settings) {
                "bridge stp_state 0)";
     if (settings.vlan_filtering)
         return "tells VLANs apart, which the streams' tables do not";
-    if ((settings.group_fwd_mask & (1U << NEIGHBOUR_GROUP[5])) != 0)
-        return "forwards frames that are meant for the other end of a link (group_fwd_mask)";
-    return nullptr;
+    return obstacle_of_mask(settings.group_fwd_mask);
 }
 
 bool refusal_allows_port(const bridge_node *node, const node_port &port) {
@@ -76,7 +85,26 @@ bool refusal_allows_port(const bridge_node *node, const node_port &port) {
         KOLT_ERROR("%s: refused: %s", port.name, finding->sentence.data());
         return false;
     }
-    return true;
+    bridge_port described;
+    const bool asked = bridge_port_get(node->owner->rtnl, port.ifindex, &described) == 0;
+    const char *obstacle = asked ? obstacle_of_mask(described.group_fwd_mask) : nullptr;
+    if (obstacle != nullptr)
+        KOLT_ERROR("%s: refused: it %s", port.name, obstacle);
+    return obstacle == nullptr;
+}
+
+void refusal_watch_port(node_port *port, const link_info &link) {
+    const char *obstacle = obstacle_of_mask(link.group_fwd_mask);
+    if (obstacle != nullptr && !port->unfit)
+        KOLT_ERROR_AS("refusal_watch", "%s: stays guarded, though it now %s", port->name, obstacle);
+    port->unfit = obstacle != nullptr;
+}
+
+void refusal_watch_bridge(bridge_node *node) {
+    const char *obstacle = bridge_obstacle(node->owner, node->ifindex);
+    if (obstacle != nullptr && obstacle != node->unfit)
+        KOLT_ERROR_AS("refusal_watch", "%s: stays guarded, though it now %s", node->name, obstacle);
+    node->unfit = obstacle;
 }
 
 bool refusal_allows_bridge(bridge_node *node, uint32_t ifindex) {

@@ -9,6 +9,11 @@
 // is refused, since nothing could be promised for it.
 [[nodiscard]] bool refusal_allows_port(const bridge_node *node, const node_port &port);
 
+// A port or bridge in care has changed. When it is set by now as none is taken, that is told once: given up, it would
+// carry in circles what the programs still stop.
+void refusal_watch_port(node_port *port, const link_info &link);
+void refusal_watch_bridge(bridge_node *node);
+
 // Why a bridge that is set like this cannot be kept, in words that follow its name; null when it can.
 [[nodiscard]] const char *refusal_of(const bridge_settings &settings);
 

@@ -11,7 +11,6 @@
 
 namespace {
 
-constexpr unsigned NEIGHBOUR_GROUP_BIT = 0x0E; // of 01:80:c2:00:00:0e
 // The highest kinds that are read, of a port and of a bridge.
 constexpr uint16_t PORT_KINDS = IFLA_BRPORT_LOCKED;
 constexpr uint16_t BRIDGE_KINDS = IFLA_BR_MCAST_SNOOPING;
@@ -73,10 +72,6 @@ void put_switch(rtnl_message &message, uint16_t kind, bool on) {
 }
 
 } // namespace
-
-bool forwards_neighbour_frames(const bridge_settings &bridge, const bridge_port &port) {
-    return ((bridge.group_fwd_mask | port.group_fwd_mask) >> NEIGHBOUR_GROUP_BIT & 1) != 0;
-}
 
 bool bridge_parse(const nlmsghdr &message, bridge_settings *settings) {
     const attribute_table<IFLA_LINKINFO> attributes(message, sizeof(ifinfomsg));

@@ -46,9 +46,6 @@ struct bridge_settings {
     uint64_t ageing_ticks = 0; // of 1/100 s
 };
 
-// Whether frames to neighbours would be forwarded instead of ending at the other end of the link.
-[[nodiscard]] bool forwards_neighbour_frames(const bridge_settings &bridge, const bridge_port &port);
-
 // What a bridge is set to; ENODEV when there is no such interface, EOPNOTSUPP when it is no bridge.
 [[nodiscard]] int bridge_get(rtnl_socket &rtnl, uint32_t bridge, bridge_settings *settings);
 

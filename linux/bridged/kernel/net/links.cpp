@@ -20,6 +20,14 @@ bool is_bridge(const nlattr *link_info) {
     return attribute_text(info[IFLA_INFO_KIND]) == "bridge";
 }
 
+uint16_t group_fwd_mask_of(const nlattr *link_info) {
+    const attribute_table<IFLA_INFO_SLAVE_DATA> info(link_info);
+    if (attribute_text(info[IFLA_INFO_SLAVE_KIND]) != "bridge")
+        return 0;
+    const attribute_table<IFLA_BRPORT_GROUP_FWD_MASK> port(info[IFLA_INFO_SLAVE_DATA]);
+    return attribute_number<uint16_t>(port[IFLA_BRPORT_GROUP_FWD_MASK]);
+}
+
 int get(rtnl_socket &rtnl, rtnl_message &message, link_info *link) {
     bool read = false;
     const auto take = [&](const nlmsghdr &answer) { read = link_parse(answer, link); };
@@ -53,6 +61,7 @@ bool link_parse(const nlmsghdr &message, link_info *link) {
     link->mtu = attribute_number<uint32_t>(attributes[IFLA_MTU]);
     link->operstate = attribute_number<uint8_t>(attributes[IFLA_OPERSTATE]);
     link->is_bridge = is_bridge(attributes[IFLA_LINKINFO]);
+    link->group_fwd_mask = group_fwd_mask_of(attributes[IFLA_LINKINFO]);
     link->switch_port = attributes[IFLA_PHYS_SWITCH_ID] != nullptr;
     copy_text(&link->name, attribute_text(attributes[IFLA_IFNAME]));
     const std::span<const uint8_t> address = attribute_bytes(attributes[IFLA_ADDRESS]);

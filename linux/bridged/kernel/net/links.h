@@ -15,13 +15,14 @@ struct link_info {
     std::array<char, KOLT_NAME_SIZE> name{};
     std::array<uint8_t, KOLT_MAC_SIZE> mac{};
     uint32_t mtu = 0;
-    uint8_t operstate = 0;    // IF_OPER_*
-    bool up = false;          // by its administrator
-    bool carrier = false;     // something is connected
-    bool ethernet = false;    // and has a MAC
-    bool is_bridge = false;   // is a bridge itself
-    bool switch_port = false; // is a port of a switch chip that forwards between its ports by itself
-    bool deleted = false;     // told by the monitor: it is gone; only index and name count
+    uint16_t group_fwd_mask = 0; // as of bridge_port, when it is the port of a bridge
+    uint8_t operstate = 0;       // IF_OPER_*
+    bool up = false;             // by its administrator
+    bool carrier = false;        // something is connected
+    bool ethernet = false;       // and has a MAC
+    bool is_bridge = false;      // is a bridge itself
+    bool switch_port = false;    // is a port of a switch chip that forwards between its ports by itself
+    bool deleted = false;        // told by the monitor: it is gone; only index and name count
 };
 
 // Whether frames get through: up, with carrier, and not held back (an authentication that has not ended, for instance).

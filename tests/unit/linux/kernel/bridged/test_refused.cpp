@@ -58,6 +58,23 @@ TEST_F(refused_bridge_test, IsLeftAloneAndToldOnce) {
     EXPECT_THAT(logged_texts(), ElementsAre(StartsWith("Error: br0: refused: it runs a spanning tree")));
 }
 
+TEST_F(refused_bridge_test, IsToldOnceWhenItWasKeptBefore) {
+    set_spanning_tree(0);
+    ASSERT_TRUE(life_.hear_until([this] { return life_.node().ifindex != 0; }));
+    for (int times = 0; times < 2; times++) {
+        clear_log();
+        set_spanning_tree(1);
+        ASSERT_TRUE(life_.hear_until([] { return !logged().empty(); }));
+        set_spanning_tree(1);
+        ASSERT_TRUE(life_.hear_until([] { return true; }));
+        EXPECT_THAT(logged_texts(),
+                    ElementsAre(StartsWith("Error: br0: stays guarded, though it now runs a spanning")));
+        EXPECT_TRUE(kolt_programs::attached(wires_.port(0)));
+        set_spanning_tree(0);
+        ASSERT_TRUE(life_.hear_until([] { return true; }));
+    }
+}
+
 TEST_F(refused_bridge_test, IsKeptOnceItIsFit) {
     set_spanning_tree(0);
     ASSERT_TRUE(life_.hear_until([this] { return life_.node().ifindex != 0; }));
@@ -175,6 +192,30 @@ TEST_F(refused_test, BecauseHardwareForwardsPastThePrograms) {
     EXPECT_TRUE(kolt_programs::attached(wires_.port(1)));
     EXPECT_EQ(life_->port(wires_.port(1)).state, BR_STATE_FORWARDING) << "it is closed by the programs now";
     EXPECT_FALSE(passes(wires_.end(1), wires_.end(0)));
+}
+
+void forward_what_is_of_the_link(const std::string &port, const char *mask) {
+    std::ofstream("/sys/class/net/" + port + "/brport/group_fwd_mask") << mask;
+}
+
+TEST_F(refused_test, BecauseItForwardsWhatIsMeantForTheOtherEnd) {
+    forward_what_is_of_the_link("p1", "0x8");
+    begin({{.name = "p1", .relay = 1}});
+    EXPECT_THAT(logged_texts(), ElementsAre(StartsWith("Error: p1: refused: it forwards frames that are meant for ")));
+    EXPECT_EQ(life_->port(wires_.port(1)).state, BR_STATE_DISABLED);
+}
+
+TEST_F(refused_test, AKeptPortThatForwardsWhatIsMeantForTheOtherEndIsToldOnce) {
+    begin({{.name = "p1", .relay = 1}});
+    forward_what_is_of_the_link("p1", "0x8");
+    for (int times = 0; times < 2; times++) {
+        bring_down("e1");
+        bring_up("e1");
+        ASSERT_TRUE(life_->hear_until([] { return !logged().empty(); }));
+    }
+    EXPECT_THAT(logged_texts(),
+                ElementsAre(StartsWith("Error: p1: stays guarded, though it now forwards frames that")));
+    EXPECT_TRUE(kolt_programs::attached(wires_.port(1)));
 }
 
 } // namespace

@@ -121,8 +121,15 @@ TEST_F(passing_test, AddressesBesideThoseOfTheLinkAreOrdinary) {
     }
 }
 
-TEST_F(passing_test, FramesOfTheLinkAreNotForwardedFreely) {
-    EXPECT_EQ(DROPPED, leave(ethernet_frame(link_local(0x0e), SERVER, 0x88b5), one_, two_));
+TEST_F(passing_test, FramesOfTheLinkAreNotForwarded) {
+    open_port(one_);
+    open_port(two_);
+    EXPECT_EQ(PASSED, leave(BROADCAST_FRAME, one_, two_));
+    for (uint8_t last = 1; last <= 0x0f; last++) {
+        const std::string frame = ethernet_frame(link_local(last), SERVER, 0x88cc);
+        EXPECT_EQ(DROPPED, leave(frame, one_, two_)) << int{last};
+        EXPECT_EQ(PASSED, leave(frame, one_)) << int{last} << ": the node's own";
+    }
 }
 
 struct probe_case {

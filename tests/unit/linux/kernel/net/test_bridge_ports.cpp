@@ -246,30 +246,6 @@ TEST_F(bridge_ports_test, what_is_no_bridge_is_told_as_such) {
     EXPECT_EQ(bridge_get(rtnl_, NOBODY, &settings), ENODEV);
 }
 
-struct forwarding {
-    const char *name;
-    uint16_t bridge;
-    uint16_t port;
-    bool forwards;
-};
-
-using neighbour_frames_test = table_test<forwarding>;
-
-TEST_P(neighbour_frames_test, end_at_the_port_or_not) {
-    bridge_settings settings;
-    settings.group_fwd_mask = GetParam().bridge;
-    bridge_port port;
-    port.group_fwd_mask = GetParam().port;
-    EXPECT_EQ(forwards_neighbour_frames(settings, port), GetParam().forwards);
-}
-
-INSTANTIATE_TEST_SUITE_P(masks, neighbour_frames_test,
-                         testing::Values(forwarding{"nothing_forwarded", 0, 0, false},
-                                         forwarding{"forwarded_by_the_bridge", 0x4000, 0, true},
-                                         forwarding{"forwarded_by_the_port", 0, 0x4000, true},
-                                         forwarding{"every_other_address", 0xBFFF, 0xBFFF, false}),
-                         row_name<forwarding>);
-
 rtnl_message &bridge_says(rtnl_message &message) {
     auto *head = message.head<ifinfomsg>();
     head->ifi_family = AF_BRIDGE;
