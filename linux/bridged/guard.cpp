@@ -86,6 +86,15 @@ void guard_end(const bridge_node *node, const node_port *port) {
     (void)node->owner->programs.set_identity(port->ifindex, nullptr);
 }
 
+void guard_rename(const bridge_node *node, node_port *port, const char *name) {
+    if (!port->guarded && !port->shut)
+        return;
+    saved_port_remove(node, port->name);
+    kolt_copy_name(port->name, name);
+    saved_port_write(node, *port);
+    port->guarded = port->shut = false; // nothing is taken off when it ends
+}
+
 // The flags before the programs: as long as these stand, a port that floods again is still kept by its word.
 bool guard_put_back(bridge_node *node, const node_port *port) {
     if (!port->guarded && !port->shut)

@@ -13,6 +13,10 @@ bool guard_identify(const bridge_node *node, const node_port &port);
 // A port that is shut has changed: the kernel may have opened it.
 void guard_keep_shut(const bridge_node *node, const node_port &port);
 
+// The port comes anew as the link that has the name. The programs stay on it, and what it was set to before is kept
+// under that name.
+void guard_rename(const bridge_node *node, node_port *port, const char *name);
+
 // The port has left its bridge: it is somebody else's from then on, and with the programs on it nothing would pass.
 void guard_end(const bridge_node *node, const node_port *port);
 

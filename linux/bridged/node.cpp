@@ -25,6 +25,22 @@ bridge_node *node_find_index(bridged *self, uint32_t ifindex) {
     return nullptr;
 }
 
+const config_interface *node_configured(const bridged *self, const char *name) {
+    for (uint32_t i = 0; i < self->configured.interface_num; i++) {
+        if (kolt_name_equal(self->configured.interfaces[i].name, name))
+            return &self->configured.interfaces[i];
+    }
+    return nullptr;
+}
+
+node_port *node_free_place(bridge_node *node) {
+    for (node_port &port : node->ports) {
+        if (port.ifindex == 0)
+            return &port;
+    }
+    return nullptr;
+}
+
 node_port *node_find_port(bridge_node *node, const char *name) {
     for (node_port &port : node->ports) {
         if (port.ifindex != 0 && kolt_name_equal(port.name, name))

@@ -109,6 +109,12 @@ struct bridged {
 [[nodiscard]] bridge_node *node_find(bridged *self, const char *name);
 [[nodiscard]] bridge_node *node_find_index(bridged *self, uint32_t ifindex);
 
+// What the configuration says of an interface, null when it does not name it.
+[[nodiscard]] const config_interface *node_configured(const bridged *self, const char *name);
+
+// A place for one more port, null when there is none.
+[[nodiscard]] node_port *node_free_place(bridge_node *node);
+
 // The port of that name or index, or null.
 [[nodiscard]] node_port *node_find_port(bridge_node *node, const char *name);
 [[nodiscard]] node_port *node_find_port_index(bridge_node *node, uint32_t ifindex);

@@ -24,14 +24,6 @@ namespace {
 
 constexpr int LOOK_AGAIN_MS = 1000;
 
-const config_interface *configured(const bridged *self, const char *name) {
-    for (uint32_t i = 0; i < self->configured.interface_num; i++) {
-        if (kolt_name_equal(self->configured.interfaces[i].name, name))
-            return &self->configured.interfaces[i];
-    }
-    return nullptr;
-}
-
 bool is_backhaul(const config_interface *interface) {
     return interface != nullptr && (interface->path != 0 || !interface->is_relay());
 }
@@ -62,14 +54,6 @@ void start_tree(bridge_node *node) {
                node_now());
 }
 
-node_port *free_place(bridge_node *node) {
-    for (node_port &port : node->ports) {
-        if (port.ifindex == 0)
-            return &port;
-    }
-    return nullptr;
-}
-
 // A plan has only what changes of what this process has set; the one before may have left the port open.
 void begin_closed(bridge_node *node, uint32_t ifindex) {
     port_settings now;
@@ -90,9 +74,9 @@ void let_go(bridge_node *node, node_port *port) {
 
 // However many others there are: a link without a place would be left to flood.
 node_port *make_place(bridge_node *node) {
-    node_port *place = free_place(node);
+    node_port *place = node_free_place(node);
     for (node_port &port : node->ports) {
-        if (place != nullptr || configured(node->owner, port.name) != nullptr)
+        if (place != nullptr || node_configured(node->owner, port.name) != nullptr)
             continue;
         KOLT_ERROR_AS("take_in", "%s: too many ports, %s is left alone", node->name, port.name);
         let_go(node, &port);
@@ -102,8 +86,8 @@ node_port *make_place(bridge_node *node) {
 }
 
 void take_in(bridge_node *node, const link_info &link) {
-    const config_interface *interface = configured(node->owner, link.name.data());
-    node_port *port = interface != nullptr ? make_place(node) : free_place(node);
+    const config_interface *interface = node_configured(node->owner, link.name.data());
+    node_port *port = interface != nullptr ? make_place(node) : node_free_place(node);
     if (port == nullptr) {
         KOLT_ERROR("%s: too many ports, %s is left alone", node->name, link.name.data());
         return;
@@ -124,6 +108,15 @@ void take_in(bridge_node *node, const link_info &link) {
         begin_closed(node, port->ifindex);
     else
         (void)node->owner->programs.set_port(port->ifindex, {.class_ = bcast_class});
+}
+
+// To everybody it is another port by now.
+void end_name(bridge_node *node, node_port *port, const link_info &link) {
+    if (is_backhaul(node_configured(node->owner, link.name.data())))
+        guard_rename(node, port, link.name.data());
+    else
+        (void)guard_put_back(node, port);
+    let_go(node, port);
 }
 
 void tell_joined(bridged *self, uint16_t type) {
@@ -178,11 +171,19 @@ bool belongs(const bridge_node *node, const link_info &link) {
     return !link.deleted && node->ifindex != 0 && link.master == node->ifindex;
 }
 
+bool is_named(const node_port *port, const link_info &link) {
+    return kolt_name_equal(port->name, link.name.data());
+}
+
 void port_left(bridge_node *node, const link_info &link) {
     node_port *port = node_find_port_index(node, link.index);
-    if (port == nullptr || belongs(node, link))
+    const bool stays = belongs(node, link);
+    if (port == nullptr || (stays && is_named(port, link)))
         return;
-    let_go(node, port);
+    if (stays)
+        end_name(node, port, link);
+    else
+        let_go(node, port);
     tell_joined(node->owner, BRIDGE_EVENT_PORT_LEFT);
 }
 
@@ -290,6 +291,8 @@ bool ports_look(bridged *self) {
             if (port.ifindex != 0 && !has_port(node, port.ifindex, found.all()))
                 let_go(&node, &port);
         }
+        for (const link_info &link : found.all())
+            port_left(&node, link); // or has another name
     }
     for (bridge_node &node : nodes) {
         for (const link_info &link : found.all())

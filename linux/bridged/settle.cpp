@@ -144,8 +144,8 @@ void wake_for(bridge_node *node) {
 
 void settle_port(bridge_node *node, const port_setting &setting) {
     node_port *port = node_find_port_index(node, setting.ifindex);
-    if (port == nullptr)
-        return; // it has gone, and its word with it
+    if (port == nullptr || !port->backhaul)
+        return; // it has gone, and its word with it, or is no link any more
     (void)node->owner->programs.set_port(setting.ifindex, program_word(setting.word));
     const int error = bridge_port_set(node->owner->rtnl, setting.ifindex, bridge_flags(setting.flooding));
     const bool failed = error != 0 && error != ENODEV && error != EOPNOTSUPP;
