@@ -25,12 +25,23 @@ void remember_found(bridge_node *node, node_port *port) {
     }
 }
 
+void tell_others(const node_port &port, const kolt_own_programs &own) {
+    for (const kolt_direction direction : KOLT_DIRECTIONS) {
+        kolt_other_program first;
+        if (kolt_programs::others(port.ifindex, direction, &first, own) != 0)
+            KOLT_INFO_AS("guard_port", "%s: another program sees what may pass: %s", port.name, first.name);
+    }
+}
+
 bool put_programs_on(const bridge_node *node, const node_port &port) {
     kolt_reason why;
-    if (node->owner->programs.attach(port.ifindex, &why) && guard_identify(node, port))
-        return true;
-    KOLT_ERROR_AS("guard_port", "%s: refused: %s", port.name, why.text);
-    return false;
+    kolt_programs &programs = node->owner->programs;
+    if (!programs.attach(port.ifindex, &why) || !guard_identify(node, port)) {
+        KOLT_ERROR_AS("guard_port", "%s: refused: %s", port.name, why.text);
+        return false;
+    }
+    tell_others(port, programs.own());
+    return true;
 }
 
 // One that is down opens by itself when it comes up.

@@ -248,6 +248,14 @@ def test_a_check_names_the_programs_of_others(one):
     assert one.state() == state
 
 
+def test_a_start_names_the_programs_of_others(one):
+    batch("tc", one.namespace, ["qdisc add dev wlan1.1 clsact"])
+    one.namespace.run(FOREIGN)
+    one.start()
+    told = [record.text for record in one.node.log() if "another program" in record.text]
+    assert len(told) == 1 and told[0].startswith("wlan1.1: another program sees what may pass: ")
+
+
 def test_a_bridge_with_a_spanning_tree_is_refused_in_one_line(one):
     one.namespace.run(f"ip link set {BRIDGE} type bridge stp_state 1".split())
     one.node.start_bridged()

@@ -30,7 +30,8 @@ bool clsact_detach(uint32_t ifindex, kolt_direction direction, kolt_reason *why)
 // How many filters of others there are; `first` becomes one of them.
 [[nodiscard]] size_t clsact_others(uint32_t ifindex, kolt_direction direction, kolt_other_program *first);
 
-// The same by TCX. A program that is not of `own`, and whose name this process may not ask for, is one of others.
+// The same by TCX, where `attach` refuses an interface on which a program of others runs first. A program that is not
+// of `own`, and whose name this process may not ask for, is one of others.
 [[nodiscard]] bool tcx_available();
 bool tcx_attach(uint32_t ifindex, kolt_direction direction, int program, const kolt_own_programs &own,
                 kolt_reason *why);

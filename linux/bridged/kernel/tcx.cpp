@@ -97,6 +97,7 @@ struct survey {
     hook_programs ours;
     size_t others = 0;
     kolt_other_program first;
+    bool first_comes_first = false; // of all, ours included
 };
 
 survey look(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own) {
@@ -108,8 +109,10 @@ survey look(uint32_t ifindex, kolt_direction direction, const kolt_own_programs 
         const owner whose = owner_of(own, direction, programs.ids[place], &told);
         if (whose == owner::THIS_DAEMON)
             result.ours.ids[result.ours.count++] = programs.ids[place];
-        else if (whose == owner::OTHERS && result.others++ == 0)
+        else if (whose == owner::OTHERS && result.others++ == 0) {
             result.first = told;
+            result.first_comes_first = result.ours.count == 0;
+        }
     }
     return result;
 }
@@ -184,7 +187,12 @@ bool tcx_attach(uint32_t ifindex, kolt_direction direction, int program, const k
         if (error != 0)
             return why->say(error, "cannot put the program %s on interface %u", kolt_program_name(direction), ifindex);
     }
-    return take_off_all(ifindex, direction, own, info.id, why);
+    if (!take_off_all(ifindex, direction, own, info.id, why))
+        return false;
+    // It decides what ours gets to see.
+    const survey now = look(ifindex, direction, own);
+    return !now.first_comes_first || why->say(EBUSY, "the program %s runs before %s on interface %u", now.first.name,
+                                              kolt_program_name(direction), ifindex);
 }
 
 bool tcx_detach(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own, kolt_reason *why) {

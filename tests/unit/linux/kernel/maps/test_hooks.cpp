@@ -195,8 +195,8 @@ protected:
         EXPECT_EQ(0, bpf_prog_query(static_cast<int>(ifindex), TCX_INGRESS, 0, &flags, ids, &number));
         return number;
     }
-    static void stand(const unique_fd &program, uint32_t ifindex) {
-        ASSERT_EQ(0, bpf_prog_attach(program.get(), static_cast<int>(ifindex), TCX_INGRESS, 0));
+    static void stand(const unique_fd &program, uint32_t ifindex, unsigned flags = 0) {
+        ASSERT_EQ(0, bpf_prog_attach(program.get(), static_cast<int>(ifindex), TCX_INGRESS, flags));
     }
     // What an earlier process of another version has left on both ports.
     void leave_old_programs() {
@@ -260,6 +260,17 @@ TEST_F(pinned_test, OneWithoutAPinIsToldByItsNumber) {
     attach(&programs_, one_);
     ASSERT_TRUE(programs_.detach(one_, &why_));
     EXPECT_EQ(1U, count(one_)) << "it is left alone";
+}
+
+TEST_F(pinned_test, OneThatRunsBeforeThemIsRefused) {
+    constexpr unsigned BEFORE = 1U << 3;
+    stand(foreign_program("first"), one_);
+    attach(&programs_, one_); // it comes after
+    attach(&programs_, one_);
+    stand(foreign_program(), one_, BEFORE);
+    EXPECT_FALSE(programs_.attach(one_, &why_));
+    EXPECT_THAT(why_.text, HasSubstr("the program shaper runs before kolt_ingress on interface"));
+    EXPECT_TRUE(kolt_programs::attached(one_)) << "it is of use until the bridge has closed the port";
 }
 
 TEST_F(pinned_test, AllOfThemAreTakenOffTogether) {
