@@ -73,7 +73,7 @@ int set_if_type(void *context, const char *bridge, const char *ifname, int32_t t
 }
 
 int set_if_class(void *context, const char *bridge, const char *ifname, int32_t bcast_class) {
-    if (bcast_class < 0 || bcast_class > KOLT_PORT_CLASS_MASK)
+    if (bcast_class < 0 || bcast_class >= static_cast<int32_t>(BCAST_CLASSES))
         return EINVAL;
     bridge_node *node = present(context, bridge);
     node_port *port = node == nullptr ? nullptr : node_find_port(node, ifname);

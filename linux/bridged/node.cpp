@@ -33,6 +33,10 @@ const config_interface *node_configured(const bridged *self, const char *name) {
     return nullptr;
 }
 
+uint8_t node_class_of(const config_interface *interface) {
+    return interface != nullptr && interface->class_ < BCAST_CLASSES ? interface->class_ : KOLT_BCAST_CLASS_0;
+}
+
 node_port *node_free_place(bridge_node *node) {
     for (node_port &port : node->ports) {
         if (port.ifindex == 0)

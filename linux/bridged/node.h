@@ -112,6 +112,10 @@ struct bridged {
 // What the configuration says of an interface, null when it does not name it.
 [[nodiscard]] const config_interface *node_configured(const bridged *self, const char *name);
 
+// The class of group frames that come in by an interface; of one that is not configured, or not as one of them, the
+// first.
+[[nodiscard]] uint8_t node_class_of(const config_interface *interface);
+
 // A place for one more port, null when there is none.
 [[nodiscard]] node_port *node_free_place(bridge_node *node);
 

@@ -103,11 +103,10 @@ void take_in(bridge_node *node, const link_info &link) {
         if (!port->backhaul)
             KOLT_ERROR("%s: too many links, %s stays closed", node->name, port->name);
     }
-    const uint8_t bcast_class = interface != nullptr ? interface->class_ : KOLT_BCAST_CLASS_0;
     if (port->backhaul)
         begin_closed(node, port->ifindex);
     else
-        (void)node->owner->programs.set_port(port->ifindex, {.class_ = bcast_class});
+        (void)node->owner->programs.set_port(port->ifindex, {.class_ = node_class_of(interface)});
 }
 
 // To everybody it is another port by now.

@@ -6,7 +6,8 @@ constexpr uint8_t ALL_CLASSES = (1 << BCAST_CLASSES) - 1;
 
 port_word word_of(const tree &self, size_t slot) {
     const tree_port &port = self.ports[slot];
-    port_word word{.class_ = port.wish.class_};
+    // A class of its own keeps a link from being chosen; what comes in by it is of one that others let out.
+    port_word word{.class_ = port.wish.class_ < BCAST_CLASSES ? port.wish.class_ : uint8_t{0}};
     switch (port.role) {
     case ROLE_UPLINK:
     case ROLE_OUTSIDE:

@@ -142,8 +142,11 @@ TEST_F(calls_test, WishThatChangesNothingSetsNothing) {
 
 TEST_F(calls_test, ClassIsOneThatThereIs) {
     EXPECT_EQ(calls_.set_if_class(life_.get(), "br0", "p1", -1), EINVAL);
-    EXPECT_EQ(calls_.set_if_class(life_.get(), "br0", "p1", KOLT_PORT_CLASS_MASK + 1), EINVAL);
+    for (const char *name : {"p1", "p3"})
+        for (const int none : {2, 3, 4, 256})
+            EXPECT_EQ(calls_.set_if_class(life_.get(), "br0", name, none), EINVAL) << name << ' ' << none;
     EXPECT_EQ(wish(FAST_LINK).class_, 0);
+    EXPECT_EQ(life_.word(port(HOSTS)), kolt_port{.class_ = 0});
     EXPECT_EQ(calls_.set_if_class(life_.get(), "br0", "p3", 1), 0);
     EXPECT_EQ(life_.word(port(HOSTS)), kolt_port{.class_ = 1}) << "frames of hosts have one too";
 }

@@ -126,6 +126,18 @@ TEST_F(ports_test, NodeStaysWhoItIsWhenItsBridgeGetsAnotherAddress) {
     }));
 }
 
+// Frames of a class that there is not would leave nowhere.
+TEST(PortClasses, FramesThatComeInAreOfOneThatThereIs) {
+    const bridged_wires wires(3);
+    bridged_life life(
+        {{.name = "p0", .class_ = 2}, {.name = "p1", .relay = 1, .path = 0, .class_ = 3}, {.name = "p2", .class_ = 1}});
+    ports_look(life.get());
+    ASSERT_NE(tree_slot(life.node().links, wires.port(0)), NO_SLOT);
+    EXPECT_EQ(life.word(wires.port(0)).class_, 0);
+    EXPECT_EQ(life.word(wires.port(1)).class_, 0);
+    EXPECT_EQ(life.word(wires.port(2)).class_, 1);
+}
+
 // The same node with a second bridge.
 class two_bridges_test : public testing::Test {
 protected:
