@@ -1,10 +1,9 @@
-// A backhaul port gets the programs before anything may pass it: until the tree has said so, they drop all but the
-// neighbours' frames.
+// What the kernel tells of bridges and ports, and what it tells when it is asked.
 #include "bridged/ports.h"
 
 #include "bridged/clients.h"
 #include "bridged/guard.h"
-#include "bridged/neighbours.h"
+#include "bridged/joining.h"
 #include "bridged/refusal.h"
 #include "bridged/saved_state.h"
 #include "bridged/settle.h"
@@ -24,18 +23,6 @@ namespace {
 
 constexpr int LOOK_AGAIN_MS = 1000;
 
-bool is_backhaul(const config_interface *interface) {
-    return interface != nullptr && (interface->path != 0 || !interface->is_relay());
-}
-
-port_wish first_wish(const config_interface &interface) {
-    return {.type = static_cast<uint8_t>(interface.type),
-            .class_ = interface.class_,
-            .group = interface.is_relay() ? PORT_RELAY : PORT_NONRELAY,
-            .permit = interface.is_relay(),
-            .need_ha = interface.needha != 0};
-}
-
 uint64_t random_number() {
     uint64_t number = 0;
     if (getrandom(&number, sizeof(number), 0) != sizeof(number))
@@ -54,70 +41,6 @@ void start_tree(bridge_node *node) {
                node_now());
 }
 
-// A plan has only what changes of what this process has set; the one before may have left the port open.
-void begin_closed(bridge_node *node, uint32_t ifindex) {
-    port_settings now;
-    port_words(node->links, &now);
-    for (const port_setting &setting : now) {
-        if (setting.ifindex == ifindex && (setting.word.flags & PORT_OPEN) == 0)
-            settle_port(node, setting);
-    }
-}
-
-void let_go(bridge_node *node, node_port *port) {
-    if (port->backhaul)
-        tree_port_remove(&node->links, port->ifindex, node_now());
-    neighbours_forget(port);
-    guard_end(node, port);
-    port->ifindex = 0;
-}
-
-// However many others there are: a link without a place would be left to flood.
-node_port *make_place(bridge_node *node) {
-    node_port *place = node_free_place(node);
-    for (node_port &port : node->ports) {
-        if (place != nullptr || node_configured(node->owner, port.name) != nullptr)
-            continue;
-        KOLT_ERROR_AS("take_in", "%s: too many ports, %s is left alone", node->name, port.name);
-        let_go(node, &port);
-        place = &port;
-    }
-    return place;
-}
-
-void take_in(bridge_node *node, const link_info &link) {
-    const config_interface *interface = node_configured(node->owner, link.name.data());
-    node_port *port = interface != nullptr ? make_place(node) : node_free_place(node);
-    if (port == nullptr) {
-        KOLT_ERROR("%s: too many ports, %s is left alone", node->name, link.name.data());
-        return;
-    }
-    *port = node_port{};
-    port->ifindex = link.index;
-    memcpy(port->name, link.name.data(), KOLT_NAME_SIZE);
-    port->mac = node->mac;
-    port->node = node;
-    if (is_backhaul(interface) && guard_port(node, port)) {
-        port->backhaul =
-            tree_port_add(&node->links, port->ifindex, first_wish(*interface), link_works(link), node_now());
-        if (!port->backhaul)
-            KOLT_ERROR("%s: too many links, %s stays closed", node->name, port->name);
-    }
-    if (port->backhaul)
-        begin_closed(node, port->ifindex);
-    else
-        (void)node->owner->programs.set_port(port->ifindex, {.class_ = node_class_of(interface)});
-}
-
-// To everybody it is another port by now.
-void end_name(bridge_node *node, node_port *port, const link_info &link) {
-    if (is_backhaul(node_configured(node->owner, link.name.data())))
-        guard_rename(node, port, link.name.data());
-    else
-        (void)guard_put_back(node, port);
-    let_go(node, port);
-}
-
 void tell_joined(bridged *self, uint16_t type) {
     if (self->requests != nullptr) // at the start nobody listens yet
         (void)requests_send_event(self->requests, PROTOCOL_BRIDGE_EVENTS, type, nullptr, 0);
@@ -128,7 +51,7 @@ void bridge_gone(bridge_node *node) {
     clients_flush(node);
     for (node_port &port : node->ports) {
         if (port.ifindex != 0)
-            let_go(node, &port);
+            port_let_go(node, &port);
     }
     saved_state_remove(node);
     node->ifindex = 0;
@@ -180,9 +103,9 @@ void port_left(bridge_node *node, const link_info &link) {
     if (port == nullptr || (stays && is_named(port, link)))
         return;
     if (stays)
-        end_name(node, port, link);
+        port_end_name(node, port, link.name.data());
     else
-        let_go(node, port);
+        port_let_go(node, port);
     tell_joined(node->owner, BRIDGE_EVENT_PORT_LEFT);
 }
 
@@ -191,7 +114,7 @@ void port_there(bridge_node *node, const link_info &link) {
         return;
     node_port *port = node_find_port_index(node, link.index);
     if (port == nullptr) {
-        take_in(node, link);
+        port_take_in(node, link);
         tell_joined(node->owner, BRIDGE_EVENT_PORT_JOINED);
     } else if (port->shut) {
         guard_keep_shut(node, *port);
@@ -288,7 +211,7 @@ bool ports_look(bridged *self) {
     for (bridge_node &node : nodes) {
         for (node_port &port : node.ports) {
             if (port.ifindex != 0 && !has_port(node, port.ifindex, found.all()))
-                let_go(&node, &port);
+                port_let_go(&node, &port);
         }
         for (const link_info &link : found.all())
             port_left(&node, link); // or has another name
