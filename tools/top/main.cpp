@@ -71,7 +71,7 @@ bool show(const top_options &options, const top_node &node) {
 }
 
 int run_lines(const top_options &options, top_reader *reader) {
-    const timespec interval{.tv_sec = options.interval_ms / 1000,
+    const timespec interval{.tv_sec = static_cast<time_t>(options.interval_ms / 1000),
                             .tv_nsec = static_cast<long>(options.interval_ms % 1000) * 1000000};
     for (uint32_t readings = 1;; readings++) {
         if (!show(options, reader->node))
