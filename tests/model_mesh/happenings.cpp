@@ -30,7 +30,7 @@ void mesh::begin_life(int index, bool with_past) {
     node.seen_changes = UINT32_MAX;
     for (model_port &port : node.ports)
         port.heard_packets = 0;
-    const uint64_t seed = (uint64_t{node.lives} << 40) + (at(index) << 32);
+    const uint64_t seed = (uint64_t{node.lives} << 40) + (uint64_t{at(index)} << 32);
     const auto incarnation = static_cast<uint32_t>(node.lives * 100 + at(index));
     if (!with_past || !tree_take_over(&node.state, node.record, seed, now_ms))
         tree_start(&node.state, node.id, incarnation, seed, now_ms);

@@ -5,6 +5,7 @@
 #include "model_mesh/plan.h"
 
 #include <atomic>
+#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -98,13 +99,14 @@ uint64_t explore_all(const options &chosen) {
         found += all.loops + all.lost;
         cases += all.cases;
         moments += all.moments;
-        printf("%-12s %9lu cases %10lu moments %6lu loops %6lu not at rest\n", where.name.c_str(), all.cases.load(),
-               all.moments.load(), all.loops.load(), all.lost.load());
+        printf("%-12s %9" PRIu64 " cases %10" PRIu64 " moments %6" PRIu64 " loops %6" PRIu64 " not at rest\n",
+               where.name.c_str(), all.cases.load(), all.moments.load(), all.loops.load(), all.lost.load());
         fflush(stdout);
         if (chosen.broken != mutation::NONE && found > 0)
             break;
     }
-    printf("%-12s %9lu cases %10lu moments: %s\n", "in all", cases, moments, found == 0 ? "none fails" : "some FAIL");
+    printf("%-12s %9" PRIu64 " cases %10" PRIu64 " moments: %s\n", "in all", cases, moments,
+           found == 0 ? "none fails" : "some FAIL");
     return found;
 }
 

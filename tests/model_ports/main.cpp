@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -98,8 +99,9 @@ bool explore_count(unsigned count, unsigned jobs) {
         whole &= add_share(share, &all);
     while (wait(nullptr) > 0) {
     }
-    printf("%u ports %9lu combinations %12lu states %13lu events %14lu calls %5lu wrong\n", count, all.combinations,
-           all.states, all.events, all.calls, all.wrong);
+    printf("%u ports %9" PRIu64 " combinations %12" PRIu64 " states %13" PRIu64 " events %14" PRIu64 " calls %5" PRIu64
+           " wrong\n",
+           count, all.combinations, all.states, all.events, all.calls, all.wrong);
     fflush(stdout);
     return whole && all.wrong == 0;
 }
