@@ -105,7 +105,7 @@ TEST_F(UbusdLimits, ClientsBeyondTheLimitAreTurnedAway) {
 
 TEST(UbusdDescriptors, ClientsThatFindNoDescriptorWaitForOne) {
     TempDir dir;
-    Process process({"/bin/sh", "-c", std::string("ulimit -n 10; exec " KOLT_UBUSD " -s ") + dir.path("sock")});
+    Process process({"/bin/sh", "-c", std::string("ulimit -n 30; exec " KOLT_UBUSD " -s ") + dir.path("sock")});
     ASSERT_TRUE(eventually([&] { return connect_to(dir.path("sock")).get() >= 0; }));
     std::vector<Fd> served;
     Fd waiting;
@@ -113,7 +113,7 @@ TEST(UbusdDescriptors, ClientsThatFindNoDescriptorWaitForOne) {
         pollfd entry = {fd, POLLIN, 0};
         return poll(&entry, 1, timeout) == 1;
     };
-    for (int i = 0; i < 10 && waiting.get() < 0; i++) {
+    for (int i = 0; i < 30 && waiting.get() < 0; i++) {
         Fd client = connect_to(dir.path("sock"));
         (greeted(client.get(), 500) ? served.emplace_back() : waiting) = std::move(client);
     }

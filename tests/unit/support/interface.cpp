@@ -1,4 +1,5 @@
-// Interfaces for the unit tests, made by talking route netlink.
+// Interfaces for the unit tests.
+#include "support/links.h"
 #include "support/sandbox.h"
 
 #include <arpa/inet.h>
@@ -6,8 +7,6 @@
 #include <cstring>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
-#include <linux/rtnetlink.h>
-#include <linux/veth.h>
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <poll.h>
@@ -20,97 +19,15 @@
 
 namespace {
 
-// A request about an interface to the kernel. It uses bare system calls, since tests put fakes in the place of sockets.
-class link_request {
-public:
-    link_request(uint16_t type, uint16_t flags) {
-        const nlmsghdr header{0, type, static_cast<uint16_t>(NLM_F_REQUEST | NLM_F_ACK | flags), 0, 0};
-        bytes_.append(reinterpret_cast<const char *>(&header), sizeof header);
-    }
-
-    link_request &link(uint32_t index, unsigned flags = 0) {
-        const ifinfomsg link{AF_UNSPEC, 0, 0, static_cast<int>(index), flags, flags};
-        bytes_.append(reinterpret_cast<const char *>(&link), sizeof link);
-        return *this;
-    }
-
-    link_request &add(uint16_t kind, const void *value, size_t size) {
-        const size_t place = begin(kind);
-        bytes_.append(static_cast<const char *>(value), size);
-        end(place);
-        return *this;
-    }
-    link_request &text(uint16_t kind, const std::string &value) {
-        return add(kind, value.c_str(), value.size() + 1);
-    }
-
-    // What is added between the two is inside the attribute.
-    size_t begin(uint16_t kind) {
-        const rtattr header{0, kind};
-        bytes_.append(reinterpret_cast<const char *>(&header), sizeof header);
-        return bytes_.size() - sizeof header;
-    }
-    void end(size_t place) {
-        const auto size = static_cast<uint16_t>(bytes_.size() - place);
-        memcpy(bytes_.data() + place, &size, sizeof size);
-        bytes_.resize(NLMSG_ALIGN(bytes_.size()));
-    }
-
-    // Returns 0, or the error's number.
-    int send() {
-        const auto size = static_cast<uint32_t>(bytes_.size());
-        memcpy(bytes_.data(), &size, sizeof size);
-        const auto fd = static_cast<int>(syscall(SYS_socket, AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
-        if (fd < 0)
-            return errno;
-        struct {
-            nlmsghdr header;
-            nlmsgerr result;
-            char request[1024];
-        } reply{};
-        const bool answered = syscall(SYS_sendto, fd, bytes_.data(), bytes_.size(), 0, nullptr, 0) >= 0 &&
-                              syscall(SYS_recvfrom, fd, &reply, sizeof reply, 0, nullptr, nullptr) >= 0;
-        const int error = answered ? -reply.result.error : errno;
-        close(fd);
-        return error;
-    }
-
-private:
-    std::string bytes_;
-};
-
-// Too small for IPv6, so that the other end sends nothing of its own accord; enough for the frames of the tests.
-constexpr uint32_t PEER_MTU = 1200;
-
-// Every kernel that the simulated node can run on has this kind of interface. It comes in pairs; what a test sees of
-// the other one is a name and an index that no test uses, and that the next interface gets the next index all the same.
-int make_pair(const std::string &name, uint32_t index, const std::string &peer, uint32_t peer_index) {
-    link_request request(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL);
-    request.link(index).text(IFLA_IFNAME, name);
-    const size_t info = request.begin(IFLA_LINKINFO);
-    request.text(IFLA_INFO_KIND, "veth");
-    const size_t data = request.begin(IFLA_INFO_DATA);
-    const size_t other = request.begin(VETH_INFO_PEER);
-    request.link(peer_index).text(IFLA_IFNAME, peer).add(IFLA_MTU, &PEER_MTU, sizeof PEER_MTU);
-    request.end(other);
-    request.end(data);
-    request.end(info);
-    return request.send();
-}
-
-int set_up(const std::string &name) {
-    return link_request(RTM_SETLINK, 0).link(0, IFF_UP).text(IFLA_IFNAME, name).send();
-}
-
 // The other end comes first: then this one has a carrier from the start, and frames are not dropped.
 int make_interface(const std::string &name, uint32_t index) {
     static uint32_t peers = 0x7A000000;
     const std::string peer = "peer-" + std::to_string(++peers);
-    int error = make_pair(name, index, peer, peers);
+    int error = link_make_pair({name, index}, {peer, peers});
     if (error == 0)
-        error = set_up(peer);
+        error = link_set_up(peer);
     if (error == 0)
-        error = set_up(name);
+        error = link_set_up(name);
     return error;
 }
 
@@ -159,7 +76,7 @@ test_interface::~test_interface() {
     if (socket_ < 0)
         return;
     close(socket_);
-    link_request(RTM_DELLINK, 0).link(0).text(IFLA_IFNAME, name_).send();
+    link_remove(name_);
 }
 
 const std::string &test_interface::name() const {
@@ -191,14 +108,11 @@ void test_interface::set_mac(const uint8_t *mac) {
     control(SIOCSIFHWADDR, &request);
 }
 
-// The kernel renames only what is down.
 void test_interface::rename(const std::string &name) {
-    ifreq request = request_for(name_);
-    control(SIOCSIFFLAGS, &request);
-    request = request_for(name_);
-    strncpy(request.ifr_newname, name.c_str(), IFNAMSIZ - 1);
-    control(SIOCSIFNAME, &request);
+    int error = link_rename(name_, name);
+    if (error == 0)
+        error = link_set_up(name);
+    if (error != 0)
+        throw std::runtime_error("cannot rename interface " + name_ + ": " + strerror(error));
     name_ = name;
-    if (const int error = set_up(name_); error != 0)
-        throw std::runtime_error("cannot set up interface " + name_ + ": " + strerror(error));
 }
