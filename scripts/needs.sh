@@ -7,6 +7,7 @@ KOLT_TEST_NEEDS=(libgtest-dev libgmock-dev python3-pytest valgrind clang libclan
 KOLT_FUZZ_NEEDS=(llvm)
 KOLT_ANALYSIS_NEEDS=(cppcheck)
 KOLT_MESH_NEEDS=(clang iperf3 libbpf-dev libmnl-dev)
+KOLT_EMULATION_NEEDS=(binutils clang dpkg-dev iproute2 qemu-user-static util-linux)
 KOLT_PACKAGE_NEEDS=("${KOLT_BUILD_NEEDS[@]}" clang debhelper dh-python dpkg-dev fakeroot git libbpf-dev libmnl-dev lintian llvm)
 
 # need_own FOLDER...: ends the script with one line where this user cannot build in a folder, since another one has, most often
