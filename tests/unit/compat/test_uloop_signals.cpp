@@ -37,12 +37,15 @@ TEST_F(UloopSignals, IntEndsTheLoopAndRunReturnsItsNumber) {
 }
 
 TEST_F(UloopSignals, SignalFromOutsideWakesTheWaitingLoop) {
-    const pid_t child = fork();
-    if (child == 0) {
-        usleep(20000);
-        kill(getppid(), SIGTERM);
-        _exit(0);
-    }
+    pid_t child = 0;
+    in_loop([&child] {
+        child = fork();
+        if (child == 0) {
+            usleep(20000);
+            kill(getppid(), SIGTERM);
+            _exit(0);
+        }
+    });
     EXPECT_EQ(uloop_run(), SIGTERM);
     waitpid(child, nullptr, 0);
 }
