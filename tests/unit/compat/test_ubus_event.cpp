@@ -1,6 +1,7 @@
 // Registering for events, receiving them, sending them.
 #include "support.h"
 
+#include <algorithm>
 #include <unistd.h>
 
 namespace {
@@ -65,8 +66,12 @@ protected:
             order += 'e';
             uloop_timeout_set(&timer, 0);
         };
-        timer.cb = [](uloop_timeout *) { order += 't'; };
-        ctx->connection_lost = [](ubus_context *) { uloop_end(); };
+        timer.cb = [](uloop_timeout *) {
+            order += 't';
+            if (std::count(order.begin(), order.end(), 'e') == 5)
+                uloop_end();
+        };
+        ctx->connection_lost = [](ubus_context *) {}; // the broker may be gone before the last timer had its turn
         EXPECT_EQ(ubus_register_event_handler(ctx, &handler, "kolt.*"), 0);
         EXPECT_EQ(ubus_add_uloop(ctx), 0);
         EXPECT_EQ(uloop_run(), 0);
