@@ -37,8 +37,12 @@ def whole(make_lab) -> Callable[..., Lab]:
 @pytest.mark.parametrize("name", HOMES)
 def test_a_home_has_one_copy_of_every_broadcast_everywhere(whole, name):
     lab = whole(topology.load(name))
-    census = measures.copies(lab)
-    assert census.exactly_one(), (census.lost(), census.duplicates(), census.circled())
+    for _ in range(3):  # a link whose hellos a busy machine holds up looks silent, and its broadcast moves
+        census = measures.copies(lab)
+        assert not census.duplicates() and not census.circled(), (census.duplicates(), census.circled())
+        if not census.lost():
+            break
+    assert census.exactly_one(), census.lost()
 
 
 @pytest.mark.parametrize("name", HOMES)
