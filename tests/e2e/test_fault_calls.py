@@ -81,10 +81,13 @@ class TestStart:
         assert failed > 0
 
     def test_configuration_whose_end_cannot_be_read_is_none(self, stage: FaultScene) -> None:
-        """The first reading gives all of it, the one that would tell its end fails."""
+        """The first reading gives all of it, the one that would tell its end fails. A sanitizer reads something before."""
+        stage.use_real_time()
         begin = scene.mark(stage.node)
-        self.start(stage, "read", EIO, 2)
-        assert stage.faults.failed("read") == 1 and stage.node.daemon.status == 1
+        stage.faults.forget_start()
+        stage.faults.fail("read", EIO, first=2)
+        daemon = stage.node.start_daemon(scene.config(), env=stage.faults.environment)
+        assert stage.faults.failed("read") > 0 and daemon.status == 1
         assert scene.lines(stage.node, begin) == ["config_load: Fatal: parse config"]
 
     @staticmethod
