@@ -37,7 +37,7 @@ def whole(make_lab) -> Callable[..., Lab]:
 @pytest.mark.parametrize("name", HOMES)
 def test_a_home_has_one_copy_of_every_broadcast_everywhere(whole, name):
     lab = whole(topology.load(name))
-    for _ in range(3):  # a link whose hellos a busy machine holds up looks silent, and its broadcast moves
+    for _ in range(3):  # beside compilers two were lost once; why is not known
         census = measures.copies(lab)
         assert not census.duplicates() and not census.circled(), (census.duplicates(), census.circled())
         if not census.lost():
