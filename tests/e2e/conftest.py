@@ -7,8 +7,10 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "platform/sim"))
 
+from fault_scene import FaultScene  # noqa: E402
 from kolt_node import Node  # noqa: E402
 from kolt_node.node import build_directory  # noqa: E402
+from scene import SANITIZER_WORDS  # noqa: E402
 
 # Only a machine with libbpf and libmnl builds the libraries for a stock kernel.
 collect_ignore = [] if (build_directory() / "linux/lib/libduon-bridge.so").exists() else ["test_bridged_libraries.py"]
@@ -17,8 +19,6 @@ if not (build_directory() / "lib/librefuse-allocation.so").exists():
     collect_ignore.append("test_allocations.py")
 if (build_directory() / "bin/kolt").exists() and b"__asan_init" in (build_directory() / "bin/kolt").read_bytes():
     collect_ignore.append("test_fault_allocations.py")
-
-SANITIZER_WORDS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "runtime error:")
 
 
 @pytest.fixture(scope="session")
@@ -39,3 +39,18 @@ def node(build: Path) -> Iterator[Node]:
             fresh.stop_daemon()
         for process in fresh.processes.values():
             assert not any(word in process.stderr for word in SANITIZER_WORDS), process.stderr
+
+
+@pytest.fixture(scope="module")
+def lasting(build: Path) -> Iterator[FaultScene]:
+    """The node of all of a file's tests of failing calls."""
+    with Node(build) as node:
+        made = FaultScene(node)
+        yield made
+        made.close()
+
+
+@pytest.fixture
+def stage(lasting: FaultScene) -> Iterator[FaultScene]:
+    """That node for one test, which starts daemons of its own on it."""
+    yield from lasting.lend()

@@ -1,10 +1,10 @@
 """What the tests of the daemon share: a small node, configurations for it, and what the daemon did in readable form."""
 from collections.abc import Iterator
 
-from conftest import SANITIZER_WORDS
 from kolt_node import Mark, Node, NodeError, Process
 from kolt_node.state import LINK_FILES, NODE_DIR
 
+SANITIZER_WORDS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "runtime error:")
 UCI = {"TrafficPlcRoot": "0", "TrafficEthActive": "0", "TrafficEthInterface": "eth0", "eth_HasNeigh": "0"}
 TYPES = ["ethernet", "plc", "2.4g", "5g", "5g_2"]
 REQUESTED = ("bridgeSet", "bridgeFlush", "bridgeAdd", "bridgeDel")

@@ -3,31 +3,16 @@ Every allocation of the daemon and its libraries fails once: at the start, in ea
 the numbers where there are many, unless KOLT_EVERY_FAULT is set. Needs a daemon without sanitizers, whose allocator
 nothing comes before.
 """
-from collections.abc import Callable, Iterator
-from pathlib import Path
+from collections.abc import Callable
 
 import pytest
 
 from fault_scene import EVENTS, FaultScene, numbers
-from kolt_node import Node
 import scene
 
 ENOMEM = 12
 # json-c leaves a value to nobody that it could not add to its object.
 LEAKS_ONE = ": json_object_object_add_ex"
-
-
-@pytest.fixture(scope="module")
-def lasting(build: Path) -> Iterator[FaultScene]:
-    with Node(build) as node:
-        made = FaultScene(node)
-        yield made
-        made.close()
-
-
-@pytest.fixture
-def stage(lasting: FaultScene) -> Iterator[FaultScene]:
-    yield from lasting.lend()
 
 
 def survive_each(stage: FaultScene, act: Callable[[], None], most: int) -> None:

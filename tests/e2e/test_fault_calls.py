@@ -2,15 +2,12 @@
 Calls of the C library fail in the daemon: each number of each call once, all of one kind at once, with less than was
 asked for, and with a clock that jumps. Part of the numbers where there are many, unless KOLT_EVERY_FAULT is set.
 """
-from collections.abc import Iterator
 from errno import (EADDRINUSE, EAGAIN, ECONNREFUSED, ECONNRESET, EINTR, EINVAL, EIO, EMFILE, ENOBUFS, ENODEV, ENOLCK,
                    ENOMEM, ENXIO, EPERM)
-from pathlib import Path
 
 import pytest
 
 from fault_scene import FaultScene, numbers
-from kolt_node import Node
 import scene
 
 FAILURES = [("socket", EMFILE), ("bind", EADDRINUSE), ("connect", ECONNREFUSED), ("poll", ENOMEM), ("poll", EINTR),
@@ -22,19 +19,6 @@ FAILURES = [("socket", EMFILE), ("bind", EADDRINUSE), ("connect", ECONNREFUSED),
 AT_START = ("connect", "epoll_ctl", "epoll_create1", "eventfd", "timer_create")  # not called in a round
 NOT_AT_START = ("fopen", "popen", "ioctl", "if_nametoindex")
 DAY = 86400
-
-
-@pytest.fixture(scope="module")
-def lasting(build: Path) -> Iterator[FaultScene]:
-    with Node(build) as node:
-        made = FaultScene(node)
-        yield made
-        made.close()
-
-
-@pytest.fixture
-def stage(lasting: FaultScene) -> Iterator[FaultScene]:
-    yield from lasting.lend()
 
 
 def rows(left_out: tuple[str, ...]) -> list:

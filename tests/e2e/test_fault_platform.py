@@ -4,10 +4,8 @@ the pairs, unless KOLT_EVERY_FAULT is set.
 """
 import os
 import random
-from collections.abc import Iterator
 from errno import EADDRINUSE, EMFILE, ENOBUFS
 from itertools import combinations
-from pathlib import Path
 
 import pytest
 
@@ -46,19 +44,6 @@ SHUTS_OUT = {
 }
 PAIRS_IN_SHORT = 10  # one pair in so many
 ALL, NONE = 0, 1 << 30  # as the number of a call
-
-
-@pytest.fixture(scope="module")
-def lasting(build: Path) -> Iterator[FaultScene]:
-    with Node(build) as node:
-        made = FaultScene(node)
-        yield made
-        made.close()
-
-
-@pytest.fixture
-def stage(lasting: FaultScene) -> Iterator[FaultScene]:
-    yield from lasting.lend()
 
 
 class Script:
