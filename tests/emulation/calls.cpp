@@ -8,7 +8,11 @@
 #include <cstdio>
 #include <cstring>
 #include <linux/bpf.h>
+#include <linux/ethtool.h>
+#include <linux/if_packet.h>
 #include <linux/rtnetlink.h>
+#include <linux/sockios.h>
+#include <net/if.h>
 #include <net/if_arp.h>
 #include <sched.h>
 #include <sys/ioctl.h>
@@ -104,12 +108,62 @@ const char *arp_device() {
     return errno == ENODEV ? nullptr : strerror(errno);
 }
 
+// A bridge, which needs no more than its kind.
+const char *make_links() {
+    const unique_fd fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
+    struct {
+        nlmsghdr head;
+        ifinfomsg link;
+        rtattr info;
+        rtattr kind;
+        char name[8];
+    } message{};
+    message.head = {sizeof message, RTM_NEWLINK, NLM_F_REQUEST | NLM_F_ACK | NLM_F_CREATE | NLM_F_EXCL, 1, 0};
+    message.info = {sizeof message.info + sizeof message.kind + sizeof message.name, IFLA_LINKINFO};
+    message.kind = {sizeof message.kind + sizeof message.name, IFLA_INFO_KIND};
+    strcpy(message.name, "bridge");
+    struct {
+        nlmsghdr head;
+        nlmsgerr error;
+        char rest[256];
+    } answer{};
+    if (send(fd.get(), &message, sizeof message, 0) < 0 || recv(fd.get(), &answer, sizeof answer, 0) < 0)
+        return strerror(errno);
+    return answer.error.error == 0 ? nullptr : strerror(-answer.error.error);
+}
+
+const char *packet_options() {
+    const unique_fd fd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));
+    packet_mreq membership{};
+    membership.mr_ifindex = 1;
+    membership.mr_type = PACKET_MR_PROMISC;
+    const bool taken = setsockopt(fd.get(), SOL_PACKET, PACKET_ADD_MEMBERSHIP, &membership, sizeof membership) == 0;
+    return taken ? nullptr : strerror(errno);
+}
+
+const char *interface_features() {
+    const unique_fd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    ethtool_sset_info question{};
+    question.cmd = ETHTOOL_GSSET_INFO;
+    ifreq request{};
+    strcpy(request.ifr_name, "lo");
+    request.ifr_data = reinterpret_cast<char *>(&question);
+    return ioctl(fd.get(), SIOCETHTOOL, &request) == 0 ? nullptr : strerror(errno);
+}
+
 constexpr struct {
     const char *name;
     attempt *works;
 } CALLS[] = {
-    {"programs", load_programs},        {"unknown-messages", unknown_messages}, {"program-messages", program_messages},
-    {"user-namespace", user_namespace}, {"cut-descriptors", cut_descriptors},   {"arp-device", arp_device},
+    {"programs", load_programs},
+    {"unknown-messages", unknown_messages},
+    {"program-messages", program_messages},
+    {"make-links", make_links},
+    {"packet-options", packet_options},
+    {"interface-features", interface_features},
+    {"user-namespace", user_namespace},
+    {"cut-descriptors", cut_descriptors},
+    {"arp-device", arp_device},
 };
 
 } // namespace
