@@ -47,6 +47,12 @@ bool contradicts(const tree &self, const tree_node &parent) {
     return same_node(parent.root, self.id) || same_node(parent.parent, self.id) || parent.hops + 1 >= TREE_MAX_HOPS;
 }
 
+// Whoever is further from the root than this node may be below it: it would follow, and then look like a better parent
+// again as soon as this node has come back to the one it left.
+bool may_be_below(const tree &self, const tree_node &node) {
+    return self.parent != 0 && node.root == self.root && node.hops > self.hops;
+}
+
 // Whether somebody can be joined, in any tree.
 bool takes_in(const tree &self, const tree_node &node) {
     return node.known && !is_frozen(self, node) && (node.flags & NODE_BELOW_FROZEN) == 0 && !contradicts(self, node) &&
@@ -103,6 +109,8 @@ tree_node *best_parent(tree *self) {
     tree_node *best = nullptr;
     for (tree_node &node : used_nodes(self)) {
         if (node.id == 0 || self->now_ms < node.refused_until_ms || !may_join(*self, node))
+            continue;
+        if (may_be_below(*self, node))
             continue;
         if (best == nullptr || is_better(*self, node, *best))
             best = &node;

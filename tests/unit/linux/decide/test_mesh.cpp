@@ -29,6 +29,15 @@ TEST(Mesh, BetterNodeBetweenTwoTreesBecomesTheRootOfBoth) {
     EXPECT_EQ(run(where, true, {{0, {happening::DOWN, 0}}, {0, {happening::RANK, 0}}}), "");
 }
 
+// Without a root by its mode the attic (e), behind a port meant for children, became the root. By way of the gateway
+// the garage (f) was below the living room (b) then, which a port meant for parents joins to it: for that the living
+// room left the attic, all followed it and came back to the attic, every three seconds.
+TEST(Mesh, NobodyLeavesItsParentForWhoeverIsBelowItself) {
+    const topology where = make_topology(
+        "house", "Abcdef", {"ab:2.4g", "ab:5g", "ac:ethernet", "ac:5g", "ad:plc", "be:5g", "bf:5g", "cf:ethernet"});
+    EXPECT_EQ(run(where, true, {{0, {happening::LATE, 5}}, {1300, {happening::RANK, 0}}}), "");
+}
+
 TEST(Mesh, RestartOfAllAtOnceMovesNothing) {
     const topology where = make_topology("ring", "Abcd", {"ab:5g", "bc:5g_2", "cd:ethernet", "da:2.4g", "ab:plc"});
     mesh all = settled(where, false, mutation::NONE);

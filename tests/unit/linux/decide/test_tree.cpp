@@ -292,6 +292,21 @@ TEST(Tree, RelayPortLeadsToAParentOnlyWhereNoOtherDoes) {
     EXPECT_EQ(node.role(10), ROLE_CLOSED);
 }
 
+// One as near as the node itself cannot be below it.
+TEST(Tree, LeavesARelayPortOnlyForWhoeverIsNotFurtherAway) {
+    for (const uint8_t hops : {uint8_t{1}, uint8_t{2}}) {
+        one_node node;
+        node.port(10, RELAY);
+        node.port(11, NONRELAY);
+        node.join({.ifindex = 10, .id = OTHER, .root = OTHER});
+        EXPECT_EQ(node.state.hops, 1);
+        node.puppets.push_back(
+            {.ifindex = 11, .id = WORSE, .port = 51, .root = OTHER, .parent = node_mac(BEST), .hops = hops});
+        node.pass(2300);
+        EXPECT_EQ(node.state.parent, hops == 1 ? 0U : node_mac(OTHER));
+    }
+}
+
 TEST(Tree, ParentBelowTheNodeItselfIsLeft) {
     one_node node;
     node.port(11, NONRELAY);
