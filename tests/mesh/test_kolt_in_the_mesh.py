@@ -37,9 +37,10 @@ def whole(make_lab) -> Callable[..., Lab]:
 @pytest.mark.parametrize("name", HOMES)
 def test_a_home_has_one_copy_of_every_broadcast_everywhere(whole, name):
     lab = whole(topology.load(name))
-    for _ in range(3):  # beside compilers two were lost once; why is not known
+    for _ in range(3):  # on a busy machine a link may look lost, and what is under way when its frames move is lost
         census = measures.copies(lab)
         assert not census.duplicates() and not census.circled(), (census.duplicates(), census.circled())
+        assert not census.unexplained(), (census.unexplained(), census.overrun)
         if not census.lost():
             break
     assert census.exactly_one(), census.lost()

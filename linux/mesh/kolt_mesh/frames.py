@@ -24,6 +24,7 @@ if TYPE_CHECKING:
 ETHERTYPE = 0x88B6  # for experiments on one's own network
 ETH_P_ALL = 3
 SO_ATTACH_FILTER, SO_RCVBUFFORCE = 26, 33
+SOL_PACKET, PACKET_STATISTICS = 263, 6
 BROADCAST = b"\xff" * 6
 UNKNOWN = bytes.fromhex("02ee00000001")  # nobody's: a bridge floods it as well
 FRAME = struct.Struct("!6s6sHIHI")  # target, source, type, run, host, number
@@ -44,6 +45,7 @@ class Census:
     sent: list[Sent] = field(default_factory=list)
     copies: dict[str, Counter] = field(default_factory=dict)
     passes: dict[tuple[str, str], Counter] = field(default_factory=dict)
+    overrun: int = 0  # frames that came too fast to be counted
 
     def circled(self) -> dict[tuple[str, str], int]:
         """Ports that a frame passed more than once, with the most passes of one."""
@@ -61,6 +63,17 @@ class Census:
 
     def lost(self) -> int:
         return sum(count == 0 for host in self.copies for count in self.copies_of(host))
+
+    def ways(self, source: str) -> set[frozenset[tuple[str, str]]]:
+        """The sets of ports that carried frames of a host to all others. More than one: the way has changed."""
+        return {frozenset(port for port, seen in self.passes.items() if seen[one]) for one in self.sent
+                if one[0] == source and all(seen[one] for host, seen in self.copies.items() if host != source)}
+
+    def unexplained(self) -> list[str]:
+        """Frames that did not get everywhere though their host's way has not changed, with where they were last seen."""
+        return [f"{one[0]}'s frame {one[1]} passed only {sorted(port for port in self.passes if self.passes[port][one])}"
+                for host, seen in self.copies.items() for one in self.sent
+                if one[0] != host and not seen[one] and len(self.ways(one[0])) == 1]
 
     def exactly_one(self) -> bool:
         """Whether every host got one copy of every frame, and nothing circled."""
@@ -90,6 +103,7 @@ class Broadcasts:
 
     def __exit__(self, *_: object) -> None:
         for tap, _, _ in self._taps.values():
+            self.census.overrun += struct.unpack("II", tap.getsockopt(SOL_PACKET, PACKET_STATISTICS, 8))[1]
             tap.close()
         for sender in self._senders.values():
             sender.close()
