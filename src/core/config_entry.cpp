@@ -128,7 +128,7 @@ void write_exchanged_name(char *name, const char *text, int32_t id) {
 
 // Writes the kernel name of the interface keyed `key`; false when the VLAN that its name needs is not configured.
 bool read_interface_name(const config_param &param, char *name, const char *key, json_object *value) {
-    json_object *exchange = json_member(value, "exchange");
+    json_object *exchange = json_member(value, config_setting_of(CONFIG_INTERFACE, "exchange").key);
     if (exchange == nullptr) {
         kolt_copy_name(name, key);
         return true;
@@ -150,7 +150,7 @@ kolt_link_type link_type_from_string(const char *text) {
 
 // Writes the partner's name; false when the VLAN that its name needs is not configured.
 bool read_couple_guest(const config_param &param, char *guest, const char *text, json_object *value) {
-    json_object *exchange = json_member(value, "exchange");
+    json_object *exchange = json_member(value, config_setting_of(CONFIG_COUPLE, "exchange").key);
     if (exchange == nullptr) {
         kolt_copy_name(guest, text);
         return true;
@@ -190,7 +190,7 @@ config_entry config_read_interface(const config_param &param, config_interface *
                                    json_object *value) {
     if (!read_interface_name(param, port->name, key, value))
         return CONFIG_ENTRY_NO_VLAN_ID;
-    port->type = link_type_from_string(json_member_text(value, "type"));
+    port->type = link_type_from_string(json_member_text(value, config_setting_of(CONFIG_INTERFACE, "type").key));
     if (port->type == KOLT_LINK_NONE)
         return CONFIG_ENTRY_NO_LINK_TYPE;
     read_fields(port, INTERFACE_FIELDS, value);
@@ -198,12 +198,12 @@ config_entry config_read_interface(const config_param &param, config_interface *
 }
 
 config_entry config_read_couple(const config_param &param, config_couple *couple, const char *key, json_object *value) {
-    const char *text = json_member_text(value, "couple");
+    const char *text = json_member_text(value, config_setting_of(CONFIG_COUPLE, "couple").key);
     if (text == nullptr)
         return CONFIG_ENTRY_NO_COUPLE;
     if (!read_couple_guest(param, couple->guest, text, value))
         return CONFIG_ENTRY_NO_VLAN_ID;
-    json_object *key_exchange = json_member(value, "key_exchange");
+    json_object *key_exchange = json_member(value, config_setting_of(CONFIG_COUPLE, "key_exchange").key);
     if (key_exchange == nullptr) {
         kolt_copy_name(couple->lan, key);
         return CONFIG_ENTRY_KEPT;

@@ -3,6 +3,7 @@
 #include "core/config_load.h"
 
 #include "core/config_entry.h"
+#include "core/config_settings.h"
 #include "core/json.h"
 #include "core/json_file.h"
 #include "core/log.h"
@@ -50,7 +51,7 @@ void load_interfaces(config *config, json_object *section) {
 
 // Two lines for one thing: other programs look for each of them as it is.
 void announce_couple(const config_couple &couple, json_object *value) {
-    if (json_member(value, "key_exchange") == nullptr)
+    if (json_member(value, config_setting_of(CONFIG_COUPLE, "key_exchange").key) == nullptr)
         KOLT_INFO_AS(LOADER, "backhual lan:%.16s, guest:%.16s", couple.lan, couple.guest);
     else
         KOLT_INFO_AS(LOADER, "backhaul lan: %.16s, guest: %.16s", couple.lan, couple.guest);
