@@ -1,4 +1,5 @@
 # What the commands in this folder need: Debian's packages beyond a base system, and folders to build in. Sourced.
+export PATH # a shell that is started without one makes one up and keeps it to itself, and CMake looks for itself there
 KOLT_BUILD_NEEDS=(g++ cmake ninja-build libjson-c-dev)
 KOLT_NODE_NEEDS=(python3 iproute2 util-linux mount)
 KOLT_SIM_NEEDS=(python3-numpy python3-jsonschema python3-rich libjs-dygraphs)

@@ -44,3 +44,8 @@ def test_a_build_of_ones_own_or_none_is_no_matter(tree: Path, folder: str) -> No
         (tree / open_one).chmod(0o777)
     said = ask(tree, folder)
     assert (said.returncode, said.stdout, said.stderr) == (0, "goes on\n", "")
+
+
+def test_what_is_started_in_an_empty_environment_has_a_path() -> None:
+    said = subprocess.run(["/bin/bash", "-euc", '. "$0"; exec /usr/bin/env', str(NEEDS)], env={}, capture_output=True, text=True)
+    assert any(line.startswith("PATH=/") for line in said.stdout.splitlines()), said.stdout
