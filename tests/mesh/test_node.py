@@ -87,6 +87,15 @@ def test_a_killed_program_is_started_again(kolt):
     assert node.daemon.status is None
 
 
+def test_a_program_that_runs_is_not_started_once_more(kolt):
+    kind, lab = kolt(topology.pair(2))
+    node = kind.nodes["b"]
+    programs = (node.daemon, node.bridged)
+    for program in ("kolt", "kolt-bridged"):
+        lab.obey({"do": "start", "node": "b", "program": program})
+    assert (node.daemon, node.bridged) == programs
+
+
 def test_a_changed_mode_reaches_the_programs_of_the_node(kolt):
     kind, lab = kolt(topology.pair(2))
     node = kind.nodes["b"]

@@ -77,6 +77,9 @@ class MeshNode(Node):
         self.start_daemon(argv0="kolt", ready=False)
 
     def start_program(self, program: str) -> None:
+        """Starts a program unless it runs: a change of the mode has started kolt-bridged already."""
+        if self._runs(program):
+            return
         if program == "kolt":
             self.start_kolt()
         else:
@@ -84,11 +87,18 @@ class MeshNode(Node):
 
     def kill_program(self, program: str, number: int = signal.SIGKILL) -> int | None:
         """Ends a program and waits for it; what does not run is fine."""
-        process = self.daemon if program == "kolt" else self.bridged
-        if process is None or process.status is not None:
+        if not self._runs(program):
             return None
+        process = self._process(program)
         self.signal(process, number)
         return self.wait_exit(process)
+
+    def _process(self, program: str) -> Process | None:
+        return self.daemon if program == "kolt" else self.bridged
+
+    def _runs(self, program: str) -> bool:
+        process = self._process(program)
+        return process is not None and process.status is None
 
     def change_mode(self, mode: str) -> None:
         """What the node's management does: kolt-bridged under the new mode, and an event for kolt."""
