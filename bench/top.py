@@ -7,6 +7,8 @@ Ends with status 1 when a mode takes 1 % of a core or more.
 """
 import argparse
 import json
+import os
+import pty
 import sys
 from pathlib import Path
 
@@ -56,6 +58,19 @@ def crowd(node: Node, indexes: dict[str, int]) -> None:
     node.set_table("br-lan", "ha", streams)
 
 
+def give_terminals(node: Node) -> None:
+    """A bare root has none, and then the node gets some of its own."""
+    try:
+        ends = pty.openpty()
+    except OSError:
+        made = node.run(["/usr/bin/mount", "-t", "devpts", "-o", "newinstance,ptmxmode=0666", "devpts", "/dev/pts"])
+        if made.status != 0:
+            raise NodeError(f"no terminal: {made.stderr.strip()}") from None
+        return
+    for end in ends:
+        os.close(end)
+
+
 def cpu_of(node: Node, readings: int) -> dict[str, float]:
     """Processor seconds of each mode with so many readings, all at once. `script` is the live table's terminal."""
     started = {mode: node.spawn(["/usr/bin/script", "-qefc", f"{node.build}/bin/kolt-top {option} --count {readings}",
@@ -79,6 +94,7 @@ def run(options: argparse.Namespace) -> int:
         indexes = sample.set_up(node)
         node.write_file("/etc/kolt.json", json.dumps(sample.config()))
         crowd(node, indexes)
+        give_terminals(node)
         node.stop_journal()
         figures = measure(node)
     print(f"kolt-top beside {STREAMS:,} streams of {CLIENTS} clients, every {INTERVAL:g} s")
