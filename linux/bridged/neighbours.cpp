@@ -135,7 +135,7 @@ void neighbours_send(bridge_node *node) {
 }
 
 void neighbours_count_foreign(bridge_node *node) {
-    for (node_port &port : node->ports) {
+    for (const node_port &port : node->ports) {
         if (port.backhaul)
             tree_port_foreign(&node->links, port.ifindex, node->owner->programs.foreign(port.ifindex), node_now());
     }

@@ -99,7 +99,8 @@ bool kolt_own_programs::find(const char *folder, kolt_reason *why) {
 
 bool kolt_own_programs::add(const char *folder, kolt_direction direction, int loaded, std::span<const unique_fd> maps,
                             kolt_reason *why) {
-    auto &[now, before] = programs_[static_cast<size_t>(direction)];
+    auto &known = programs_[static_cast<size_t>(direction)];
+    program &now = known[CURRENT];
     if (now.fd && are_same(now.fd.get(), loaded, maps))
         return true;
     const pin_name name = name_of(direction, false);
@@ -112,7 +113,7 @@ bool kolt_own_programs::add(const char *folder, kolt_direction direction, int lo
     if (!describe(loaded, &info))
         return why->say(errno, "cannot look at the program %s", name.text);
     if (now.fd)
-        std::swap(now, before);
+        std::swap(now, known[BEFORE]);
     now = program{info.id, duplicate(loaded)};
     return true;
 }
