@@ -1,14 +1,19 @@
 """What a person sees while scripts install and build: that it goes on, what failed, and nothing when nothing is to do."""
 import contextlib
 import os
-import pty
 import re
 import subprocess
+import sys
 from pathlib import Path
 
 import pytest
 
-SCRIPTS = Path(__file__).resolve().parents[2] / "scripts"
+TOP = Path(__file__).resolve().parents[2]
+sys.path[:0] = [str(TOP / "tests/sim"), str(TOP / "platform/sim")]
+
+from terminal import open_terminal  # noqa: E402
+
+SCRIPTS = TOP / "scripts"
 SLOW = "work() { echo step one; sleep 1.2; echo step two; sleep 1.2; printf 'step three'; }"
 
 
@@ -64,7 +69,7 @@ def read_to_the_end(terminal: int) -> str:
 
 
 def test_a_terminal_shows_the_last_line_in_place_and_is_left_clean():
-    master, slave = pty.openpty()
+    master, slave = open_terminal()
     done = subprocess.Popen(["/bin/bash", "-c", source(f"{SLOW}\nwith_progress Building work")], stderr=slave)
     os.close(slave)
     shown = read_to_the_end(master)
