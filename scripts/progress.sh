@@ -18,7 +18,8 @@ with_progress() {
 
 # Its input is the output of a command and, in the last line, the command's status.
 follow() {
-    local title=$1 began=$SECONDS told=$SECONDS partial='' line='' last='' lines=() ended status width
+    local title=$1 began told partial='' line='' last='' lines=() ended status width
+    began=$((${EPOCHREALTIME/[.,]/} / 1000)) told=$began
     read -r _ width < <(stty size <&2 2>/dev/null) || width=0
     [ "$width" -ge 20 ] || width=80
     while :; do
@@ -42,9 +43,11 @@ follow() {
     return "$status"
 }
 
-# Uses and sets what `follow` keeps.
+# Uses and sets what `follow` keeps. Milliseconds, as SECONDS counts the clock's full ones: what began just before one would
+# seem to have taken a second.
 tell() {
-    local passed=$((SECONDS - began))
+    local now=$((${EPOCHREALTIME/[.,]/} / 1000))
+    local passed=$(((now - began) / 1000))
     if [ -t 2 ]; then
         printf -v line '%s %d:%02d %s' "$title" $((passed / 60)) $((passed % 60)) "$last"
         printf '\r\033[K%s' "${line:0:width-1}" >&2
@@ -54,8 +57,8 @@ tell() {
         echo "$title" >&2
         title=
     fi
-    if [ $((SECONDS - told)) -ge "$PROGRESS_SECONDS" ]; then
+    if [ $((now - told)) -ge $((PROGRESS_SECONDS * 1000)) ]; then
         printf '   %d:%02d %s\n' $((passed / 60)) $((passed % 60)) "$last" >&2
-        told=$SECONDS
+        told=$now
     fi
 }
