@@ -1,5 +1,6 @@
 """The commands as a person calls them."""
 import json
+import re
 import subprocess
 from pathlib import Path
 from types import SimpleNamespace
@@ -33,17 +34,23 @@ def test_what_cannot_be_done_is_told_in_one_line(capsys, arguments, reason):
     assert reason in told and told.startswith("kolt-mesh: ") and told.count("\n") == 1
 
 
+def run_as_nobody(*command: str | Path) -> subprocess.CompletedProcess:
+    """Who may read the files, wherever they are: some roots keep others out of their home."""
+    rights = ["--inh-caps", "-all,+dac_read_search", "--ambient-caps", "+dac_read_search", "--bounding-set",
+              "-all,+dac_read_search"]
+    return subprocess.run(["setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups", *rights, *command],
+                          capture_output=True, text=True, check=False)
+
+
 def test_missing_rights_are_told_in_one_line():
-    done = subprocess.run([COMMAND, "--without"], user=65534, group=65534, extra_groups=[], capture_output=True, text=True,
-                          check=False)
+    done = run_as_nobody(COMMAND, "--without")
     assert done.returncode == CANNOT
     assert "does not allow network namespaces" in done.stderr and done.stderr.count("\n") == 1
 
 
 def test_scripts_ask_for_root_in_one_line():
     for script in ("scripts/mesh", "bench/mesh"):
-        done = subprocess.run([TOP / script], user=65534, group=65534, extra_groups=[], capture_output=True, text=True,
-                              check=False)
+        done = run_as_nobody(TOP / script)
         assert done.returncode == CANNOT and done.stderr.count("\n") == 1 and "root" in done.stderr
 
 
@@ -62,7 +69,8 @@ def test_a_home_under_the_spanning_tree_is_shown_to_its_end(tmp_path, capsys, mo
     assert "exactly one copy of each at h2" in told and "** a-b 5g becomes slower: 5mbit" in told
     run = json.loads((tmp_path / "run.json").read_text())
     link = run["links"]["a-b 5g"]
-    assert max(link["mbit"][:3]) > 15 and link["mbit"][-2] < 8 and link["state"] == ["up"] * 3 + ["slow"] * 4
+    assert max(link["mbit"][:3]) > 15 and link["mbit"][-2] < 8
+    assert re.fullmatch("(up ){2,}(slow ){2,}", "".join(f"{state} " for state in link["state"]))
     assert "<title>Two rooms" in (tmp_path / "run.html").read_text()
 
 

@@ -252,6 +252,7 @@ def test_a_start_names_the_programs_of_others(one):
     batch("tc", one.namespace, ["qdisc add dev wlan1.1 clsact"])
     one.namespace.run(FOREIGN)
     one.start()
+    one.node.drain()
     told = [record.text for record in one.node.log() if "another program" in record.text]
     assert len(told) == 1 and told[0].startswith("wlan1.1: another program sees what may pass: ")
 
@@ -260,6 +261,7 @@ def test_a_bridge_with_a_spanning_tree_is_refused_in_one_line(one):
     one.namespace.run(f"ip link set {BRIDGE} type bridge stp_state 1".split())
     one.node.start_bridged()
     assert one.programs() == 0
+    one.node.drain()
     assert [record.text for record in one.node.log() if "refused" in record.text] == [
         "br-lan: refused: it runs a spanning tree; only one can decide which links carry broadcast (ip link set dev BRIDGE "
         "type bridge stp_state 0)"]

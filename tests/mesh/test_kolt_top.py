@@ -1,12 +1,13 @@
 """kolt-top beside kolt on a node of the mesh: a second client of kolt-bridged that reads and changes nothing."""
 import json
 import re
+import time
 
 from kolt_mesh import frames, stream, topology
 from kolt_mesh.kolt import Kolt
 
 PERIOD = 2
-SETTLES = 8.0
+SETTLES = 20.0
 TIMES = re.compile(r"used [0-9/]+")
 
 
@@ -39,12 +40,14 @@ def test_kolt_top_sees_what_kolt_places_and_disturbs_neither_it_nor_the_bridge(m
                 break
         assert found["placement"] == "in-place" and found["streams"]["count"] >= 1, found
         before, said = kernel(), len(node.log())
+        began = time.monotonic()
         seen = readings(node, "-i", "0.1", "-n", "10")
+        periods = (time.monotonic() - began) / PERIOD
         assert kernel() == before
         assert not [line for line in node.log()[said:] if line.level in ("Error", "Fatal")]
         assert running.end().lost == 0
     # Whoever reads does not begin the counters anew: they change at the end of a period and at no other time.
     counted = [client_of(one, lab.mac("h1"))["streams"]["bytes"] for one in seen]
-    assert len(set(counted)) <= 2 and min(counted) > 0, counted
+    assert len(set(counted)) <= 2 + int(periods) and min(counted) > 0, counted
     assert all(one["notes"] == [] for one in seen)
     assert len(readings(node, "--once")) == 1 and node.daemon.status is None and node.bridged.status is None

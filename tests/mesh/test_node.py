@@ -121,10 +121,10 @@ def test_a_build_without_the_open_platform_is_refused(tmp_path):
 def test_the_drivers_files_show_the_load_of_the_link(kolt):
     kind, lab = kolt(topology.pair(1, "1mbit"))
     node = kind.nodes["b"]
-    kind.air.measure()
     with Broadcasts(lab) as counting:  # 60 bytes every 2 ms are 240 kbit/s
+        kind.air.measure()
         counting.run(1.0, ["h1"])
-    kind.air.measure()
+        kind.air.measure()
     kind.air.publish(kind.nodes)
     stats = node.read_file("/proc/net/rtk_wifi6/wlan1/stats").decode()
     busy = int(stats.split("ch_utilization:")[1])

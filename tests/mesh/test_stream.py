@@ -39,12 +39,12 @@ def test_a_link_that_never_comes_back_is_an_outage_to_the_end(make_lab):
     lab = make_lab(topology.pair(1), OneLink())
     with stream.Stream(lab, "h1", "h2", 0.005) as running:
         lab.wait(0.3)
+        began = time.monotonic()
         lab.cut("a-b 5g")
-        cut = time.monotonic()
         lab.wait(0.5)
-        lasted = time.monotonic() - cut
         seen = running.end()
-    assert seen.outage == pytest.approx(lasted, rel=0.4) and seen.at > 0.1 and seen.open
+        lasted = time.monotonic() - began
+    assert 0.45 < seen.outage < lasted + 0.05 and seen.at > 0.1 and seen.open
 
 
 @pytest.mark.parametrize("what", ["cut", "silence"])

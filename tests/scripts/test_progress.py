@@ -14,7 +14,7 @@ sys.path[:0] = [str(TOP / "tests/sim"), str(TOP / "platform/sim")]
 from terminal import open_terminal  # noqa: E402
 
 SCRIPTS = TOP / "scripts"
-SLOW = "work() { echo step one; sleep 1.2; echo step two; sleep 1.2; printf 'step three'; }"
+SLOW = "work() { echo step one; sleep 2.2; echo step two; sleep 2.2; printf 'step three'; }"
 
 
 @pytest.fixture

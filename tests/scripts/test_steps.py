@@ -4,6 +4,7 @@ import re
 import select
 import signal
 import subprocess
+import time
 from pathlib import Path
 
 import pytest
@@ -44,13 +45,22 @@ def write(path: Path, text: str) -> str:
     return str(path)
 
 
+def pid_in(path: Path) -> int:
+    """What a process that was just started writes there."""
+    deadline = time.monotonic() + LIMIT_SECONDS
+    while not (path.exists() and path.read_text().endswith("\n")):
+        assert time.monotonic() < deadline
+        time.sleep(0.01)
+    return int(path.read_text())
+
+
 # Signs of life
 
 def test_a_quiet_command_is_told_about_with_the_time_and_the_step(run):
-    status, out, _ = run("step Waiting for it", "run slow sleep 2.5")
+    status, out, _ = run("step Waiting for it", "run slow sleep 3.5")
     assert status == 0
-    beats = [line for line in out if re.fullmatch(r"   0:0[123] Waiting for it", line)]
-    assert len(beats) == 2
+    beats = [line for line in out if re.fullmatch(r"   0:0\d Waiting for it", line)]
+    assert 2 <= len(beats) <= 9
 
 
 def test_the_sign_of_life_comes_every_half_minute_by_itself():
@@ -60,8 +70,8 @@ def test_the_sign_of_life_comes_every_half_minute_by_itself():
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
 def test_a_signal_ends_all_that_was_started(start, tmp_path, number):
     process = start(f"begin slow bash -c 'sleep 100 & echo $! >{tmp_path}/pid; wait'\nawait slow", heartbeat="1")
-    assert re.match("   0:0[12] ", process.stdout.readline())
-    sleeper = os.pidfd_open(int((tmp_path / "pid").read_text()))
+    assert re.match(r"   0:0\d ", process.stdout.readline())
+    sleeper = os.pidfd_open(pid_in(tmp_path / "pid"))
     os.kill(process.pid, number)
     process.communicate(timeout=LIMIT_SECONDS)  # the end of its output: nobody holds that open any more
     assert process.returncode == 128 + number
@@ -73,7 +83,7 @@ def test_the_signs_of_life_end_even_with_a_killed_script(start, tmp_path):
     assert process.stdout.readline()
     os.kill(process.pid, signal.SIGKILL)
     process.communicate(timeout=LIMIT_SECONDS / 2)  # the end of its output, while the command still runs
-    os.kill(int((tmp_path / "pid").read_text()), signal.SIGKILL)
+    os.kill(pid_in(tmp_path / "pid"), signal.SIGKILL)
 
 
 # Failures
