@@ -43,8 +43,8 @@ void say_to_all(tree *self) {
 void decide(tree *self, const said_state &before, bool beat) {
     for (tree_port &port : used_ports(self))
         age_port(*self, &port);
-    parent_check(self);
     forget_nodes(self);
+    parent_check(self); // after which the parent is among the nodes
     parent_compare(self);
     join_pursue(self, beat);
     if (roles_decide(self))
