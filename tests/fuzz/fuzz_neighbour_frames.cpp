@@ -17,6 +17,8 @@ constexpr node_id OWN_ID = 0x0001020000000020;
 constexpr uint32_t FIRST_PORT = 10;
 constexpr uint32_t PORTS = 5;
 constexpr size_t MOST_FRAMES = 200;
+constexpr uint32_t MEMORY = 20;     // intervals: short, for an input to outlive it
+constexpr unsigned MOST_BEATS = 30; // of an input
 
 void require(bool holds) {
     if (!holds)
@@ -27,6 +29,13 @@ void require(bool holds) {
 uint64_t clock_of(const tree &self) {
     return self.now_ms + self.slept_ms;
 }
+
+// The node under test, and what its neighbours last said to each port.
+struct scene {
+    tree node;
+    neighbour_frame said[PORTS];
+    unsigned beats = 0;
+};
 
 // Reads the input piece by piece; it may end anywhere.
 struct input {
@@ -126,7 +135,8 @@ node_id some_node(input *in) {
     return 0x020000000000 | (node_id{byte} & 0x3f) | (byte & 0x40 ? node_id{1} << NODE_RANK_SHIFT : 0);
 }
 
-void hello(tree *self, uint32_t ifindex, input *in) {
+void hello(scene *all, uint32_t ifindex, input *in) {
+    tree *self = &all->node;
     neighbour_frame frame;
     frame.node = some_node(in);
     frame.port = in->byte();
@@ -147,9 +157,12 @@ void hello(tree *self, uint32_t ifindex, input *in) {
                           .token = pending ? self->pending.token : in->byte()};
     }
     tree_receive(self, ifindex, frame, clock_of(*self));
+    frame.join_count = 0;
+    all->said[ifindex - FIRST_PORT] = frame;
 }
 
 void start(tree *self) {
+    self->timing.memory = MEMORY;
     tree_start(self, OWN_ID, 1, 1000, 1000);
     for (uint32_t i = 0; i < PORTS; i++) {
         const port_wish wish = {.type = static_cast<uint8_t>(i),
@@ -166,7 +179,23 @@ void pass(tree *self, uint8_t how) {
         tree_tick(self, clock_of(*self) + how % 16U * uint64_t{8});
 }
 
-void act(tree *self, input *in) {
+// So many beats in which every neighbour says what it said last, and its kernel answers.
+void live(scene *all, unsigned beats) {
+    tree *self = &all->node;
+    for (; beats > 0 && all->beats < MOST_BEATS; beats--, all->beats++) {
+        tree_tick(self, clock_of(*self) + self->timing.interval_ms);
+        drain(self);
+        for (uint32_t i = 0; i < PORTS; i++) {
+            if (all->said[i].node == 0)
+                continue;
+            echo(self, FIRST_PORT + i, all->said[i].node);
+            tree_receive(self, FIRST_PORT + i, all->said[i], clock_of(*self));
+        }
+    }
+}
+
+void act(scene *all, input *in) {
+    tree *self = &all->node;
     const uint8_t what = in->byte();
     const uint32_t ifindex = FIRST_PORT + (what >> 4) % PORTS;
     switch (what & 7) {
@@ -185,23 +214,27 @@ void act(tree *self, input *in) {
     case 4:
         echo(self, ifindex, some_node(in));
         break;
-    case 5:
+    case 6:
         tree_port_heard(self, ifindex, clock_of(*self) + in->byte());
         break;
+    case 7:
+        live(all, in->byte());
+        break;
     default:
-        hello(self, ifindex, in);
+        hello(all, ifindex, in);
     }
 }
 
 } // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    const auto self = std::make_unique<tree>();
-    start(self.get());
+    const auto all = std::make_unique<scene>();
+    tree *self = &all->node;
+    start(self);
     input in{.data = data, .size = size};
     for (size_t i = 0; i < MOST_FRAMES && in.size > 0; i++) {
-        act(self.get(), &in);
-        drain(self.get());
+        act(all.get(), &in);
+        drain(self);
         check_words(*self);
         check_state(*self);
     }
