@@ -58,7 +58,7 @@ kept_socket *free_place() {
     return nullptr;
 }
 
-// Makes the pair. What the process writes into its end goes nowhere, as there is no kernel behind it.
+// Makes the pair. The process cannot write into its end, as there is no kernel behind it.
 bool open_pair(unique_fd *open_end, unique_fd *kept_end, int flags) {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | (flags & SOCK_NONBLOCK), 0, ends) != 0)

@@ -20,7 +20,7 @@
 constexpr uint16_t FRAME_ETHERTYPE = 0x88b5;
 constexpr uint8_t FRAME_VERSION = 1;
 constexpr size_t FRAME_VERSION_OFFSET = 14;
-constexpr size_t FRAME_KIND_OFFSET = 15; // a probe becomes an echo by one byte stored here
+constexpr size_t FRAME_KIND_OFFSET = 15; // the programs make a probe an echo here
 constexpr size_t FRAME_NODE_OFFSET = 16;
 constexpr size_t FRAME_ECHOED_BY_OFFSET = 32;
 constexpr size_t FRAME_HEAD_SIZE = 40; // what whoever answers a probe must know

@@ -227,7 +227,7 @@ bool count_foreign(const tree &self, tree_port *port, uint32_t count) {
     // Those of an open link may still arrive when its end has just been closed.
     if (!more || somebody_talks(self, *port))
         return false;
-    if (port->foreign_since_ms == 0)
+    if (port->foreign_since_ms == 0 || self.now_ms - port->foreign_ms > span_ms(self, self.timing.pause))
         port->foreign_since_ms = self.now_ms;
     port->foreign_ms = self.now_ms;
     return true;

@@ -49,5 +49,8 @@ void age_port(const tree &self, tree_port *port);
 // The carrier came or went: nothing that was known of the other end holds any more.
 void reset_port(const tree &self, tree_port *port, bool carrier);
 
+// What was still to be sent on the port will not be; it comes again, on another one.
+void outbox_forget(tree *self, size_t slot);
+
 // Frees the places of nodes that are no longer heard on any port.
 void forget_nodes(tree *self);

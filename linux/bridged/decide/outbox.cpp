@@ -44,6 +44,11 @@ void fill_hello(tree *self, size_t slot, neighbour_frame *frame) {
 
 } // namespace
 
+void outbox_forget(tree *self, size_t slot) {
+    for (join_to_send &one : self->outgoing)
+        one.ports &= ~(uint32_t{1} << slot);
+}
+
 bool tree_take_frame(tree *self, tree_send *send) {
     const std::span<tree_port> ports = used_ports(self);
     const auto due = std::find_if(ports.begin(), ports.end(), [](const tree_port &port) {

@@ -99,7 +99,9 @@ void port_plan_make(const port_settings &from, const port_settings &to, port_pla
         if (wanted.ifindex == 0)
             continue;
         const port_setting *known = find(from, wanted.ifindex);
-        const port_setting old = known != nullptr ? *known : closed(wanted.ifindex);
+        port_setting old = known != nullptr ? *known : closed(wanted.ifindex);
+        if (known == nullptr)
+            old.word.class_ = wanted.word.class_; // of what is not known yet: no reason to close what is open
         const port_setting least = between(old, wanted);
         if (least != old)
             plan->closing[plan->closing_count++] = least;

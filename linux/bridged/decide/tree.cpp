@@ -133,6 +133,7 @@ void tree_port_remove(tree *self, uint32_t ifindex, uint64_t now_ms) {
     if (port == nullptr)
         return;
     advance(self, now_ms);
+    outbox_forget(self, static_cast<size_t>(port - self->ports.data()));
     *port = {};
     self->changes++;
     decide(self);
@@ -143,6 +144,7 @@ void tree_port_carrier(tree *self, uint32_t ifindex, bool carrier, uint64_t now_
     if (port == nullptr || port->carrier == carrier)
         return;
     advance(self, now_ms);
+    outbox_forget(self, static_cast<size_t>(port - self->ports.data()));
     reset_port(*self, port, carrier);
     decide(self);
 }

@@ -32,6 +32,7 @@ struct tree_timing {
     uint32_t better = 1;        // a neighbour of a better tree has been there: the parent may find its way back first
     uint32_t nearer = 20;       // a neighbour with a shorter way to the same root has been there
     uint32_t memory = 200;      // of a neighbour that is silent
+    uint32_t pause = 15;        // between two frames of hosts that talk
 };
 
 enum port_role : uint8_t {
@@ -111,8 +112,7 @@ struct pending_join {
 
 // What waits to be told to a neighbour.
 struct join_to_send {
-    uint64_t to = 0;    // MAC; 0 = the place is free
-    uint32_t ports = 0; // slots that it has still to be sent on
+    uint32_t ports = 0; // slots that it has still to be sent on; none = the place is free
     join_record record;
 };
 
@@ -178,8 +178,9 @@ void tree_port_carrier(tree *self, uint32_t ifindex, bool carrier, uint64_t now_
 void tree_port_wish(tree *self, uint32_t ifindex, const port_wish &wish, uint64_t now_ms);
 
 // So many frames that no node sends have reached the port while it was closed: to be told at every beat. A port whose
-// neighbour has been silent for long is given to hosts only when such frames come in, and go on for as long as it takes
-// to hear a neighbour. A link that is dead in both directions stays closed, and may come back at any time.
+// neighbour has been silent for long is given to hosts only when such frames come in, and go on without a long pause
+// for as long as it takes to hear a neighbour. A link that is dead in both directions stays closed, and may come back
+// at any time.
 void tree_port_foreign(tree *self, uint32_t ifindex, uint32_t count, uint64_t now_ms);
 
 // Frames came in by the port since a while shorter than an interval. While the neighbour says that it hears this node,

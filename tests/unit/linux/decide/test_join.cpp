@@ -64,6 +64,18 @@ TEST_F(Join, RootGrantsWhoeverIsWorse) {
     EXPECT_THAT(node_.answers(below(), {request(WORSE, 0)}, 10), IsEmpty());
 }
 
+TEST_F(Join, AnswersThatAPortTookAwayWithItLeaveRoomForOthers) {
+    std::vector<join_record> requests;
+    for (node_id i = 0; i < TREE_JOINS; i++)
+        requests.push_back(request(WORSE + i, 9));
+    for (const join_record &one : requests)
+        node_.hello(below(), {one});
+    tree_port_remove(&node_.state, 10, node_.now);
+    below().ifindex = 11;
+    node_.pass(500);
+    EXPECT_THAT(node_.answers(below(), {request(WORSE, 9)}, 11), ElementsAre(grant(WORSE, 9)));
+}
+
 TEST_F(Join, RootThatWaitsItselfGrantsNothing) {
     node_.puppets.push_back({.ifindex = 11});
     node_.pass(100);

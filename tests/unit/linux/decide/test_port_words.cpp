@@ -199,6 +199,14 @@ TEST_F(PortPlan, PortThatIsGoneIsClosed) {
     EXPECT_TRUE(opening().empty());
 }
 
+TEST_F(PortPlan, LinkOfAClassOfItsOwnIsNotClosedWhenItIsTakenOver) {
+    port_setting wanted = open(10, 1);
+    wanted.word.class_ = 1;
+    make({}, {wanted});
+    EXPECT_TRUE(closing().empty());
+    EXPECT_THAT(opening(), testing::ElementsAre(wanted));
+}
+
 TEST_F(PortPlan, PortThatIsNewOpens) {
     make({}, {open(10, 3), closed(11)});
     EXPECT_TRUE(closing().empty());

@@ -41,6 +41,21 @@ TEST_F(SilentPort, StaysClosedUntilHostsAreHeardForAsLongAsANeighbourMayTake) {
     EXPECT_EQ(node_.role(10), ROLE_ACCESS);
 }
 
+// A switch or an adapter on the way says something every few seconds.
+TEST_F(SilentPort, FramesThatComeNowAndThenAreNoHosts) {
+    fall_silent(100000);
+    for (int i = 0; i < 10; i++) {
+        hear_hosts();
+        node_.pass(2000);
+    }
+    EXPECT_EQ(node_.role(10), ROLE_CLOSED);
+    for (int i = 0; i < 2; i++) {
+        hear_hosts();
+        node_.pass(1000); // as often as a host asks for an address that does not answer
+    }
+    EXPECT_EQ(node_.role(10), ROLE_ACCESS);
+}
+
 TEST_F(SilentPort, StaysClosedForTheTimeOfRememberingItsNeighbour) {
     fall_silent(0);
     for (int i = 0; i < 390; i++) {
