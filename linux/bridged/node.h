@@ -67,6 +67,7 @@ struct bridge_node {
     bool came = false;    // what that process has placed is still to be looked at
     uint32_t seen_changes = 0;
     uint64_t seen_parent = 0; // MAC
+    uint64_t announce_ms = 0; // when a new parent is told who is behind this node, 0: it has been
     tree_record saved{};      // as it stands in its file
     uint64_t save_again_ms = 0;
     std::array<node_port, MAX_NODE_PORTS> ports;
@@ -95,7 +96,8 @@ struct bridged {
     kolt_streams streams;
     requests_server *requests = nullptr;
     bus_sender bus;
-    node_report reported;
+    node_report reported; // as it stands in the files
+    node_report told;     // as the bus was told
     bridged_watches watches;
     uint64_t beat_at = 0;
     std::array<bridge_node, CONFIG_MAX_BRIDGES> bridges;

@@ -82,10 +82,11 @@ void report_links(bridged *self) {
     if (self->settings.action == BRIDGED_RELEASE)
         return; // nobody is to follow what ends here
     const node_report now = make_report(self);
-    const bool links_changed = !same_links(now, self->reported);
+    const bool links_changed = !same_links(now, self->told);
     // Which Ethernet port leads up decides how kolt programs the others.
     const bool uplink_changed =
-        !kolt_name_equal(now.ethernet_uplink, self->reported.ethernet_uplink) || now.mode != self->reported.mode;
+        !kolt_name_equal(now.ethernet_uplink, self->told.ethernet_uplink) || now.mode != self->told.mode;
+    self->told = now;
     runtime_files_write(now, &self->reported, false);
     if (links_changed || uplink_changed)
         bus_tell(&self->bus, now, uplink_changed ? BUS_CONFIGURE | BUS_LINKS : BUS_LINKS);
@@ -93,6 +94,7 @@ void report_links(bridged *self) {
 
 void report_all(bridged *self) {
     const node_report now = make_report(self);
+    self->told = now;
     runtime_files_write(now, &self->reported, true);
     bus_open(&self->bus, self->settings.run_folder);
     bus_tell(&self->bus, now, bus_has_told(self->bus, now) ? BUS_CONFIGURE : BUS_CONFIGURE | BUS_LINKS);

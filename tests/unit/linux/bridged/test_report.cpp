@@ -102,7 +102,7 @@ protected:
     void begin_again() {
         bus_stop(&self_->bus);
         self_->bus = {};
-        self_->reported = {};
+        self_->reported = self_->told = {};
         report();
         EXPECT_THAT(told(), IsEmpty()) << "the start is not complete";
         report_all(self_.get());
@@ -167,6 +167,22 @@ TEST_F(Report, EthernetUplinkHasKoltProgramItsBridgesAnew) {
     EXPECT_THAT(told(), ElementsAre(CONFIGURE, BY_WIRE));
     EXPECT_TRUE(kolt_name_equal(self_->reported.ethernet_uplink, "eth0"));
     EXPECT_EQ(self_->reported.ethernet_neighbours, 1U);
+}
+
+// Or kolt would program its bridges, upon which it would be told again, for ever.
+TEST_F(Report, NothingIsToldAgainWhenAFileCannotBeWritten) {
+    ASSERT_EQ(mkdir("/tmp/wifi_runtime_info.5g", 0755), 0);
+    join();
+    report();
+    add_wire();
+    report();
+    EXPECT_THAT(told(), ElementsAre(ONE_LINK, CONFIGURE, BY_WIRE));
+    report();
+    EXPECT_THAT(told(), IsEmpty());
+    ASSERT_EQ(rmdir("/tmp/wifi_runtime_info.5g"), 0);
+    report();
+    EXPECT_EQ(access("/tmp/wifi_runtime_info.5g", F_OK), 0) << "it is written as soon as that is possible";
+    EXPECT_THAT(told(), IsEmpty());
 }
 
 TEST_F(Report, AnotherModeHasKoltProgramItsBridgesAnew) {
