@@ -12,6 +12,8 @@
 
 namespace {
 
+constexpr unsigned ANNOUNCE_AFTER = 2; // intervals: a new parent's port lets nothing in before its hello is read there
+
 bool is_open(const port_setting &setting) {
     return (setting.word.flags & PORT_OPEN) != 0;
 }
@@ -79,8 +81,15 @@ void open_ports(bridge_node *node, const port_plan &plan) {
 void new_parent(bridge_node *node) {
     node->seen_parent = node->links.parent;
     clients_flush(node);
-    if (node->links.parent != 0)
-        clients_announce(node);
+    node->announce_ms =
+        node->links.parent == 0 ? 0 : node_now() + ANNOUNCE_AFTER * uint64_t{node->links.timing.interval_ms};
+}
+
+void announce_when_due(bridge_node *node) {
+    if (node->announce_ms == 0 || node_now() < node->announce_ms)
+        return;
+    node->announce_ms = 0;
+    clients_announce(node);
 }
 
 // What a port is set to after the step. When the bridge has not taken it that is nothing that can be wished, so that it
@@ -168,5 +177,6 @@ void settle(bridge_node *node) {
     const bool changed = moved || node->links.changes != node->seen_changes;
     if (!changed || bring_to(node, to, moved))
         neighbours_send(node);
+    announce_when_due(node);
     wake_for(node);
 }

@@ -153,7 +153,15 @@ TEST_F(settle_test, NewParentHearsWhoIsBehindThisNode) {
     life_.settle_after([](one_node &node) { node.pass(500); });
     ASSERT_TRUE(learns(CLIENT, CHILD_LINK));
     join();
+    EXPECT_FALSE(hears_of(CLIENT)) << "its port opens only when it has heard this node's hello";
+    const uint64_t due = life_.node().announce_ms;
+    EXPECT_THAT(due,
+                testing::AllOf(testing::Gt(0U), testing::Le(node_now() + 2 * life_.node().links.timing.interval_ms)));
+    life_.node().announce_ms = node_now();
+    settle(&life_.node());
     EXPECT_TRUE(hears_of(CLIENT));
+    settle(&life_.node());
+    EXPECT_FALSE(hears_of(CLIENT)) << "once";
 }
 
 TEST_F(settle_test, PlaceInTheTreeIsKeptInAFile) {
