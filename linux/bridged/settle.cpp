@@ -30,12 +30,20 @@ kolt_port program_word(const port_word &word) {
             .class_ = word.class_};
 }
 
-bridge_port_flags bridge_flags(const port_flooding &flooding) {
-    return {.learning = flooding.learning,
-            .flood = flooding.flood,
-            .mcast_flood = flooding.mcast_flood,
-            .bcast_flood = flooding.bcast_flood,
-            .mcast_router = flooding.mcast_router ? MCAST_ROUTER_LEARNT : MCAST_ROUTER_NEVER};
+// Who is behind a link asked for groups where they came from before, and is asked again every two minutes: until then
+// the link gets them all.
+bridge_mcast_router router_of(const port_setting &setting) {
+    if (!setting.flooding.mcast_router)
+        return MCAST_ROUTER_NEVER;
+    return setting.word.group == GROUP_NONE ? MCAST_ROUTER_LEARNT : MCAST_ROUTER_TEMPORARY;
+}
+
+bridge_port_flags bridge_flags(const port_setting &setting) {
+    return {.learning = setting.flooding.learning,
+            .flood = setting.flooding.flood,
+            .mcast_flood = setting.flooding.mcast_flood,
+            .bcast_flood = setting.flooding.bcast_flood,
+            .mcast_router = router_of(setting)};
 }
 
 // What left by a port that is closed now leaves by the next best one.
@@ -156,7 +164,7 @@ void settle_port(bridge_node *node, const port_setting &setting) {
     if (port == nullptr || !port->backhaul)
         return; // it has gone, and its word with it, or is no link any more
     (void)node->owner->programs.set_port(setting.ifindex, program_word(setting.word));
-    const int error = bridge_port_set(node->owner->rtnl, setting.ifindex, bridge_flags(setting.flooding));
+    const int error = bridge_port_set(node->owner->rtnl, setting.ifindex, bridge_flags(setting));
     const bool failed = error != 0 && error != ENODEV && error != EOPNOTSUPP;
     if (failed && !port->unset)
         KOLT_ERROR("%s: cannot set what the bridge sends there: %s", port->name,

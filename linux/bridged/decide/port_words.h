@@ -33,7 +33,7 @@ struct port_flooding {
     bool mcast_flood = false;
     bool bcast_flood = false;
     bool learning = false;
-    bool mcast_router = false; // false: never; true: the kernel's default
+    bool mcast_router = false; // whether groups may be asked for behind it
     bool operator==(const port_flooding &) const = default;
 };
 

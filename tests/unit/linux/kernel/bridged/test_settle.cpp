@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 
 using testing::IsEmpty;
 using testing::Not;
@@ -44,7 +45,7 @@ public:
 };
 
 constexpr char TREE_FILE[] = "/run/kolt-bridged/tree.br0";
-constexpr bridge_port_flags SENDS_ALL = {};
+constexpr bridge_port_flags SENDS_ALL = {true, true, true, true, MCAST_ROUTER_TEMPORARY};
 constexpr uint8_t UPWARD = KOLT_PORT_OPEN | KOLT_PORT_NEED_HA | KOLT_PORT_GUARDED;
 constexpr kolt_port CARRYING = {.group = GROUP_UP, .flags = UPWARD, .admits = 3, .accepts = 3, .class_ = 0};
 constexpr kolt_port BESIDE = {.group = GROUP_UP, .flags = UPWARD, .admits = 0, .accepts = 0, .class_ = 0};
@@ -84,6 +85,23 @@ TEST_F(settle_test, PortWithoutANodeBehindItIsForHosts) {
     EXPECT_EQ(word.flags, KOLT_PORT_OPEN | KOLT_PORT_GUARDED);
     EXPECT_EQ(word.group, GROUP_NONE);
     EXPECT_EQ(word.accepts, 3);
+}
+
+// Who asked for a group did so on another link, and is asked again only every two minutes.
+TEST_F(settle_test, LinkThatBeginsToCarryGroupFramesCarriesThoseThatWereAskedForElsewhere) {
+    constexpr mac_address GROUP = {0x01, 0, 0x5e, 1, 2, 3};
+    const std::string settings = "/sys/class/net/br0/bridge/multicast_";
+    std::ofstream(settings + "snooping") << 1;
+    std::ofstream(settings + "query_response_interval") << 10; // hundredths of a second until answers are relied upon
+    std::ofstream(settings + "querier") << 1;
+    usleep(300000);
+    join();
+    wires_.end(HOSTS).send(ip_frame{.to = GROUP, .from = CLIENT}.bytes());
+    bool arrived = false;
+    for (std::string frame = wires_.end(FAST_LINK).receive(200); !frame.empty() && !arrived;
+         frame = wires_.end(FAST_LINK).receive(200))
+        arrived = frame.compare(0, GROUP.size(), std::string(GROUP.begin(), GROUP.end())) == 0;
+    EXPECT_TRUE(arrived);
 }
 
 TEST_F(settle_test, NothingIsSetTwiceWhenNothingChanged) {
