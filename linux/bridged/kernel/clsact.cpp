@@ -131,14 +131,36 @@ bool dump(uint16_t type, uint32_t parent, mnl_cb_t see, search *found) {
            receive(socket.get(), SEQUENCE, see, found);
 }
 
-search look(uint32_t ifindex, kolt_direction direction) {
-    search found;
-    found.ifindex = ifindex;
-    found.direction = direction;
+// A dump whose answer a signal or a change has cut short is asked for again. Without traffic control there is nothing.
+bool dump_whole(uint16_t type, uint32_t parent, mnl_cb_t see, search *found) {
+    constexpr int ATTEMPTS = 10;
+    const search before = *found;
+    for (int attempt = 0; attempt < ATTEMPTS; attempt++) {
+        *found = before;
+        if (dump(type, parent, see, found) || errno == EOPNOTSUPP)
+            return true;
+        if (errno != EINTR)
+            return false;
+    }
+    return false;
+}
+
+// An interface that is gone meanwhile has no filters.
+bool look_for_filters(search *found) {
+    return dump_whole(RTM_GETTFILTER, parent_of(found->direction), see_filter, found);
+}
+
+bool cannot_look(uint32_t ifindex, kolt_reason *why) {
+    return why->say(errno, "cannot see what filters interface %u has", ifindex);
+}
+
+// All that stands on one hook.
+bool look(uint32_t ifindex, kolt_direction direction, search *found, kolt_reason *why) {
+    found->ifindex = ifindex;
+    found->direction = direction;
     // The older ingress qdisc has the same handle, and takes filters for egress as ones for ingress.
-    if (dump(RTM_GETQDISC, 0, see_qdisc, &found) && found.clsact)
-        (void)dump(RTM_GETTFILTER, parent_of(direction), see_filter, &found); // an interface gone meanwhile has none
-    return found;
+    return (dump_whole(RTM_GETQDISC, 0, see_qdisc, found) && (!found->clsact || look_for_filters(found))) ||
+           cannot_look(ifindex, why);
 }
 
 bpf_tc_hook hook_of(uint32_t ifindex, kolt_direction direction) {
@@ -164,20 +186,23 @@ bool make_clsact(uint32_t ifindex, kolt_reason *why) {
 }
 
 void remove_empty_clsact(uint32_t ifindex) {
-    for (const auto direction : {kolt_direction::INGRESS, kolt_direction::EGRESS}) {
-        const search left = look(ifindex, direction);
-        if (!left.clsact || left.ours || left.others != 0)
+    kolt_reason ignored; // an empty one does no harm
+    for (const auto direction : KOLT_DIRECTIONS) {
+        search left;
+        if (!look(ifindex, direction, &left, &ignored) || !left.clsact || left.ours || left.others != 0)
             return;
     }
     bpf_tc_hook hook = hook_of(ifindex, kolt_direction::INGRESS);
     hook.attach_point = static_cast<bpf_tc_attach_point>(BPF_TC_INGRESS | BPF_TC_EGRESS);
-    (void)bpf_tc_hook_destroy(&hook); // an empty one does no harm
+    (void)bpf_tc_hook_destroy(&hook);
 }
 
 } // namespace
 
 bool clsact_attach(uint32_t ifindex, kolt_direction direction, int program, kolt_reason *why) {
-    search found = look(ifindex, direction);
+    search found;
+    if (!look(ifindex, direction, &found, why))
+        return false;
     if (found.ingress)
         return why->say(EBUSY, "an ingress qdisc stands in the way of a clsact on interface %u", ifindex);
     if (!found.clsact && !make_clsact(ifindex, why))
@@ -192,7 +217,10 @@ bool clsact_attach(uint32_t ifindex, kolt_direction direction, int program, kolt
 }
 
 bool clsact_detach(uint32_t ifindex, kolt_direction direction, kolt_reason *why) {
-    if (!look(ifindex, direction).ours)
+    bool there = false;
+    if (!clsact_find(ifindex, direction, &there, why))
+        return false;
+    if (!there)
         return true;
     const bpf_tc_hook hook = hook_of(ifindex, direction);
     const bpf_tc_opts options = own_filter();
@@ -203,13 +231,27 @@ bool clsact_detach(uint32_t ifindex, kolt_direction direction, kolt_reason *why)
     return true;
 }
 
+// Of the interface alone: a list of all queueing disciplines may lack some while interfaces go.
+bool clsact_find(uint32_t ifindex, kolt_direction direction, bool *there, kolt_reason *why) {
+    search found;
+    found.ifindex = ifindex;
+    found.direction = direction;
+    const bool seen = look_for_filters(&found);
+    *there = found.ours;
+    return seen || cannot_look(ifindex, why);
+}
+
 bool clsact_attached(uint32_t ifindex, kolt_direction direction) {
-    return look(ifindex, direction).ours;
+    bool there = false;
+    kolt_reason ignored;
+    return clsact_find(ifindex, direction, &there, &ignored) && there;
 }
 
 size_t clsact_others(uint32_t ifindex, kolt_direction direction, kolt_other_program *first) {
-    const search found = look(ifindex, direction);
-    if (found.others != 0)
-        *first = found.first;
+    search found;
+    kolt_reason ignored;
+    if (!look(ifindex, direction, &found, &ignored) || found.others == 0)
+        return 0;
+    *first = found.first;
     return found.others;
 }

@@ -23,9 +23,12 @@ struct kolt_other_program {
 };
 
 // Filters of clsact. `attach` makes the clsact where it is missing and replaces an earlier program of this daemon in
-// one step; `detach` removes the clsact too when nothing is left in it.
+// one step; `detach` removes the clsact too when nothing is left in it. False when the kernel does not do it or does
+// not say what there is: that is never taken for nothing.
 bool clsact_attach(uint32_t ifindex, kolt_direction direction, int program, kolt_reason *why);
 bool clsact_detach(uint32_t ifindex, kolt_direction direction, kolt_reason *why);
+[[nodiscard]] bool clsact_find(uint32_t ifindex, kolt_direction direction, bool *there, kolt_reason *why);
+// Whether it is known that one is there.
 [[nodiscard]] bool clsact_attached(uint32_t ifindex, kolt_direction direction);
 // How many filters of others there are; `first` becomes one of them.
 [[nodiscard]] size_t clsact_others(uint32_t ifindex, kolt_direction direction, kolt_other_program *first);
@@ -36,6 +39,8 @@ bool clsact_detach(uint32_t ifindex, kolt_direction direction, kolt_reason *why)
 bool tcx_attach(uint32_t ifindex, kolt_direction direction, int program, const kolt_own_programs &own,
                 kolt_reason *why);
 bool tcx_detach(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own, kolt_reason *why);
+[[nodiscard]] bool tcx_find(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own, bool *there,
+                            kolt_reason *why);
 [[nodiscard]] bool tcx_attached(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own);
 [[nodiscard]] size_t tcx_others(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own,
                                 kolt_other_program *first);

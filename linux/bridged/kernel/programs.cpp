@@ -172,7 +172,9 @@ bool kolt_programs::attach(uint32_t ifindex, kolt_reason *why, kolt_hooking hook
         return why->say(ERANGE, "interface %u cannot be guarded: the table of ports ends at %d", ifindex,
                         KOLT_MAX_PORTS);
     const bool tcx = hooking == kolt_hooking::TCX || (hooking == kolt_hooking::BEST && tcx_available());
-    const bool were_there = attached(ifindex, own_);
+    bool were_there = false;
+    if (!find(ifindex, &were_there, why))
+        return false;
     for (const auto direction : KOLT_DIRECTIONS)
         if (!(tcx ? tcx_attach(ifindex, direction, program(direction), own_, why)
                   : clsact_attach(ifindex, direction, program(direction), why))) {
@@ -202,6 +204,18 @@ bool kolt_programs::attached(uint32_t ifindex, const kolt_own_programs &own) {
     for (const auto direction : KOLT_DIRECTIONS)
         both = both && (tcx_attached(ifindex, direction, own) || clsact_attached(ifindex, direction));
     return both;
+}
+
+bool kolt_programs::find(uint32_t ifindex, bool *both, kolt_reason *why) const {
+    *both = true;
+    for (const auto direction : KOLT_DIRECTIONS) {
+        bool there = false;
+        if (!tcx_find(ifindex, direction, own_, &there, why) ||
+            (!there && !clsact_find(ifindex, direction, &there, why)))
+            return false;
+        *both = *both && there;
+    }
+    return true;
 }
 
 size_t kolt_programs::others(uint32_t ifindex, kolt_direction direction, kolt_other_program *first,

@@ -101,6 +101,8 @@ public:
     // Whether both stand on the interface, of this process or of an earlier one. Who may look at all programs knows
     // them by their names, without `own`.
     [[nodiscard]] static bool attached(uint32_t ifindex, const kolt_own_programs &own = {});
+    // The same for this process. False when the kernel does not say.
+    [[nodiscard]] bool find(uint32_t ifindex, bool *both, kolt_reason *why) const;
     // How many programs and filters of others stand on one of the interface's hooks, TCX and clsact together. `first`
     // becomes one of them: they see what this daemon's let pass, and the user wants to know.
     [[nodiscard]] static size_t others(uint32_t ifindex, kolt_direction direction, kolt_other_program *first,

@@ -100,21 +100,23 @@ struct survey {
     bool first_comes_first = false; // of all, ours included
 };
 
-survey look(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own) {
-    survey result;
+// An interface that is gone meanwhile has none, nor has one of a kernel that does not know the hook.
+bool look(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own, survey *result, kolt_reason *why) {
     hook_programs programs;
-    (void)query(ifindex, type_of(direction), &programs); // an interface gone meanwhile has none
+    const int error = query(ifindex, type_of(direction), &programs);
+    if (error != 0 && error != ENODEV && error != EINVAL)
+        return why->say(error, "cannot see what programs interface %u has", ifindex);
     for (size_t place = 0; place < programs.count; place++) {
         kolt_other_program told;
         const owner whose = owner_of(own, direction, programs.ids[place], &told);
         if (whose == owner::THIS_DAEMON)
-            result.ours.ids[result.ours.count++] = programs.ids[place];
-        else if (whose == owner::OTHERS && result.others++ == 0) {
-            result.first = told;
-            result.first_comes_first = result.ours.count == 0;
+            result->ours.ids[result->ours.count++] = programs.ids[place];
+        else if (whose == owner::OTHERS && result->others++ == 0) {
+            result->first = told;
+            result->first_comes_first = result->ours.count == 0;
         }
     }
-    return result;
+    return true;
 }
 
 // A program of this daemon: one of `own`, or one without a pin that its name has told.
@@ -146,7 +148,9 @@ int take_off(uint32_t ifindex, kolt_direction direction, int program) {
 // Takes off those of this daemon's programs whose number is not `kept`.
 bool take_off_all(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own, uint32_t kept,
                   kolt_reason *why) {
-    const survey present = look(ifindex, direction, own);
+    survey present;
+    if (!look(ifindex, direction, own, &present, why))
+        return false;
     for (size_t place = 0; place < present.ours.count; place++) {
         const uint32_t id = present.ours.ids[place];
         if (id == kept)
@@ -175,9 +179,11 @@ bool tcx_available() {
 
 bool tcx_attach(uint32_t ifindex, kolt_direction direction, int program, const kolt_own_programs &own,
                 kolt_reason *why) {
-    const survey present = look(ifindex, direction, own);
+    survey present;
     bpf_prog_info info{};
     uint32_t size = sizeof info;
+    if (!look(ifindex, direction, own, &present, why))
+        return false;
     if (bpf_obj_get_info_by_fd(program, &info, &size) != 0)
         return why->say(errno, "cannot look at the program %s", kolt_program_name(direction));
     if (!has(present.ours, info.id)) {
@@ -190,7 +196,9 @@ bool tcx_attach(uint32_t ifindex, kolt_direction direction, int program, const k
     if (!take_off_all(ifindex, direction, own, info.id, why))
         return false;
     // It decides what ours gets to see.
-    const survey now = look(ifindex, direction, own);
+    survey now;
+    if (!look(ifindex, direction, own, &now, why))
+        return false;
     return !now.first_comes_first || why->say(EBUSY, "the program %s runs before %s on interface %u", now.first.name,
                                               kolt_program_name(direction), ifindex);
 }
@@ -199,13 +207,24 @@ bool tcx_detach(uint32_t ifindex, kolt_direction direction, const kolt_own_progr
     return take_off_all(ifindex, direction, own, 0, why);
 }
 
+bool tcx_find(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own, bool *there, kolt_reason *why) {
+    survey present;
+    const bool seen = look(ifindex, direction, own, &present, why);
+    *there = present.ours.count != 0;
+    return seen;
+}
+
 bool tcx_attached(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own) {
-    return look(ifindex, direction, own).ours.count != 0;
+    bool there = false;
+    kolt_reason ignored;
+    return tcx_find(ifindex, direction, own, &there, &ignored) && there;
 }
 
 size_t tcx_others(uint32_t ifindex, kolt_direction direction, const kolt_own_programs &own, kolt_other_program *first) {
-    const survey present = look(ifindex, direction, own);
-    if (present.others != 0)
-        *first = present.first;
+    survey present;
+    kolt_reason ignored;
+    if (!look(ifindex, direction, own, &present, &ignored) || present.others == 0)
+        return 0;
+    *first = present.first;
     return present.others;
 }

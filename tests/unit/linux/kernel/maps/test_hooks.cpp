@@ -1,6 +1,7 @@
 // Putting the programs on an interface and taking them off.
 #include "linux/support/data_plane.h"
 #include "linux/support/rights.h"
+#include "support/sandbox.h"
 
 #include <gmock/gmock.h>
 
@@ -134,6 +135,21 @@ TEST_P(hooks_test, AnInterfaceThatIsNotThereIsRefused) {
     EXPECT_THAT(why_.text, HasSubstr("interface 3999"));
     EXPECT_FALSE(kolt_programs::attached(3999));
     EXPECT_TRUE(programs_.detach(3999, &why_)) << why_.text;
+}
+
+TEST_P(hooks_test, WhatCannotBeSeenIsNotTakenForNothing) {
+    ASSERT_TRUE(attach()) << why_.text;
+    {
+        const without_capability no_network(CAP_NET_ADMIN);
+        const without_capability no_system(CAP_SYS_ADMIN);
+        const no_descriptors no_sockets;
+        EXPECT_FALSE(programs_.detach(one_, &why_));
+        EXPECT_THAT(why_.text, HasSubstr("cannot see what"));
+        EXPECT_FALSE(attach());
+    }
+    EXPECT_TRUE(guards());
+    ASSERT_TRUE(programs_.detach(one_, &why_)) << why_.text;
+    EXPECT_FALSE(guards());
 }
 
 TEST_P(hooks_test, AnInterfaceBeyondTheTableIsRefused) {
