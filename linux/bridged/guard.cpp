@@ -16,12 +16,12 @@ constexpr bridge_port_flags SILENT = {
 
 // How the port is set in the bridge before we set it; what an earlier process found counts more.
 void remember_found(bridge_node *node, node_port *port) {
-    if (saved_port_read(node, port))
+    if (saved_port_read(node->owner, port))
         return;
     bridge_port described;
     if (bridge_port_get(node->owner->rtnl, port->ifindex, &described) == 0) {
         port->found = described.flags;
-        saved_port_write(node, *port);
+        saved_port_write(node->owner, *port);
     }
 }
 
@@ -45,12 +45,12 @@ bool put_programs_on(const bridge_node *node, const node_port &port) {
 }
 
 // One that is down opens by itself when it comes up.
-bool open_again(const bridge_node *node, const node_port &port) {
-    const int error = bridge_port_set_forwarding(node->owner->rtnl, port.ifindex, true);
+bool open_again(bridged *self, const node_port &port) {
+    const int error = bridge_port_set_forwarding(self->rtnl, port.ifindex, true);
     if (error == 0 || error == ENETDOWN)
         return true;
     KOLT_ERROR_AS("guard_port", "%s: the bridge does not open it again: %s", port.name,
-                  node->owner->rtnl.last_error().text.data());
+                  self->rtnl.last_error().text.data());
     return false;
 }
 
@@ -69,9 +69,9 @@ bool guard_port(bridge_node *node, node_port *port) {
     remember_found(node, port);
     const bool was_shut = port->shut;
     port->guarded = refusal_allows_port(node, *port) && put_programs_on(node, *port);
-    port->shut = !port->guarded || (was_shut && !open_again(node, *port));
+    port->shut = !port->guarded || (was_shut && !open_again(node->owner, *port));
     if (port->shut != was_shut)
-        saved_port_write(node, *port); // before it is shut: whoever dies in between is to be put back
+        saved_port_write(node->owner, *port); // before it is shut: whoever dies in between is to be put back
     guard_keep_shut(node, *port);
     return !port->shut && neighbours_listen(port);
 }
@@ -88,38 +88,50 @@ void guard_keep_shut(const bridge_node *node, const node_port &port) {
 }
 
 void guard_end(const bridge_node *node, const node_port *port) {
-    if (port->guarded || port->shut) {
-        kolt_reason why; // an interface that is gone has taken its programs along
-        (void)node->owner->programs.detach(port->ifindex, &why);
-        saved_port_remove(node, port->name);
+    kolt_programs &programs = node->owner->programs;
+    if (port->guarded || port->shut)
+        (void)guard_take_off(node->owner, *port); // whoever starts or releases next finds what is left on it
+    else
+        (void)programs.set_identity(port->ifindex, nullptr);
+    (void)programs.set_port(port->ifindex, {});
+}
+
+bool guard_take_off(bridged *self, const node_port &port) {
+    kolt_reason why; // an interface that is gone has taken its programs along
+    if (!self->programs.detach(port.ifindex, &why)) {
+        KOLT_ERROR_AS("guard_end", "%s: %s", port.name, why.text);
+        return false;
     }
-    (void)node->owner->programs.set_port(port->ifindex, {});
-    (void)node->owner->programs.set_identity(port->ifindex, nullptr);
+    (void)self->programs.set_identity(port.ifindex, nullptr);
+    saved_port_remove(self, port.name);
+    return true;
 }
 
 void guard_rename(const bridge_node *node, node_port *port, const char *name) {
     if (!port->guarded && !port->shut)
         return;
-    saved_port_remove(node, port->name);
+    saved_port_remove(node->owner, port->name);
     kolt_copy_name(port->name, name);
-    saved_port_write(node, *port);
+    saved_port_write(node->owner, *port);
     port->guarded = port->shut = false; // nothing is taken off when it ends
 }
 
 // The flags before the programs: as long as these stand, a port that floods again is still kept by its word.
-bool guard_put_back(bridge_node *node, const node_port *port) {
+bool guard_put_back(bridged *self, const node_port *port) {
     if (!port->guarded && !port->shut)
         return true;
-    const int error = bridge_port_set(node->owner->rtnl, port->ifindex, port->found);
+    const int error = bridge_port_set(self->rtnl, port->ifindex, port->found);
     if (error != 0)
         KOLT_ERROR_AS("ports_release", "%s: cannot put its flags back: %s", port->name,
-                      node->owner->rtnl.last_error().text.data());
+                      self->rtnl.last_error().text.data());
     kolt_reason why;
-    const bool detached = node->owner->programs.detach(port->ifindex, &why);
+    const bool detached = self->programs.detach(port->ifindex, &why);
     if (!detached)
         KOLT_ERROR_AS("ports_release", "%s: %s", port->name, why.text);
-    const bool opened = !port->shut || open_again(node, *port);
+    const bool opened = !port->shut || open_again(self, *port);
+    if (detached)
+        (void)self->programs.set_identity(port->ifindex, nullptr);
     if (error == 0 && opened)
-        saved_port_remove(node, port->name);
+        saved_port_remove(self, port->name);
     return error == 0 && opened && detached;
 }

@@ -20,6 +20,9 @@ void guard_rename(const bridge_node *node, node_port *port, const char *name);
 // The port has left its bridge: it is somebody else's from then on, and with the programs on it nothing would pass.
 void guard_end(const bridge_node *node, const node_port *port);
 
+// Takes the programs off a port and forgets how it was found. False when they are still on it, which is logged.
+bool guard_take_off(bridged *self, const node_port &port);
+
 // Puts the port back as it was found, with its bridge staying as it is. False when some of it could not be, which is
 // logged.
-[[nodiscard]] bool guard_put_back(bridge_node *node, const node_port *port);
+[[nodiscard]] bool guard_put_back(bridged *self, const node_port *port);

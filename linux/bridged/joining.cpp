@@ -76,7 +76,7 @@ void port_end_name(bridge_node *node, node_port *port, const char *name) {
     if (is_backhaul(node_configured(node->owner, name)))
         guard_rename(node, port, name);
     else
-        (void)guard_put_back(node, port);
+        (void)guard_put_back(node->owner, port);
     port_let_go(node, port);
 }
 

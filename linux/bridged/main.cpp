@@ -1,6 +1,7 @@
 // kolt-bridged: owns the programs on the backhaul ports, watches links and neighbours, and answers kolt.
 #include "bridged/calls.h"
 #include "bridged/clients.h"
+#include "bridged/leftovers.h"
 #include "bridged/neighbours.h"
 #include "bridged/node.h"
 #include "bridged/ports.h"
@@ -184,6 +185,7 @@ int run(bridged *self) {
     start_timers(self);
     if (!ports_look(self))
         return EXIT_FAILURE;
+    (void)leftovers_give_back(self, LEFTOVERS_OF_KEPT); // the links are kept, whatever becomes of the rest
     // Whoever finds the socket may rely on the ports being guarded.
     if (!open_requests(self))
         return EXIT_FAILURE;

@@ -4,6 +4,7 @@
 #include "bridged/clients.h"
 #include "bridged/guard.h"
 #include "bridged/joining.h"
+#include "bridged/leftovers.h"
 #include "bridged/refusal.h"
 #include "bridged/saved_state.h"
 #include "bridged/settle.h"
@@ -234,10 +235,13 @@ bool ports_release(bridged *self) {
         clients_flush(node);
         for (node_port &port : node->ports) {
             if (port.ifindex != 0)
-                complete &= guard_put_back(node, &port);
+                complete &= guard_put_back(self, &port);
         }
         saved_state_remove(node);
     }
+    complete &= leftovers_give_back(self, LEFTOVERS_OF_ALL);
+    if (complete)
+        saved_state_remove_all(self);
     bus_forget(self->settings.run_folder);
     return complete;
 }

@@ -11,6 +11,6 @@ bool ports_look(bridged *self);
 // The kernel told of a change.
 void ports_link_changed(bridged *self, const link_info &link);
 
-// Puts every backhaul port of every bridge back as it was found, and takes the programs off. False when some could
-// not be; what was done is logged.
+// Puts every backhaul port of every bridge back as it was found, and takes the programs off, also off interfaces that
+// only an earlier process knew. False when some could not be; what was done is logged.
 bool ports_release(bridged *self);

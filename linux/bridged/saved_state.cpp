@@ -3,12 +3,14 @@
 
 #include "bridged/replace_file.h"
 #include "core/file.h"
+#include "core/handle.h"
 #include "core/log.h"
 #include "decide/record.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <dirent.h>
 #include <unistd.h>
 
 namespace {
@@ -28,8 +30,8 @@ struct saved_flags {
 };
 static_assert(sizeof(saved_flags) == 12);
 
-void file_name(const bridge_node *node, const char *kind, const char *name, char *path) {
-    (void)snprintf(path, PATH_SIZE, "%s/%s.%s", node->owner->settings.run_folder, kind, kolt_name_text(name).text);
+void file_name(const bridged *self, const char *kind, const char *name, char *path) {
+    (void)snprintf(path, PATH_SIZE, "%s/%s.%s", self->settings.run_folder, kind, kolt_name_text(name).text);
 }
 
 bool read_whole(const char *path, void *record, size_t size) {
@@ -49,7 +51,7 @@ bool saved_state_write(bridge_node *node) {
     if (memcmp(&record, &node->saved, sizeof(record)) == 0)
         return true;
     char path[PATH_SIZE];
-    file_name(node, "tree", node->name, path);
+    file_name(node->owner, "tree", node->name, path);
     if (node_now() < node->save_again_ms)
         return false;
     if (replace_file(path, reinterpret_cast<const char *>(&record), sizeof(record))) {
@@ -66,21 +68,29 @@ bool saved_state_write(bridge_node *node) {
 
 bool saved_state_read(bridge_node *node, uint64_t seed) {
     char path[PATH_SIZE];
-    file_name(node, "tree", node->name, path);
+    file_name(node->owner, "tree", node->name, path);
     tree_record record;
     return read_whole(path, &record, sizeof(record)) && tree_take_over(&node->links, record, seed, node_now());
 }
 
 void saved_state_remove(bridge_node *node) {
     char path[PATH_SIZE];
-    file_name(node, "tree", node->name, path);
+    file_name(node->owner, "tree", node->name, path);
     (void)unlink(path); // one that is not there needs no removing
     node->saved = {};
 }
 
-void saved_port_write(const bridge_node *node, const node_port &port) {
+void saved_state_remove_all(const bridged *self) {
+    const kolt_handle<DIR, closedir> folder(opendir(self->settings.run_folder));
+    while (const dirent *entry = folder ? readdir(folder.get()) : nullptr) {
+        if (strncmp(entry->d_name, "tree.", 5) == 0 || strncmp(entry->d_name, "port.", 5) == 0)
+            (void)unlinkat(dirfd(folder.get()), entry->d_name, 0);
+    }
+}
+
+void saved_port_write(const bridged *self, const node_port &port) {
     char path[PATH_SIZE];
-    file_name(node, "port", port.name, path);
+    file_name(self, "port", port.name, path);
     const saved_flags flags{.learning = port.found.learning,
                             .flood = port.found.flood,
                             .mcast_flood = port.found.mcast_flood,
@@ -90,9 +100,9 @@ void saved_port_write(const bridge_node *node, const node_port &port) {
     (void)replace_file(path, reinterpret_cast<const char *>(&flags), sizeof(flags)); // it has logged a failure
 }
 
-bool saved_port_read(const bridge_node *node, node_port *port) {
+bool saved_port_read(const bridged *self, node_port *port) {
     char path[PATH_SIZE];
-    file_name(node, "port", port->name, path);
+    file_name(self, "port", port->name, path);
     saved_flags flags;
     if (!read_whole(path, &flags, sizeof(flags)) || flags.version != saved_flags{}.version ||
         flags.mcast_router > MCAST_ROUTER_TEMPORARY)
@@ -106,8 +116,8 @@ bool saved_port_read(const bridge_node *node, node_port *port) {
     return true;
 }
 
-void saved_port_remove(const bridge_node *node, const char *name) {
+void saved_port_remove(const bridged *self, const char *name) {
     char path[PATH_SIZE];
-    file_name(node, "port", name, path);
+    file_name(self, "port", name, path);
     (void)unlink(path);
 }

@@ -15,7 +15,10 @@
 // Forgets the bridge's state, after its ports were put back.
 void saved_state_remove(bridge_node *node);
 
+// Forgets all that was kept, also of bridges and ports that nobody knows any more.
+void saved_state_remove_all(const bridged *self);
+
 // How a port was found before kolt-bridged had it, and whether it is shut; false when that was never told.
-void saved_port_write(const bridge_node *node, const node_port &port);
-[[nodiscard]] bool saved_port_read(const bridge_node *node, node_port *port);
-void saved_port_remove(const bridge_node *node, const char *name);
+void saved_port_write(const bridged *self, const node_port &port);
+[[nodiscard]] bool saved_port_read(const bridged *self, node_port *port);
+void saved_port_remove(const bridged *self, const char *name);

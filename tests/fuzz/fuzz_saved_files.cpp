@@ -60,7 +60,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     strcpy(port.name, "eth0");
     port.found.mcast_router = MCAST_ROUTER_TEMPORARY;
     port.shut = true;
-    const bool port_read = saved_port_read(&node, &port);
+    const bool port_read = saved_port_read(SELF.get(), &port);
     require(!port_read || ((what & PORT_FILE) != 0 && port_file.size() == 12));
     require(port_read || (port.shut && port.found.mcast_router == MCAST_ROUTER_TEMPORARY));
     require(port.found.mcast_router <= MCAST_ROUTER_TEMPORARY);

@@ -1,4 +1,5 @@
 """kolt-bridged as a program on one node: what it checks, what it refuses to do twice, and what it puts back."""
+import json
 import re
 import signal
 import time
@@ -57,8 +58,11 @@ class OneNode:
         return (self.namespace.run(["bridge", "link"]).count("state forwarding") == len(ODD) and
                 "state UP" in self.namespace.run(["ip", "link", "show", BRIDGE]))
 
-    def programs(self) -> int:
-        return sum(bpf.programs(self.namespace, port, hook) for port in ODD for hook in bpf.HOOKS)
+    def programs(self, *of: str) -> int:
+        return sum(bpf.programs(self.namespace, port, hook) for port in of or ODD for hook in bpf.HOOKS)
+
+    def filters(self, port: str) -> str:
+        return "".join(self.namespace.run(["tc", "filter", "show", "dev", port, hook]) for hook in bpf.HOOKS)
 
     def state(self) -> str:
         """All that the kernel says of the node, but for times."""
@@ -70,6 +74,12 @@ class OneNode:
     def files(self, folder: str) -> set[str]:
         parent, name = folder.rsplit("/", 1)
         return set(self.node.list_directory(folder)) if name in self.node.list_directory(parent) else set()
+
+    def unlink(self, port: str) -> None:
+        """Takes the port out of the configuration."""
+        wanted = json.loads(self.node.read_file("/etc/kolt.json"))
+        del wanted["interfaces"][port]
+        self.node.write_json("/etc/kolt.json", wanted)
 
     def disable(self) -> None:
         self.node.write_json("/etc/kolt.json", ports.configuration(self.home, "b") | {"enable": False})
@@ -162,6 +172,23 @@ def test_the_rights_of_the_service_are_enough_to_take_over_and_to_release(one):
     released = one.run("--release", through=through)
     assert released.status == 0, released.stderr
     assert one.state() == state
+
+
+def test_ports_that_are_no_links_any_more_are_given_back_at_the_start_and_by_a_release(one):
+    before = odd(one)
+    one.start()
+    one.node.kill_program("kolt-bridged")
+    one.unlink("wlan1.1")
+    one.start()
+    assert one.flags("wlan1.1") == before["wlan1.1"]
+    assert one.programs("wlan1.1") == 0 and "kolt_ingress" not in one.filters("wlan1.1")
+    assert one.flags("wlan2.1") != before["wlan2.1"]
+    one.node.kill_program("kolt-bridged")
+    one.unlink("wlan2.1")
+    released = one.run("--release")
+    assert released.status == 0, released.stderr
+    assert {port: one.flags(port) for port in ODD} == before
+    assert one.programs() == 0 and "kolt_ingress" not in one.state()
 
 
 def test_a_release_of_a_node_that_was_never_held_changes_nothing(one):

@@ -73,6 +73,11 @@ bool kolt_programs::set_identity(uint32_t ifindex, const kolt_port_identity *ide
     return bpf_map_update_elem(map(KOLT_MAP_IDENTITIES), &ifindex, &value, BPF_ANY) == 0;
 }
 
+bool kolt_programs::identified(uint32_t ifindex) const {
+    kolt_port_identity value{};
+    return bpf_map_lookup_elem(map(KOLT_MAP_IDENTITIES), &ifindex, &value) == 0 && value.valid != 0;
+}
+
 bool kolt_programs::hd_set(const uint8_t *mac, uint32_t ifindex) {
     const kolt_hd_key key = key_of(mac);
     return bpf_map_update_elem(map(KOLT_MAP_HD), &key, &ifindex, BPF_ANY) == 0;
@@ -112,7 +117,7 @@ size_t kolt_programs::hd_repoint(uint32_t from, uint32_t to) {
 
 void kolt_programs::hd_flush() {
     walk(map(KOLT_MAP_HD), [this](const kolt_hd_key &key, uint32_t) {
-        (void)bpf_map_delete_elem(map(KOLT_MAP_HD), &key); // only this process removes any
+        (void)bpf_map_delete_elem(map(KOLT_MAP_HD), &key); // one that a program has removed meanwhile is fine
     });
 }
 

@@ -79,6 +79,8 @@ public:
     [[nodiscard]] uint32_t foreign(uint32_t ifindex) const;
     // With what probes that arrive at the port are answered; a null pointer: no longer.
     bool set_identity(uint32_t ifindex, const kolt_port_identity *identity);
+    // Whether it was given one, by this process or an earlier one: so are all interfaces that have the programs.
+    [[nodiscard]] bool identified(uint32_t ifindex) const;
 
     // Adds the entry or points it to another interface. False: the table is full.
     bool hd_set(const uint8_t *mac, uint32_t ifindex);

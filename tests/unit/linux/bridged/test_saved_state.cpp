@@ -61,7 +61,7 @@ protected:
     [[nodiscard]] bool finds_port() {
         found_ = {};
         kolt_copy_name(found_.name, "wlan1.1");
-        return saved_port_read(&node_, &found_);
+        return saved_port_read(self_.get(), &found_);
     }
 
     std::unique_ptr<bridged> self_ = std::make_unique<bridged>();
@@ -132,7 +132,7 @@ TEST_F(SavedState, WhatCannotBeWrittenIsToldAndTriedAgain) {
     fs::remove_all("/tmp/run");
     write_child();
     EXPECT_THAT(logged_texts(), ElementsAre(HasSubstr("Error: cannot write /tmp/run/tree.br-lan: No such file")));
-    saved_port_write(&node_, port_);
+    saved_port_write(self_.get(), port_);
     EXPECT_EQ(logged().size(), 2U);
     fs::create_directory("/tmp/run");
     EXPECT_TRUE(saved_state_write(&node_));
@@ -141,12 +141,12 @@ TEST_F(SavedState, WhatCannotBeWrittenIsToldAndTriedAgain) {
 
 TEST_F(SavedState, FlagsOfAPortComeBackAsTheyWere) {
     EXPECT_FALSE(finds_port());
-    saved_port_write(&node_, port_);
+    saved_port_write(self_.get(), port_);
     ASSERT_TRUE(finds_port());
     EXPECT_EQ(found_.found, FLAGS);
     EXPECT_FALSE(found_.shut);
     kolt_copy_name(found_.name, "wlan0.1");
-    EXPECT_FALSE(saved_port_read(&node_, &found_));
+    EXPECT_FALSE(saved_port_read(self_.get(), &found_));
 }
 
 TEST_F(SavedState, EveryFlagIsKeptByItself) {
@@ -155,7 +155,7 @@ TEST_F(SavedState, EveryFlagIsKeptByItself) {
                                            bridge_port_flags{false, false, true, false, MCAST_ROUTER_ALWAYS},
                                            bridge_port_flags{false, false, false, true, MCAST_ROUTER_TEMPORARY}}) {
         port_.found = flags;
-        saved_port_write(&node_, port_);
+        saved_port_write(self_.get(), port_);
         ASSERT_TRUE(finds_port());
         EXPECT_EQ(found_.found, flags);
     }
@@ -163,14 +163,14 @@ TEST_F(SavedState, EveryFlagIsKeptByItself) {
 
 TEST_F(SavedState, PortThatIsShutIsKnownToBe) {
     port_.shut = true;
-    saved_port_write(&node_, port_);
+    saved_port_write(self_.get(), port_);
     ASSERT_TRUE(finds_port());
     EXPECT_TRUE(found_.shut);
     EXPECT_EQ(found_.found, FLAGS);
 }
 
 TEST_F(SavedState, DamagedFlagsAreNotBelieved) {
-    saved_port_write(&node_, port_);
+    saved_port_write(self_.get(), port_);
     const std::string whole = bytes_of(PORT_FILE);
     ASSERT_EQ(whole.size(), 12U);
     std::string other_version = whole;
@@ -185,11 +185,11 @@ TEST_F(SavedState, DamagedFlagsAreNotBelieved) {
 }
 
 TEST_F(SavedState, RemovedFlagsAreForgotten) {
-    saved_port_write(&node_, port_);
-    saved_port_remove(&node_, "wlan1.1");
+    saved_port_write(self_.get(), port_);
+    saved_port_remove(self_.get(), "wlan1.1");
     EXPECT_FALSE(finds_port());
     EXPECT_FALSE(fs::exists(PORT_FILE));
-    saved_port_remove(&node_, "wlan1.1");
+    saved_port_remove(self_.get(), "wlan1.1");
     EXPECT_THAT(logged(), IsEmpty());
 }
 
