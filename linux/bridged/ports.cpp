@@ -24,6 +24,10 @@ namespace {
 
 constexpr int LOOK_AGAIN_MS = 1000;
 
+std::span<bridge_node> nodes_of(bridged *self) {
+    return {self->bridges.data(), self->bridge_count};
+}
+
 uint64_t random_number() {
     uint64_t number = 0;
     if (getrandom(&number, sizeof(number), 0) != sizeof(number))
@@ -48,14 +52,36 @@ void tell_joined(bridged *self, uint16_t type) {
 }
 
 // A bridge that comes back under the name is another one: nothing goes on there.
-void bridge_gone(bridge_node *node) {
+void bridge_gone(bridge_node *node, void (*let_go)(bridge_node *node, node_port *port) = port_let_go) {
     clients_flush(node);
     for (node_port &port : node->ports) {
-        if (port.ifindex != 0)
-            port_let_go(node, &port);
+        if (port.ifindex == 0)
+            continue;
+        let_go(node, &port);
+        tell_joined(node->owner, BRIDGE_EVENT_PORT_LEFT);
     }
     saved_state_remove(node);
     node->ifindex = 0;
+}
+
+// It is that of another tree by now, which takes the same ports in.
+void bridge_handed_on(bridge_node *node) {
+    bridge_gone(node, [](bridge_node *from, node_port *port) {
+        char name[KOLT_NAME_SIZE];
+        kolt_copy_name(name, port->name);
+        port_end_name(from, port, name);
+    });
+}
+
+// Lets go of a bridge that is not there any more, or has the name of another of the configuration.
+void bridge_left(bridge_node *node, const link_info &link) {
+    if (node->ifindex == 0 || node->ifindex != link.index)
+        return;
+    const bridge_node *of_name = node_find(node->owner, link.name.data());
+    if (link.deleted)
+        bridge_gone(node);
+    else if (of_name != nullptr && of_name != node)
+        bridge_handed_on(node);
 }
 
 // The node stays who it is. An address that the bridge does not have any more may be learnt nowhere.
@@ -128,9 +154,7 @@ void port_there(bridge_node *node, const link_info &link) {
 // Whether the bridge is one that was not there before.
 bool bridge_changed(bridge_node *node, const link_info &link) {
     const uint32_t before = node->ifindex;
-    if (link.deleted && link.index == before)
-        bridge_gone(node);
-    else if (!link.deleted && link.is_bridge && kolt_name_equal(node->name, link.name.data()))
+    if (!link.deleted && link.is_bridge && kolt_name_equal(node->name, link.name.data()))
         bridge_came(node, link);
     return node->ifindex != before && node->ifindex != 0;
 }
@@ -145,12 +169,24 @@ template <class Wanted> bool collect(bridged *self, link_list *found, Wanted wan
 
 bool look_bridges(bridged *self) {
     link_list found;
-    const bool complete = collect(self, &found, [self](const link_info &link) {
-        return link.is_bridge && node_find(self, link.name.data()) != nullptr;
-    });
-    for (const link_info &link : found.all())
-        bridge_came(node_find(self, link.name.data()), link);
-    return complete;
+    const auto wanted = [self](const link_info &link) {
+        return link.is_bridge &&
+               (node_find(self, link.name.data()) != nullptr || node_find_index(self, link.index) != nullptr);
+    };
+    if (!collect(self, &found, wanted))
+        return false;
+    for (bridge_node &node : nodes_of(self)) {
+        const auto is_its = [&node](const link_info &link) { return link.index == node.ifindex; };
+        if (node.ifindex != 0 && std::none_of(found.all().begin(), found.all().end(), is_its))
+            bridge_gone(&node);
+        for (const link_info &link : found.all())
+            bridge_left(&node, link);
+    }
+    for (const link_info &link : found.all()) {
+        if (bridge_node *node = node_find(self, link.name.data()); node != nullptr)
+            bridge_came(node, link);
+    }
+    return true;
 }
 
 void look_again(uloop_timeout *timer) {
@@ -160,6 +196,15 @@ void look_again(uloop_timeout *timer) {
 bool has_port(const bridge_node &node, uint32_t ifindex, std::span<const link_info> links) {
     return std::any_of(links.begin(), links.end(),
                        [&](const link_info &link) { return link.index == ifindex && link.master == node.ifindex; });
+}
+
+void let_go_of_gone(bridge_node *node, std::span<const link_info> links) {
+    for (node_port &port : node->ports) {
+        if (port.ifindex == 0 || has_port(*node, port.ifindex, links))
+            continue;
+        port_let_go(node, &port);
+        tell_joined(node->owner, BRIDGE_EVENT_PORT_LEFT);
+    }
 }
 
 // A tree that goes on from its file may know ports that went meanwhile.
@@ -178,8 +223,10 @@ void forget_gone(bridge_node *node) {
 } // namespace
 
 void ports_link_changed(bridged *self, const link_info &link) {
-    const std::span<bridge_node> nodes(self->bridges.data(), self->bridge_count);
+    const std::span<bridge_node> nodes = nodes_of(self);
     bool came = false;
+    for (bridge_node &node : nodes)
+        bridge_left(&node, link);
     for (bridge_node &node : nodes)
         came |= bridge_changed(&node, link);
     // One that could not be kept before, or had another name, has ports that are announced no more.
@@ -208,12 +255,9 @@ bool ports_look(bridged *self) {
         (void)uloop_timeout_set(&self->watches.look, LOOK_AGAIN_MS);
         return false;
     }
-    const std::span<bridge_node> nodes(self->bridges.data(), self->bridge_count);
+    const std::span<bridge_node> nodes = nodes_of(self);
     for (bridge_node &node : nodes) {
-        for (node_port &port : node.ports) {
-            if (port.ifindex != 0 && !has_port(node, port.ifindex, found.all()))
-                port_let_go(&node, &port);
-        }
+        let_go_of_gone(&node, found.all());
         for (const link_info &link : found.all())
             port_left(&node, link); // or has another name
     }

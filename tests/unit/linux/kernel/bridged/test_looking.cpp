@@ -1,5 +1,7 @@
-// Looking at all ports when the kernel does not list them to the end, or lists more than there is room for.
+// Looking at all ports: what is found that was not announced, when the kernel does not list them to the end, or lists
+// more than there is room for.
 #include "bridged/ports.h"
+#include "lib/records.h"
 #include "linux/support/bridged_test.h"
 #include "support/log_capture.h"
 
@@ -8,8 +10,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <net/if.h>
+#include <vector>
 
+using testing::Each;
 using testing::ElementsAre;
+using testing::SizeIs;
 using testing::StrEq;
 
 using each_link = callback_ref<void(const link_info &)>;
@@ -20,7 +25,12 @@ int asked_links_dump(rtnl_socket &rtnl,
 int real_links_dump(rtnl_socket &rtnl,
                     each_link each) asm("__real__Z10links_dumpR11rtnl_socket12callback_refIFvRK9link_infoEE");
 
+// In place of telling the libraries, of which there are none here.
+int told_event(requests_server *server, int32_t protocol, uint16_t type, const void *payload,
+               size_t size) asm("__wrap__Z19requests_send_eventP15requests_serveritPKvm");
+
 namespace {
+std::vector<uint16_t> told;
 size_t more_ports = 0;   // of br0, told before those that there are
 size_t cut_off_from = 0; // lists, counted from 1, that end with an error before their last interface; 0 for none
 size_t lists = 0;
@@ -45,6 +55,13 @@ int asked_links_dump(rtnl_socket &rtnl, each_link each) {
     return ETIMEDOUT;
 }
 
+int told_event(requests_server * /*server*/, int32_t protocol, uint16_t type, const void * /*payload*/,
+               size_t /*size*/) {
+    EXPECT_EQ(protocol, PROTOCOL_BRIDGE_EVENTS);
+    told.push_back(type);
+    return 1;
+}
+
 namespace {
 
 class looking_test : public bridged_test {
@@ -53,6 +70,8 @@ protected:
         join();
         clear_log();
         lists = 0;
+        life_->requests = reinterpret_cast<requests_server *>(&somebody_listens_);
+        told.clear();
     }
     ~looking_test() override {
         more_ports = cut_off_from = 0;
@@ -65,7 +84,28 @@ protected:
         EXPECT_EQ(life_.node().links.parent, node_mac(BEST));
         EXPECT_EQ(life_.word(port(FAST_LINK)).accepts, 3);
     }
+
+private:
+    char somebody_listens_ = 0;
 };
+
+TEST_F(looking_test, APortThatIsFoundGoneIsTold) {
+    take_out_of_bridge("p1");
+    EXPECT_TRUE(ports_look(life_.get()));
+    EXPECT_THAT(told, ElementsAre(BRIDGE_EVENT_PORT_LEFT));
+    EXPECT_TRUE(ports_look(life_.get()));
+    EXPECT_THAT(told, SizeIs(1));
+}
+
+TEST_F(looking_test, ABridgeThatIsFoundGoneIsForgotten) {
+    remove_interface("br0");
+    EXPECT_TRUE(ports_look(life_.get()));
+    EXPECT_EQ(life_.node().ifindex, 0U);
+    EXPECT_FALSE(is_kept("tree.br0")) << "another bridge of that name is none of it";
+    EXPECT_FALSE(kolt_programs::attached(port(FAST_LINK)));
+    EXPECT_THAT(told, SizeIs(PORTS));
+    EXPECT_THAT(told, Each(BRIDGE_EVENT_PORT_LEFT));
+}
 
 TEST_F(looking_test, NobodyIsLetGoByAListThatIsCutOff) {
     for (const size_t from : {size_t{1}, size_t{2}}) { // that of the bridges, or that of the ports

@@ -163,6 +163,25 @@ TEST_F(two_bridges_test, PortThatMovesIsGuardedByTheOtherTree) {
     EXPECT_TRUE(is_kept("port.p1"));
 }
 
+TEST_F(two_bridges_test, BridgeThatGetsTheNameOfAnotherIsOfThatTreeAlone) {
+    const uint32_t index = if_nametoindex("br0");
+    const auto moves = [&](size_t from, size_t to) {
+        return life_.node(from).ifindex == 0 && life_.node(to).ifindex == index &&
+               node_find_port_index(&life_.node(to), one_.port(0)) != nullptr;
+    };
+    remove_interface("br2");
+    rename_interface("br0", "br2");
+    EXPECT_TRUE(life_.hear_until([&] { return moves(0, 1); }));
+    EXPECT_TRUE(kolt_programs::attached(one_.port(0)));
+    EXPECT_TRUE(is_kept("port.p0"));
+    EXPECT_EQ(node_find_port_index(&life_.node(0), one_.port(0)), nullptr);
+    rename_interface("br2", "br0");
+    EXPECT_TRUE(life_.hear_until([&] { return moves(1, 0); }));
+    rename_interface("br0", "br2");
+    EXPECT_TRUE(ports_look(life_.get()));
+    EXPECT_TRUE(moves(0, 1)) << "which was not announced";
+}
+
 TEST_F(ports_test, BridgeThatIsGoneTakesAllWithIt) {
     join();
     ASSERT_TRUE(life_->reported.links[KOLT_LINK_5G].up);
