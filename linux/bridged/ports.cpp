@@ -1,6 +1,7 @@
 // What the kernel tells of bridges and ports, and what it tells when it is asked.
 #include "bridged/ports.h"
 
+#include "bridged/bridges.h"
 #include "bridged/clients.h"
 #include "bridged/guard.h"
 #include "bridged/joining.h"
@@ -18,7 +19,6 @@
 #include <cerrno>
 #include <cstring>
 #include <span>
-#include <sys/random.h>
 
 namespace {
 
@@ -26,94 +26,6 @@ constexpr int LOOK_AGAIN_MS = 1000;
 
 std::span<bridge_node> nodes_of(bridged *self) {
     return {self->bridges.data(), self->bridge_count};
-}
-
-uint64_t random_number() {
-    uint64_t number = 0;
-    if (getrandom(&number, sizeof(number), 0) != sizeof(number))
-        return node_now(); // two lives do not begin in the same millisecond
-    return number;
-}
-
-void start_tree(bridge_node *node) {
-    if (saved_state_read(node, random_number())) {
-        KOLT_INFO("%s: goes on as the process before left it", node->name);
-        return;
-    }
-    const node_rank rank = node->owner->mode == KOLT_MODE_RE ? NODE_RANK_EXTENDER : NODE_RANK_ROOT;
-    const uint64_t random = random_number();
-    tree_start(&node->links, make_node_id(rank, node->mac.data()), static_cast<uint32_t>(random >> 32), random,
-               node_now());
-}
-
-void tell_joined(bridged *self, uint16_t type) {
-    if (self->requests != nullptr) // at the start nobody listens yet
-        (void)requests_send_event(self->requests, PROTOCOL_BRIDGE_EVENTS, type, nullptr, 0);
-}
-
-// A bridge that comes back under the name is another one: nothing goes on there.
-void bridge_gone(bridge_node *node, void (*let_go)(bridge_node *node, node_port *port) = port_let_go) {
-    clients_flush(node);
-    for (node_port &port : node->ports) {
-        if (port.ifindex == 0)
-            continue;
-        let_go(node, &port);
-        tell_joined(node->owner, BRIDGE_EVENT_PORT_LEFT);
-    }
-    saved_state_remove(node);
-    node->ifindex = 0;
-}
-
-// It is that of another tree by now, which takes the same ports in.
-void bridge_handed_on(bridge_node *node) {
-    bridge_gone(node, [](bridge_node *from, node_port *port) {
-        char name[KOLT_NAME_SIZE];
-        kolt_copy_name(name, port->name);
-        port_end_name(from, port, name);
-    });
-}
-
-// Lets go of a bridge that is not there any more, or has the name of another of the configuration.
-void bridge_left(bridge_node *node, const link_info &link) {
-    if (node->ifindex == 0 || node->ifindex != link.index)
-        return;
-    const bridge_node *of_name = node_find(node->owner, link.name.data());
-    if (link.deleted)
-        bridge_gone(node);
-    else if (of_name != nullptr && of_name != node)
-        bridge_handed_on(node);
-}
-
-// The node stays who it is. An address that the bridge does not have any more may be learnt nowhere.
-void follow_address(bridge_node *node, const fdb_mac &mac) {
-    if (mac == node->mac || mac == fdb_mac{})
-        return;
-    node->mac = mac;
-    for (node_port &port : node->ports) {
-        port.mac = mac;
-        if (port.guarded)
-            (void)guard_identify(node, port);
-    }
-}
-
-void bridge_came(bridge_node *node, const link_info &link) {
-    if (node->ifindex == link.index) {
-        follow_address(node, link.mac);
-        refusal_watch_bridge(node);
-        return;
-    }
-    // One that was emptied has no address until a port joins, which is announced.
-    if (link.mac == fdb_mac{} || !refusal_allows_bridge(node, link.index))
-        return;
-    if (node->ifindex != 0)
-        bridge_gone(node);
-    node->ifindex = link.index;
-    node->mac = link.mac;
-    node->unfit = nullptr;
-    node->set = {};
-    start_tree(node);
-    takeover_begin(node);
-    node->seen_parent = node->links.parent;
 }
 
 bool belongs(const bridge_node *node, const link_info &link) {
@@ -133,7 +45,7 @@ void port_left(bridge_node *node, const link_info &link) {
         port_end_name(node, port, link.name.data());
     else
         port_let_go(node, port);
-    tell_joined(node->owner, BRIDGE_EVENT_PORT_LEFT);
+    bridges_tell(node->owner, BRIDGE_EVENT_PORT_LEFT);
 }
 
 void port_there(bridge_node *node, const link_info &link) {
@@ -142,21 +54,13 @@ void port_there(bridge_node *node, const link_info &link) {
     node_port *port = node_find_port_index(node, link.index);
     if (port == nullptr) {
         port_take_in(node, link);
-        tell_joined(node->owner, BRIDGE_EVENT_PORT_JOINED);
+        bridges_tell(node->owner, BRIDGE_EVENT_PORT_JOINED);
     } else if (port->shut) {
         guard_keep_shut(node, *port);
     } else if (port->backhaul) {
         tree_port_carrier(&node->links, link.index, link_works(link), node_now());
         refusal_watch_port(port, link);
     }
-}
-
-// Whether the bridge is one that was not there before.
-bool bridge_changed(bridge_node *node, const link_info &link) {
-    const uint32_t before = node->ifindex;
-    if (!link.deleted && link.is_bridge && kolt_name_equal(node->name, link.name.data()))
-        bridge_came(node, link);
-    return node->ifindex != before && node->ifindex != 0;
 }
 
 // Those of the kernel's interfaces that are `wanted`.
@@ -203,7 +107,7 @@ void let_go_of_gone(bridge_node *node, std::span<const link_info> links) {
         if (port.ifindex == 0 || has_port(*node, port.ifindex, links))
             continue;
         port_let_go(node, &port);
-        tell_joined(node->owner, BRIDGE_EVENT_PORT_LEFT);
+        bridges_tell(node->owner, BRIDGE_EVENT_PORT_LEFT);
     }
 }
 
