@@ -55,7 +55,7 @@ void kernel_changed(uloop_fd *watch, unsigned /*events*/) {
     callbacks.fdb = entry_changed;
     const int error = self->monitor.receive(callbacks);
     if (error == ENOBUFS)
-        (void)ports_look(self); // or a second later
+        ports_overrun(self);
     else if (error != 0)
         KOLT_ERROR("cannot hear of changes: %s", strerror(error));
     // An overrun counts as an error of the descriptor, for which the loop drops it.

@@ -83,7 +83,7 @@ struct bridged_watches {
     uloop_timeout beat = {};       // the trees' own time
     uloop_timeout second = {};     // what is looked at every second
     uloop_timeout period = {};     // the measuring period
-    uloop_timeout look = {};       // another look at the ports, since the last one failed
+    uloop_timeout look = {};       // another look at the ports: the last one failed, or followed an overrun
 };
 
 struct bridged {

@@ -97,6 +97,11 @@ void look_again(uloop_timeout *timer) {
     (void)ports_look(KOLT_CONTAINER_OF(timer, bridged_watches, look)->owner); // which has itself called again
 }
 
+void look_again_later(bridged *self) {
+    self->watches.look.cb = look_again;
+    (void)uloop_timeout_set(&self->watches.look, LOOK_AGAIN_MS);
+}
+
 bool has_port(const bridge_node &node, uint32_t ifindex, std::span<const link_info> links) {
     return std::any_of(links.begin(), links.end(),
                        [&](const link_info &link) { return link.index == ifindex && link.master == node.ifindex; });
@@ -155,8 +160,7 @@ bool ports_look(bridged *self) {
         return link.master != 0 && node_find_index(self, link.master) != nullptr;
     };
     if (!look_bridges(self) || !collect(self, &found, is_port)) {
-        self->watches.look.cb = look_again;
-        (void)uloop_timeout_set(&self->watches.look, LOOK_AGAIN_MS);
+        look_again_later(self);
         return false;
     }
     const std::span<bridge_node> nodes = nodes_of(self);
@@ -174,6 +178,11 @@ bool ports_look(bridged *self) {
     }
     takeover_finish(self);
     return true;
+}
+
+void ports_overrun(bridged *self) {
+    if (ports_look(self))
+        look_again_later(self);
 }
 
 bool ports_release(bridged *self) {

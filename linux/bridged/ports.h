@@ -8,6 +8,9 @@
 // looks again, a second later.
 bool ports_look(bridged *self);
 
+// Changes were lost: looks, and looks again a second later, for whoever changes so much may go on with it.
+void ports_overrun(bridged *self);
+
 // The kernel told of a change.
 void ports_link_changed(bridged *self, const link_info &link);
 

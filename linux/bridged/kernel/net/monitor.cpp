@@ -15,6 +15,7 @@ constexpr size_t DATAGRAM_SIZE = 32768;
 // A thousand entries that move at once are told one by one.
 constexpr int RECEIVE_BUFFER = 4 << 20;
 constexpr int DATAGRAMS_PER_TURN = 256;
+constexpr int MOST_QUEUED = 65536; // datagrams, more than there is room for
 
 // Keeps the neighbours of IP out, which share a group with the bridges' tables: a busy router has many. The types stand
 // in the machine's byte order, and loads take the network's.
@@ -44,6 +45,15 @@ int join_groups(int fd) {
     address.nl_family = AF_NETLINK;
     address.nl_groups = RTMGRP_LINK | RTMGRP_NEIGH;
     return bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+}
+
+// Until the queue is empty the kernel drops what happens, and tells it once only. Somebody may cause changes faster
+// than they are read, hence the limit.
+void empty_queue(int fd) {
+    for (int number = 0; number < MOST_QUEUED; number++) {
+        if (recv(fd, nullptr, 0, MSG_DONTWAIT) < 0 && errno != EINTR && errno != ENOBUFS)
+            return;
+    }
 }
 
 void tell(const nlmsghdr &message, const monitor_callbacks &callbacks) {
@@ -87,10 +97,14 @@ int kernel_monitor::receive(const monitor_callbacks &callbacks) {
                                       reinterpret_cast<sockaddr *>(&sender), &sender_size);
         if (size < 0 && errno == EINTR)
             continue;
-        if (size < 0)
-            return errno == EAGAIN ? 0 : errno;
-        if (static_cast<size_t>(size) > datagram.size())
-            return ENOBUFS; // what was in it is lost just the same
+        if (size < 0 && errno == EAGAIN)
+            return 0;
+        if (size < 0 && errno != ENOBUFS)
+            return errno;
+        if (size < 0 || static_cast<size_t>(size) > datagram.size()) { // what was in it is lost just the same
+            empty_queue(fd_.get());
+            return ENOBUFS;
+        }
         if (sender.nl_pid != 0)
             continue; // not the kernel
         monitor_tell({datagram.data(), static_cast<size_t>(size)}, callbacks);

@@ -32,7 +32,8 @@ public:
     }
 
     // Hands out what has changed, without waiting. Returns 0; ENOBUFS when the kernel had more to tell than it could
-    // keep: dump everything again, go on watching; any other errno when the socket is of no use any more.
+    // keep: dump everything again, go on watching. What it had kept is gone then, for all of that is older than what
+    // was lost. Any other errno when the socket is of no use any more.
     [[nodiscard]] int receive(const monitor_callbacks &callbacks);
 
 private:

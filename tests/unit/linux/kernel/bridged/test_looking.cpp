@@ -130,6 +130,17 @@ TEST_F(looking_test, AnotherLookFollowsOneThatFailed) {
     EXPECT_FALSE(kolt_programs::attached(port(FAST_LINK)));
 }
 
+TEST_F(looking_test, AnotherLookFollowsThatAfterAnOverrun) {
+    ports_overrun(life_.get());
+    take_out_of_bridge("p1");
+    uloop_timeout &next = life_->watches.look;
+    ASSERT_TRUE(next.pending);
+    uloop_timeout_cancel(&next);
+    next.cb(&next);
+    EXPECT_EQ(node_find_port_index(&life_.node(), port(FAST_LINK)), nullptr);
+    EXPECT_FALSE(next.pending) << "once";
+}
+
 TEST_F(looking_test, NobodyIsLetGoByALongList) {
     more_ports = 600;
     EXPECT_TRUE(ports_look(life_.get()));

@@ -203,6 +203,22 @@ TEST_F(monitor_test, tells_that_it_was_overrun_and_goes_on) {
     EXPECT_TRUE(wait_for_link([&](const link_info &link) { return link.index == link_.near() && !link.carrier; }));
 }
 
+// What was told before the gap is not true any more by the time at which everything is looked at.
+TEST_F(monitor_test, tells_nothing_from_before_an_overrun) {
+    const int little = 8192;
+    EXPECT_EQ(setsockopt(monitor_.fd(), SOL_SOCKET, SO_RCVBUF, &little, sizeof little), 0);
+    set_master(link_.near(), 0);
+    set_master(link_.near(), bridge_.index());
+    EXPECT_EQ(fdb_pin(rtnl_, numbered_places(300)), 0);
+    EXPECT_EQ(receive(), ENOBUFS);
+    const fdb_place last = numbered_places(301).back();
+    EXPECT_EQ(fdb_pin(rtnl_, {&last, 1}), 0);
+    EXPECT_TRUE(wait_for_fdb([&](const fdb_record &record) { return record.mac == last.mac; })) << "it hears again";
+    EXPECT_EQ(records_.size(), 1U);
+    EXPECT_TRUE(std::none_of(links_.begin(), links_.end(),
+                             [&](const link_info &link) { return link.index == link_.near() && link.master == 0; }));
+}
+
 TEST_F(monitor_test, keeps_what_a_thousand_moved_addresses_cause) {
     const std::vector<fdb_place> places = numbered_places(1000);
     EXPECT_EQ(fdb_pin(rtnl_, places), 0);
