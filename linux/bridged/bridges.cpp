@@ -22,11 +22,13 @@ uint64_t random_number() {
 }
 
 void start_tree(bridge_node *node) {
+    const node_rank rank = node->owner->mode == KOLT_MODE_RE ? NODE_RANK_EXTENDER : NODE_RANK_ROOT;
     if (saved_state_read(node, random_number())) {
         KOLT_INFO("%s: goes on as the process before left it", node->name);
+        if (!node->owner->mode_goes_on) // it was another kind of node
+            tree_set_rank(&node->links, rank, node_now());
         return;
     }
-    const node_rank rank = node->owner->mode == KOLT_MODE_RE ? NODE_RANK_EXTENDER : NODE_RANK_ROOT;
     const uint64_t random = random_number();
     tree_start(&node->links, make_node_id(rank, node->mac.data()), static_cast<uint32_t>(random >> 32), random,
                node_now());

@@ -3,6 +3,7 @@
 
 #include "bridged/clients.h"
 #include "bridged/report.h"
+#include "bridged/saved_state.h"
 #include "bridged/settle.h"
 #include "bridged/tables.h"
 #include "core/log.h"
@@ -41,8 +42,10 @@ int set_bridge_mode(void *context, const char *bridge, int32_t mode) {
         return ENODEV;
     bridged *self = node->owner;
     // 0 is an extender; which of the root's modes it is otherwise, only the settings know.
-    if ((mode == 0) != (self->mode == KOLT_MODE_RE))
+    if ((mode == 0) != (self->mode == KOLT_MODE_RE)) {
         self->mode = mode == 0 ? KOLT_MODE_RE : self->settings.mode == KOLT_MODE_HAP ? KOLT_MODE_HAP : KOLT_MODE_FAP;
+        saved_mode_write(self);
+    }
     tree_set_rank(&node->links, mode == 0 ? NODE_RANK_EXTENDER : NODE_RANK_ROOT, node_now());
     settle(node);
     report_links(self);

@@ -7,6 +7,7 @@
 #include "bridged/ports.h"
 #include "bridged/refusal.h"
 #include "bridged/report.h"
+#include "bridged/saved_state.h"
 #include "bridged/settle.h"
 #include "bridged/tables.h"
 #include "core/config_load.h"
@@ -183,6 +184,9 @@ int run(bridged *self) {
     if (!open_programs(self) || !open_monitor(self))
         return EXIT_FAILURE;
     start_timers(self);
+    self->mode_goes_on = saved_mode_read(self);
+    if (!self->mode_goes_on)
+        saved_mode_write(self);
     if (!ports_look(self))
         return EXIT_FAILURE;
     (void)leftovers_give_back(self, LEFTOVERS_OF_KEPT); // the links are kept, whatever becomes of the rest

@@ -90,6 +90,7 @@ struct bridged {
     bridged_settings settings;
     config configured;
     kolt_work_mode mode = KOLT_MODE_RE;
+    bool mode_goes_on = false; // it is that of the process before, as its trees are
     rtnl_socket rtnl;
     kernel_monitor monitor;
     kolt_programs programs;

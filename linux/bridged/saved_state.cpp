@@ -1,4 +1,4 @@
-// Plain records in small files: tree.<bridge> and port.<interface>.
+// Plain records in small files: mode, tree.<bridge> and port.<interface>.
 #include "bridged/saved_state.h"
 
 #include "bridged/replace_file.h"
@@ -29,6 +29,21 @@ struct saved_flags {
     uint8_t zeros[2] = {};
 };
 static_assert(sizeof(saved_flags) == 12);
+
+struct saved_mode {
+    uint32_t version = 1;
+    uint32_t started_with = 0;
+    uint32_t mode = 0;
+};
+static_assert(sizeof(saved_mode) == 12);
+
+constexpr bool is_mode(uint32_t mode) {
+    return mode == KOLT_MODE_RE || mode == KOLT_MODE_FAP || mode == KOLT_MODE_HAP;
+}
+
+void mode_file_name(const bridged *self, char *path) {
+    (void)snprintf(path, PATH_SIZE, "%s/mode", self->settings.run_folder);
+}
 
 void file_name(const bridged *self, const char *kind, const char *name, char *path) {
     (void)snprintf(path, PATH_SIZE, "%s/%s.%s", self->settings.run_folder, kind, kolt_name_text(name).text);
@@ -80,10 +95,29 @@ void saved_state_remove(bridge_node *node) {
     node->saved = {};
 }
 
+bool saved_mode_read(bridged *self) {
+    char path[PATH_SIZE];
+    mode_file_name(self, path);
+    saved_mode saved;
+    if (!read_whole(path, &saved, sizeof(saved)) || saved.version != saved_mode{}.version ||
+        saved.started_with != self->settings.mode || !is_mode(saved.mode))
+        return false;
+    self->mode = static_cast<kolt_work_mode>(saved.mode);
+    return true;
+}
+
+void saved_mode_write(const bridged *self) {
+    char path[PATH_SIZE];
+    mode_file_name(self, path);
+    const saved_mode saved{.started_with = self->settings.mode, .mode = self->mode};
+    (void)replace_file(path, reinterpret_cast<const char *>(&saved), sizeof(saved)); // it has logged a failure
+}
+
 void saved_state_remove_all(const bridged *self) {
     const kolt_handle<DIR, closedir> folder(opendir(self->settings.run_folder));
     while (const dirent *entry = folder ? readdir(folder.get()) : nullptr) {
-        if (strncmp(entry->d_name, "tree.", 5) == 0 || strncmp(entry->d_name, "port.", 5) == 0)
+        if (strncmp(entry->d_name, "tree.", 5) == 0 || strncmp(entry->d_name, "port.", 5) == 0 ||
+            strcmp(entry->d_name, "mode") == 0)
             (void)unlinkat(dirfd(folder.get()), entry->d_name, 0);
     }
 }

@@ -1,5 +1,5 @@
-// What outlives kolt-bridged, in a file of its run folder: the trees, so that a restart moves nothing, and how the
-// ports were set before, so that they can be put back.
+// What outlives kolt-bridged, in files of its run folder: the trees and the node's mode, so that a restart moves
+// nothing, and how the ports were set before, so that they can be put back.
 #pragma once
 
 #include "bridged/node.h"
@@ -14,6 +14,12 @@
 
 // Forgets the bridge's state, after its ports were put back.
 void saved_state_remove(bridge_node *node);
+
+// The node's mode outlives the process, since kolt may have asked for another one than the command line says. Takes
+// over the one that a process with the same command line has left: true when there is one. What another command line
+// led to counts no more.
+[[nodiscard]] bool saved_mode_read(bridged *self);
+void saved_mode_write(const bridged *self);
 
 // Forgets all that was kept, also of bridges and ports that nobody knows any more.
 void saved_state_remove_all(const bridged *self);

@@ -23,6 +23,7 @@ namespace fs = std::filesystem;
 
 constexpr char TREE_FILE[] = "/tmp/run/tree.br-lan";
 constexpr char PORT_FILE[] = "/tmp/run/port.wlan1.1";
+constexpr char MODE_FILE[] = "/tmp/run/mode";
 constexpr bridge_port_flags FLAGS = {false, true, false, true, MCAST_ROUTER_ALWAYS};
 
 std::string bytes_of(const std::string &path) {
@@ -137,6 +138,45 @@ TEST_F(SavedState, WhatCannotBeWrittenIsToldAndTriedAgain) {
     fs::create_directory("/tmp/run");
     EXPECT_TRUE(saved_state_write(&node_));
     EXPECT_TRUE(fs::exists(TREE_FILE));
+}
+
+TEST_F(SavedState, ModeThatWasAskedForGoesOnUnderTheSameCommandLine) {
+    EXPECT_FALSE(saved_mode_read(self_.get()));
+    self_->mode = KOLT_MODE_FAP;
+    saved_mode_write(self_.get());
+    self_->mode = KOLT_MODE_RE;
+    EXPECT_TRUE(saved_mode_read(self_.get()));
+    EXPECT_EQ(self_->mode, KOLT_MODE_FAP);
+    self_->mode = self_->settings.mode = KOLT_MODE_HAP;
+    EXPECT_FALSE(saved_mode_read(self_.get())) << "the node was meant to be another one";
+    EXPECT_EQ(self_->mode, KOLT_MODE_HAP);
+}
+
+TEST_F(SavedState, DamagedModeIsNotBelieved) {
+    saved_mode_write(self_.get());
+    const std::string whole = bytes_of(MODE_FILE);
+    ASSERT_EQ(whole.size(), 12U);
+    std::string other_version = whole;
+    other_version[0]++;
+    std::string none_that_there_is = whole;
+    none_that_there_is[8] = 99;
+    for (const std::string &bytes :
+         {std::string(), whole.substr(0, 11), whole + '\0', other_version, none_that_there_is}) {
+        write_file(MODE_FILE, bytes);
+        EXPECT_FALSE(saved_mode_read(self_.get()));
+        EXPECT_EQ(self_->mode, KOLT_MODE_RE);
+    }
+}
+
+TEST_F(SavedState, AllOfItIsForgottenTogether) {
+    write_child();
+    saved_port_write(self_.get(), port_);
+    saved_mode_write(self_.get());
+    write_file("/tmp/run/lock", "");
+    kolt_copy_name(node_.name, "br-other");
+    saved_state_remove_all(self_.get());
+    EXPECT_FALSE(fs::exists(TREE_FILE) || fs::exists(PORT_FILE) || fs::exists(MODE_FILE));
+    EXPECT_TRUE(fs::exists("/tmp/run/lock")) << "it is held";
 }
 
 TEST_F(SavedState, FlagsOfAPortComeBackAsTheyWere) {

@@ -1,7 +1,9 @@
 // Ports that come to the bridges and leave them, and what one process leaves to the next.
 #include "bridged/ports.h"
 
+#include "bridged/calls.h"
 #include "bridged/clients.h"
+#include "bridged/saved_state.h"
 #include "linux/support/bridged_test.h"
 #include "linux/support/next_life_test.h"
 
@@ -229,6 +231,25 @@ TEST_F(next_life_test, IsTheSameNodeWhenTheBridgeGotAnotherAddressMeanwhile) {
     EXPECT_EQ(life->node().links.id, id);
     EXPECT_EQ(life->node().links.parent, node_mac(BEST));
     EXPECT_EQ(life->word(port(FAST_LINK)).accepts, 3);
+}
+
+TEST_F(next_life_test, IsTheKindOfNodeThatItWasMadeOrStartedAs) {
+    const auto rank_after = [](kolt_work_mode started_with) {
+        auto life = std::make_unique<bridged_life>(std::vector<kept_interface>{SLOW, FAST, DOWNWARD});
+        bridged *self = life->get();
+        self->mode = self->settings.mode = started_with;
+        self->mode_goes_on = saved_mode_read(self);
+        ports_look(self);
+        return std::pair{self->mode, rank_of(life->node().links.id)};
+    };
+    first_life([](bridged_life &life) {
+        const request_handlers calls = calls_of(life.get());
+        EXPECT_EQ(calls.set_bridge_mode(life.get(), "br0", 1), 0);
+    });
+    EXPECT_EQ(rank_after(KOLT_MODE_RE), (std::pair{KOLT_MODE_FAP, uint16_t{NODE_RANK_ROOT}}));
+    EXPECT_EQ(rank_after(KOLT_MODE_HAP), (std::pair{KOLT_MODE_HAP, uint16_t{NODE_RANK_ROOT}}));
+    unlink("/run/kolt-bridged/mode");
+    EXPECT_EQ(rank_after(KOLT_MODE_RE), (std::pair{KOLT_MODE_RE, uint16_t{NODE_RANK_EXTENDER}}));
 }
 
 TEST_F(next_life_test, TakesABridgeWithoutAnAddressWhenItHasOne) {
