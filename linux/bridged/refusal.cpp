@@ -80,6 +80,8 @@ const char *refusal_of(const bridge_settings &settings) {
 bool refusal_allows_port(const bridge_node *node, const node_port &port) {
     const offload_findings found = offload_find(node->owner->rtnl, port.name);
     for (const offload_finding *finding : {&found.switch_chip, &found.tc_offload, &found.flow_table}) {
+        if (finding->answer == OFFLOAD_UNKNOWN)
+            KOLT_INFO("%s", finding->sentence.data());
         if (finding->answer != OFFLOAD_YES)
             continue;
         KOLT_ERROR("%s: refused: %s", port.name, finding->sentence.data());

@@ -6,7 +6,7 @@
 #include <cstdio>
 
 // Whether the port may be taken into care; a line in the log says why not. One that traffic control does not see all of
-// is refused, since nothing could be promised for it.
+// is refused, since nothing could be promised for it; that it is not known is told as well.
 [[nodiscard]] bool refusal_allows_port(const bridge_node *node, const node_port &port);
 
 // A port or bridge in care has changed. When it is set by now as none is taken, that is told once: given up, it would

@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cerrno>
 #include <fstream>
 #include <linux/if_bridge.h>
 #include <net/if.h>
@@ -22,12 +23,15 @@ offload_findings real_offload_find(rtnl_socket &rtnl,
 
 namespace {
 std::string forwarded_by_hardware;
-}
+std::string not_known_of;
+} // namespace
 
 offload_findings asked_offload_find(rtnl_socket &rtnl, const char *ifname) {
     offload_findings found = real_offload_find(rtnl, ifname);
     if (ifname == forwarded_by_hardware)
         found.tc_offload = judge_tc_offload(ifname, 0, true);
+    if (ifname == not_known_of)
+        found.tc_offload = judge_tc_offload(ifname, EPERM, false);
     return found;
 }
 
@@ -192,6 +196,15 @@ TEST_F(refused_test, BecauseHardwareForwardsPastThePrograms) {
     EXPECT_TRUE(kolt_programs::attached(wires_.port(1)));
     EXPECT_EQ(life_->port(wires_.port(1)).state, BR_STATE_FORWARDING) << "it is closed by the programs now";
     EXPECT_FALSE(passes(wires_.end(1), wires_.end(0)));
+}
+
+TEST_F(refused_test, OneOfWhichItIsNotKnownIsTakenAndTold) {
+    not_known_of = "p1";
+    begin({{.name = "p1", .relay = 1}});
+    not_known_of = "";
+    EXPECT_THAT(logged_texts(),
+                ElementsAre("Info: p1: cannot find out whether hw-tc-offload is on: Operation not permitted"));
+    EXPECT_TRUE(kolt_programs::attached(wires_.port(1)));
 }
 
 void forward_what_is_of_the_link(const std::string &port, const char *mask) {
