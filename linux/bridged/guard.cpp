@@ -76,6 +76,20 @@ bool guard_port(bridge_node *node, node_port *port) {
     return !port->shut && neighbours_listen(port);
 }
 
+bool guard_stands(const bridge_node &node, const node_port &port) {
+    bool both = false;
+    kolt_reason ignored;
+    return !node.owner->programs.find(port.ifindex, &both, &ignored) || both;
+}
+
+bool guard_stand_again(const bridge_node &node, const node_port &port) {
+    kolt_reason why;
+    const bool done = node.owner->programs.attach(port.ifindex, &why);
+    KOLT_ERROR_AS("upkeep", "%s: somebody has taken the programs off it; %s", port.name,
+                  done ? "they are on it again" : why.text);
+    return done;
+}
+
 void guard_keep_shut(const bridge_node *node, const node_port &port) {
     if (!port.shut)
         return;

@@ -10,6 +10,12 @@
 // Tells the programs who answers probes on the port, and from which address. False: no such port number.
 bool guard_identify(const bridge_node *node, const node_port &port);
 
+// Whether the programs are still on the port, as far as can be seen.
+[[nodiscard]] bool guard_stands(const bridge_node &node, const node_port &port);
+
+// Puts them on again. False when that cannot be; a line in the log says what became of it.
+[[nodiscard]] bool guard_stand_again(const bridge_node &node, const node_port &port);
+
 // A port that is shut has changed: the kernel may have opened it.
 void guard_keep_shut(const bridge_node *node, const node_port &port);
 

@@ -10,6 +10,7 @@
 #include "bridged/saved_state.h"
 #include "bridged/settle.h"
 #include "bridged/tables.h"
+#include "bridged/upkeep.h"
 #include "core/config_load.h"
 #include "core/container_of.h"
 #include "core/log.h"
@@ -50,9 +51,11 @@ void fdb_changed(bridged *self, const fdb_record &entry) {
 void kernel_changed(uloop_fd *watch, unsigned /*events*/) {
     bridged *self = KOLT_CONTAINER_OF(watch, bridged_watches, monitor)->owner;
     const auto link_changed = [self](const link_info &link) { ports_link_changed(self, link); };
+    const auto port_told = [self](const bridge_port &port) { upkeep_port_told(self, port); };
     const auto entry_changed = [self](const fdb_record &entry) { fdb_changed(self, entry); };
     monitor_callbacks callbacks;
     callbacks.link = link_changed;
+    callbacks.port = port_told;
     callbacks.fdb = entry_changed;
     const int error = self->monitor.receive(callbacks);
     if (error == ENOBUFS)
@@ -79,6 +82,7 @@ void beat(uloop_timeout *timer) {
 void second_passed(uloop_timeout *timer) {
     bridged *self = KOLT_CONTAINER_OF(timer, bridged_watches, second)->owner;
     (void)self->streams.sweep(node_now());
+    upkeep_second(self);
     (void)uloop_timeout_set(timer, SECOND_MS);
 }
 

@@ -37,6 +37,7 @@ struct node_port {
     bool shut = false;     // they cannot: the bridge itself keeps it closed
     bool listened = false; // in the loop
     bool unset = false;    // the bridge has not taken what it was set to last
+    bool touched = false;  // somebody else may have set it meanwhile
     bool unfit = false;    // it was set meanwhile as no port is taken in, which was told
     fdb_mac mac{};         // that its frames to neighbours come from: the bridge's, which they may learn
     raw_socket frames;

@@ -181,6 +181,10 @@ bool ports_look(bridged *self) {
 }
 
 void ports_overrun(bridged *self) {
+    for (bridge_node &node : nodes_of(self)) {
+        for (node_port &port : node.ports)
+            port.touched = port.ifindex != 0; // for all that is known
+    }
     if (ports_look(self))
         look_again_later(self);
 }

@@ -46,6 +46,13 @@ bridge_port_flags bridge_flags(const port_setting &setting) {
             .mcast_router = router_of(setting)};
 }
 
+// The kernel itself ends what is temporary.
+bridge_port_flags after_a_while(bridge_port_flags flags) {
+    if (flags.mcast_router == MCAST_ROUTER_TEMPORARY)
+        flags.mcast_router = MCAST_ROUTER_LEARNT;
+    return flags;
+}
+
 // What left by a port that is closed now leaves by the next best one.
 void move_off(bridge_node *node, const port_settings &from, const port_settings &to, uint32_t ifindex) {
     const uint32_t backup = backup_port(node->links, from, to, ifindex);
@@ -170,6 +177,16 @@ void settle_port(bridge_node *node, const port_setting &setting) {
         KOLT_ERROR("%s: cannot set what the bridge sends there: %s", port->name,
                    node->owner->rtnl.last_error().text.data());
     port->unset = failed;
+}
+
+bool settle_holds(const bridge_node &node, const bridge_port &described) {
+    const port_setting *last = find_setting(node.set, described.index);
+    return last == nullptr || after_a_while(described.flags) == after_a_while(bridge_flags(*last));
+}
+
+void settle_port_again(bridge_node *node, uint32_t ifindex) {
+    if (const port_setting *last = find_setting(node->set, ifindex); last != nullptr)
+        settle_port(node, *last);
 }
 
 void settle_move_off(bridge_node *node, const port_settings &from, uint32_t ifindex) {

@@ -275,6 +275,13 @@ def test_a_check_names_the_programs_of_others(one):
     assert one.state() == state
 
 
+def test_what_others_do_to_a_link_is_undone_within_a_second(one):
+    one.start()
+    closed = one.flags("wlan1.1")
+    batch("bridge", one.namespace, ["link set dev wlan1.1 learning on flood on mcast_flood on bcast_flood on"])
+    one.node.wait_for(lambda: one.flags("wlan1.1") == closed, 2, "the flags")
+
+
 def test_a_start_names_the_programs_of_others(one):
     batch("tc", one.namespace, ["qdisc add dev wlan1.1 clsact"])
     one.namespace.run(FOREIGN)

@@ -3,6 +3,7 @@
 
 #include "bridged/ports.h"
 #include "bridged/settle.h"
+#include "bridged/upkeep.h"
 
 #include <filesystem>
 #include <stdexcept>
@@ -88,7 +89,9 @@ void bridged_life::settle_after(const std::function<void(one_node &)> &events, s
 bool bridged_life::hear_until(const std::function<bool()> &wanted) {
     const auto link_changed = [this](const link_info &link) { ports_link_changed(get(), link); };
     monitor_callbacks callbacks;
+    const auto port_told = [this](const bridge_port &port) { upkeep_port_told(get(), port); };
     callbacks.link = link_changed;
+    callbacks.port = port_told;
     return comes_true([&] {
         must(self_->monitor.receive(callbacks) == 0, "cannot hear of changes");
         return wanted();

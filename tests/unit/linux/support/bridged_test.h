@@ -21,6 +21,7 @@ constexpr kept_interface WIRED = {.name = "p3", .type = KOLT_LINK_ETHERNET, .rel
 
 constexpr mac_address SECOND = {0x02, 0, 0, 0, 0, 0xc2};
 constexpr mac_address NOBODY{};
+constexpr bridge_port_flags SENDS_ALL = {true, true, true, true, MCAST_ROUTER_TEMPORARY};
 constexpr bridge_port_flags SENDS_NOTHING = {false, false, false, false, MCAST_ROUTER_NEVER};
 
 constexpr bridge_port_flags AS_FOUND = {true, false, true, false, MCAST_ROUTER_ALWAYS};

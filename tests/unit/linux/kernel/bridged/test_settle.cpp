@@ -45,7 +45,6 @@ public:
 };
 
 constexpr char TREE_FILE[] = "/run/kolt-bridged/tree.br0";
-constexpr bridge_port_flags SENDS_ALL = {true, true, true, true, MCAST_ROUTER_TEMPORARY};
 constexpr uint8_t UPWARD = KOLT_PORT_OPEN | KOLT_PORT_NEED_HA | KOLT_PORT_GUARDED;
 constexpr kolt_port CARRYING = {.group = GROUP_UP, .flags = UPWARD, .admits = 3, .accepts = 3, .class_ = 0};
 constexpr kolt_port BESIDE = {.group = GROUP_UP, .flags = UPWARD, .admits = 0, .accepts = 0, .class_ = 0};
