@@ -7,6 +7,7 @@
 #include "bridged/settle.h"
 #include "core/log.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -46,6 +47,12 @@ node_port *make_place(bridge_node *node) {
     return place;
 }
 
+void make_link(bridge_node *node, node_port *port, const config_interface &interface, const link_info &link) {
+    port->backhaul = tree_port_add(&node->links, port->ifindex, first_wish(interface), link_works(link), node_now());
+    if (port->backhaul)
+        begin_closed(node, port->ifindex);
+}
+
 } // namespace
 
 void port_take_in(bridge_node *node, const link_info &link) {
@@ -60,16 +67,28 @@ void port_take_in(bridge_node *node, const link_info &link) {
     memcpy(port->name, link.name.data(), KOLT_NAME_SIZE);
     port->mac = node->mac;
     port->node = node;
-    if (is_backhaul(interface) && guard_port(node, port)) {
-        port->backhaul =
-            tree_port_add(&node->links, port->ifindex, first_wish(*interface), link_works(link), node_now());
-        if (!port->backhaul)
-            KOLT_ERROR_AS("take_in", "%s: too many links, %s stays closed", node->name, port->name);
-    }
-    if (port->backhaul)
-        begin_closed(node, port->ifindex);
-    else
+    const bool guarded = is_backhaul(interface) && guard_port(node, port);
+    if (guarded)
+        make_link(node, port, *interface, link);
+    if (guarded && !port->backhaul)
+        KOLT_ERROR_AS("take_in", "%s: too many links, %s stays closed", node->name, port->name);
+    if (!port->backhaul)
         (void)node->owner->programs.set_port(port->ifindex, {.class_ = node_class_of(interface)});
+}
+
+bool port_waits(const bridge_node &node, const node_port &port) {
+    return port.ifindex != 0 && port.guarded && !port.shut && !port.backhaul &&
+           std::any_of(node.links.ports.begin(), node.links.ports.end(),
+                       [](const tree_port &link) { return link.ifindex == 0; });
+}
+
+void port_try_again(bridge_node *node, node_port *port) {
+    const config_interface *interface = node_configured(node->owner, port->name);
+    link_info link;
+    if (interface == nullptr || link_get(node->owner->rtnl, port->ifindex, &link) != 0)
+        return;
+    make_link(node, port, *interface, link);
+    settle(node);
 }
 
 void port_end_name(bridge_node *node, node_port *port, const char *name) {

@@ -7,6 +7,10 @@
 // log.
 void port_take_in(bridge_node *node, const link_info &link);
 
+// Whether a link stays closed that came when there were too many, though there is room by now; makes it one of them.
+[[nodiscard]] bool port_waits(const bridge_node &node, const node_port &port);
+void port_try_again(bridge_node *node, node_port *port);
+
 // Its place is free from then on.
 void port_let_go(bridge_node *node, node_port *port);
 

@@ -43,6 +43,8 @@ void upkeep_second(bridged *self) {
         for (node_port &port : node->ports) {
             if (port.ifindex != 0 && port.guarded && !port.shut)
                 keep_programs(node, &port);
+            if (port_waits(*node, port))
+                port_try_again(node, &port);
             if (port.ifindex != 0 && port.backhaul && port.touched && !port.unset)
                 keep_flags(node, &port);
         }

@@ -111,6 +111,24 @@ TEST_F(upkeep_test, FlagsAreLookedAtAfterAnOverrun) {
     EXPECT_EQ(life_.port(port(SLOW_LINK)).flags, SENDS_NOTHING);
 }
 
+TEST_F(upkeep_test, LinkForWhichThereWasNoRoomIsTakenOnceThereIs) {
+    constexpr uint32_t NOBODYS = 10000;
+    take_out_of_bridge("p1");
+    ASSERT_TRUE(life_.hear_until([this] { return node_find_port(&life_.node(), "p1") == nullptr; }));
+    tree &links = life_.node().links;
+    for (uint32_t i = 0; i < TREE_PORTS; i++)
+        (void)tree_port_add(&links, NOBODYS + i, {}, false, node_now());
+    put_into_bridge("p1", "br0");
+    ASSERT_TRUE(life_.hear_until([this] { return node_find_port(&life_.node(), "p1") != nullptr; }));
+    upkeep_second(life_.get());
+    EXPECT_EQ(tree_slot(links, port(FAST_LINK)), NO_SLOT);
+    tree_port_remove(&links, NOBODYS, node_now());
+    upkeep_second(life_.get());
+    EXPECT_NE(tree_slot(links, port(FAST_LINK)), NO_SLOT);
+    EXPECT_TRUE(node_find_port(&life_.node(), "p1")->backhaul);
+    EXPECT_THAT(logged_texts(), ElementsAre("Error: br0: too many links, p1 stays closed"));
+}
+
 TEST_F(upkeep_test, PortThatHasLeftIsLeftAlone) {
     take_out_of_bridge("p1");
     take_off(port(FAST_LINK));
