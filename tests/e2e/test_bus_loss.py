@@ -9,6 +9,7 @@ import pytest
 import bus
 from bus import Bus
 from kolt_node import Node
+from kolt_node.node import is_waiting
 import scene
 
 LOST = "event_ubus_connection_lost: Error: ubus connection lost"
@@ -266,7 +267,7 @@ class TestBrokerThatHangsAtTheStart:
     def test_stop_signal_ends_a_daemon_that_finds_the_queue_full(self, node: Node, broker: Bus, number: int) -> None:
         broker.fill_queue()
         daemon = node.start_daemon(scene.config(), ready=False)
-        time.sleep(0.3)
+        node.wait_for(lambda: is_waiting(daemon.pid, "connect"), what="the daemon to wait for room in the queue")
         node.signal(daemon, number)
         assert node.wait_exit(daemon, timeout=3.0) == 1
         assert scene.lines(node) == ["event_ubus_init: Fatal: ubus_connect"]

@@ -21,7 +21,9 @@ VALGRIND = ["/usr/bin/valgrind", "--error-exitcode=99", "--leak-check=full",
             "--errors-for-leak-kinds=definite,indirect", f"--log-file={VALGRIND_LOG}"]
 BRIDGE_EVENTS, NEIGHBOUR, ROUTE = 39, 53, 0
 BUILD_HINT = "build it with: cmake --preset release && cmake --build --preset release"
-LOOP_CALLS = {"x86_64": ("232", "281", "441"), "aarch64": ("22", "441")}  # epoll_wait and its kin
+CALLS = {  # the numbers of system calls that are slept in, of epoll_wait with its kin
+    "x86_64": {"epoll": ("232", "281", "441"), "connect": ("42",), "openat": ("257",)},
+    "aarch64": {"epoll": ("22", "441"), "connect": ("203",), "openat": ("56",)}}
 
 INSTALLED = (ROOT / "programs").is_dir()  # the programs are beside this tree then
 USUAL_BUILD = "programs" if INSTALLED else "build/release"
@@ -257,14 +259,15 @@ class Node(State):
                 self._pump(POLL_SECONDS)
 
 
-def is_waiting(pid: int) -> bool:
+def is_waiting(pid: int, call: str = "epoll") -> bool:
     """
-    Whether a process is blocked waiting for events; one that was just sent something no longer is. Its state is asked
-    first: one that is being woken is running by that, but may still be shown in the call that it slept in.
+    Whether a process is blocked waiting for events, or in another of CALLS; one that was just sent something no longer
+    is. Its state is asked first: one that is being woken is running by that, but may still be shown in the call that
+    it slept in.
     """
     try:
         asleep = Path(f"/proc/{pid}/stat").read_bytes().rpartition(b")")[2].split()[0] == b"S"
         words = Path(f"/proc/{pid}/syscall").read_text().split()
     except OSError:
         return False
-    return asleep and words[0] in LOOP_CALLS.get(os.uname().machine, ())
+    return asleep and words[0] in CALLS.get(os.uname().machine, {}).get(call, ())
