@@ -6,6 +6,7 @@ from dataclasses import dataclass
 
 import scene
 from kolt_node import Mark, Node, NodeError, fdb_entry, ha_entry, hd_entry
+from kolt_node.clock import SimulatedClock
 from kolt_node.state import NODE_DIR
 
 CAP = "02:10:00:00:00:10"
@@ -47,61 +48,51 @@ class Period:
 
 
 class PathNode(scene.SharedNode):
-    """A shared node whose daemon stands still between two periods, so that a test may change it without haste."""
-    _held = False
+    """A shared node whose daemon's time stands still between two periods, so that a test may change it without haste."""
     _seen: Mark | None = None
 
-    def _hold(self) -> None:
-        assert self.daemon is not None
-        self.signal(self.daemon, signal.SIGSTOP)
-        self._held = True
+    def begin(self, configuration: dict | None = None, *, level: int = 2, **how: object) -> None:
+        """Starts the daemon, whose first period comes when it is let come."""
+        self.use_simulated_clock()
+        scene.start(self, configuration or config(), ready=False, **how)
+        SimulatedClock(self).attach()
+        self.remove_file(f"{NODE_DIR}/clock")  # for whom a test starts by itself
+        self.set_log_level(level)
         self._seen = scene.mark(self)
 
-    def resume(self) -> None:
-        if self._held and self.daemon is not None:
-            self.signal(self.daemon, signal.SIGCONT)
-        self._held = False
-
-    def stop_daemon(self, *how: object, **named: object) -> int:
-        self.resume()
-        return super().stop_daemon(*how, **named)
-
-    def begin(self, configuration: dict | None = None, *, level: int = 2, **how: object) -> None:
-        """Starts the daemon and stops it before its first period."""
-        scene.start(self, configuration or config(), level=level, **how)
-        self._hold()
-        if self.journal(call="bridgeTableAction"):
-            raise NodeError("the first period came before the test was ready for it")
-
     def period(self) -> Period:
-        """Lets one period pass and stops the daemon again."""
-        begin = self._seen
-        assert begin is not None
-        self.resume()
-        self.wait_calls("netlink_msg", since=begin, timeout=10)
-        self.wait_idle()
-        return self._end_period(begin)
+        """Lets one period pass."""
+        self.begin_period()
+        self.wait_idle(10)
+        return self._end_period()
+
+    def begin_period(self) -> None:
+        """Lets one come, and does not wait for its end."""
+        self.clock.wake()
 
     def period_with(self, change: Callable[[], None]) -> Period:
-        """The same, and `change` happens while the daemon waits in vain for the answer to its first move."""
+        """Lets one pass, and `change` happens while the daemon waits in vain for the answer to its first move."""
         begin = self._seen
-        assert begin is not None
         self.answer_requests(silent=True)
-        self.resume()
+        self.begin_period()
         self.wait_calls("sendto", since=begin, timeout=10)
+        self.signal(self.daemon, signal.SIGSTOP)  # the wait is in real time
+        self.drain()
+        if self.log(begin, text="send notify msg failed"):
+            raise NodeError("the test was held up until the wait was over")
         change()
         self.answer_requests()
-        self.wait_log("send notify msg failed", since=begin)
-        self.wait_idle()
-        return self._end_period(begin)
+        self.signal(self.daemon, signal.SIGCONT)
+        self.wait_idle(10)
+        return self._end_period()
 
-    def _end_period(self, begin: Mark) -> Period:
-        self._hold()
+    def _end_period(self) -> Period:
+        begin, self._seen = self._seen, scene.mark(self)
         calls = self.journal(begin)
         asked = [entry["args"]["bridge"] for entry in calls
                  if entry["call"] == "netlink_msg" and entry["args"]["type"] == 0]
-        if len(asked) > len(set(asked)):
-            raise NodeError("the test was held up for so long that more than one period passed")
+        if not asked or len(asked) > len(set(asked)):
+            raise NodeError("it was no period, or more than one")
         lines = [f"{record.function}: {record.level}: {record.text}" for record in self.log(begin)]
         return Period(calls, lines, self.requests[begin.requests:])
 

@@ -95,6 +95,18 @@ class TestPeriods:
         clock.advance(START + 76)
         assert (measurements(node), clock.now, clock.deadline) == (10, START + 76, START + 77)
 
+    def test_a_daemon_that_is_woken_is_not_waited_for_until_time_settles(self, node: Node, clock: SimulatedClock) -> None:
+        start_sample(node, clock, period=5)
+        node.signal(node.daemon, signal.SIGSTOP)
+        clock.wake()
+        assert (clock.now, measurements(node)) == (START + 5, 0)
+        node.signal(node.daemon, signal.SIGCONT)
+        clock.settle()
+        assert (measurements(node), clock.deadline) == (1, START + 10)
+        assert node.stop_daemon() == 0
+        with pytest.raises(NodeError, match="no daemon wants to wake"):
+            clock.wake()
+
     def test_two_runs_say_and_do_the_same(self, build: Path) -> None:
         def run() -> tuple[list, list]:
             with Node(build) as node, SimulatedClock(node) as clock:

@@ -195,7 +195,7 @@ class TestEnd:
         node.begin()
         node.answer_requests(silent=True)
         begin = scene.mark(node)
-        node.resume()
+        node.begin_period()
         node.wait_calls("sendto", since=begin)
         assert node.stop_daemon(signal.SIGTERM) == 0
         period = [record.text for record in node.log(begin)]

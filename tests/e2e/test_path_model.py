@@ -26,7 +26,7 @@ ENORMOUS = [60000000, 4000000000]
 
 @pytest.fixture(scope="module")
 def nodes(build: Path) -> Iterator[list[PathNode]]:
-    """Several at once, so that the period of one passes while the next is looked at."""
+    """Several, so that there are as many random settings."""
     with contextlib.ExitStack() as stack:
         fleet = [stack.enter_context(PathNode(build)) for _ in range(NODES)]
         yield fleet

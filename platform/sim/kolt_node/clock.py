@@ -104,6 +104,12 @@ class SimulatedClock:
         """Lets so much time pass at once, as a machine's sleep does: the daemon finds itself late for all of it."""
         self._grant(self._now + round(seconds * SECOND), time.monotonic() + timeout)
 
+    def wake(self) -> None:
+        """Lets time pass until the daemon wants to wake, and leaves it at work: settle() waits until it rests again."""
+        if self.ended or self._deadline == NEVER:
+            raise NodeError("no daemon wants to wake")
+        self._send_grant(self._deadline)
+
     def close(self) -> None:
         """Ends simulated time: the daemon goes on in real time from its last moment."""
         if self._socket is not None:
@@ -131,18 +137,21 @@ class SimulatedClock:
 
     def _grant(self, now: int, until: float) -> None:
         """Tells the daemon the time and waits until it has taken note and rests."""
-        if self._socket is None:
-            raise NodeError("no daemon follows the simulated clock")
-        self._now = now
-        self._number += 1
-        with contextlib.suppress(ConnectionError):  # its end is found by reading
-            self._socket.send(GRANT.pack(now, self._number))
+        self._send_grant(now)
         answered = 0
         while answered != self._number:
             if self._is_readable(self._socket, until):
                 answered = self._receive()
             if self._socket is None:
                 raise NodeError(f"the daemon ended\n{self._obituary()}")
+
+    def _send_grant(self, now: int) -> None:
+        if self._socket is None:
+            raise NodeError("no daemon follows the simulated clock")
+        self._now = now
+        self._number += 1
+        with contextlib.suppress(ConnectionError):  # its end is found by reading
+            self._socket.send(GRANT.pack(now, self._number))
 
     def _is_readable(self, sock: socket.socket, until: float) -> bool:
         """Waits for something to read or for news of the node, which are taken in: was it the former?"""
