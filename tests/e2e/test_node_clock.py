@@ -240,9 +240,12 @@ class TestEnd:
         start_sample(node, clock, period=5)
         clock.advance(START + 4.8)
         begin = scene.mark(node)
-        clock.close()
-        real = took(lambda: node.wait_calls("netlink_msg", since=begin))
-        assert 0.15 < real < 4
+
+        def go_on() -> None:
+            clock.close()
+            node.wait_calls("netlink_msg", since=begin)
+
+        assert 0.15 < took(go_on) < 4
         node.wait_idle()
         assert measurements(node, begin) == 1
         assert 512 not in node.descriptors()
@@ -251,10 +254,11 @@ class TestEnd:
 class TestWithoutAClock:
     def test_a_node_without_one_is_left_alone(self, node: Node) -> None:
         sample.set_up(node)
-        scene.start(node, sample.config(period=1))
-        begin = scene.mark(node)
-        real = took(lambda: node.wait_calls("netlink_msg", since=begin, timeout=10))
-        assert 0.5 < real < 5
+        node.start_broker()
+        begin = time.monotonic_ns()
+        node.start_daemon(sample.config(period=1))
+        measured = node.wait_calls("bridgeTableAction", timeout=10)
+        assert measured[0]["time"] - begin > 950_000_000
         node.clock_listener.setblocking(False)
         with pytest.raises(BlockingIOError):
             node.clock_listener.accept()
