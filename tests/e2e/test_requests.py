@@ -51,12 +51,19 @@ class TestRegistration:
                                        b"\xff" * 21, b"\xff" * 60000, nlmsghdr(13, length=0xFFFFFFFF)],
                              ids=lambda reply: str(len(reply)))
     def test_any_reply_is_a_success(self, node: Node, reply: bytes) -> None:
+        """What would be none costs a second each time, a busy machine now and then."""
         scene.set_up(node)
         node.answer_requests(reply)
-        scene.start(node)
-        sent = node.journal(call="sendto")[0]["time"]
-        assert node.journal(call="bridgeSetTcpSP")[0]["time"] - sent < 0.9e9
-        assert scene.lines(node) == [READY]
+
+        def waited() -> int:
+            begin = scene.mark(node)
+            scene.start(node)
+            assert scene.lines(node, begin) == [READY]
+            assert node.stop_daemon() == 0
+            [sent, *_], [programmed, *_] = (node.journal(begin, call) for call in ("sendto", "bridgeSetTcpSP"))
+            return programmed["time"] - sent["time"]
+
+        assert any(waited() < 0.9e9 for _ in range(3))
 
     def test_empty_reply_is_none(self, node: Node) -> None:
         scene.set_up(node)

@@ -39,7 +39,7 @@ class TestSignals:
         told = scene.loop_requests(node, begin)
         assert told == ["SetIFBroadcast br-lan wlan1.1 1", "FlushHATable br-lan"]
         flushed = node.journal(begin, "bridgeFlushHATable")[-1]["time"]
-        assert 1e9 <= flushed - permitted < 2e9
+        assert 1e9 <= flushed - permitted < 4e9, "it would have been ended without the flush"
 
     @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
     def test_signal_during_the_start_counts_when_the_start_is_done(self, node: Node, number: int) -> None:
