@@ -5,6 +5,8 @@
 
 #include "core/hub/netlink_request.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <fcntl.h>
 #include <numeric>
 #include <sys/resource.h>
@@ -198,11 +200,15 @@ TEST_F(Request, SignalsDoNotShortenTheWait) {
 
 TEST_F(Request, SignalLateInTheWaitDoesNotProlongIt) {
     netlink.silent = true;
-    const repeated_signal alarm(900, ignore_signal);
-    const stopwatch watch;
-    EXPECT_EQ(send(4), 0);
-    EXPECT_GE(watch.ms(), 999);
-    EXPECT_LT(watch.ms(), 1700); // and not another second from there
+    int64_t shortest_ms = INT64_MAX; // a busy machine prolongs some, a wait that begins again after the signal all
+    for (int tries = 0; tries < 5 && shortest_ms >= 1700; tries++) {
+        const repeated_signal alarm(900, ignore_signal);
+        const stopwatch watch;
+        EXPECT_EQ(send(4), 0);
+        shortest_ms = std::min(shortest_ms, watch.ms());
+        EXPECT_GE(shortest_ms, 999);
+    }
+    EXPECT_LT(shortest_ms, 1700);
 }
 
 TEST_F(Request, ReplyAfterAnInterruptedPollIsReceived) {

@@ -3,6 +3,9 @@
 #include "hub_test.h"
 #include "support/sandbox.h"
 
+#include <algorithm>
+#include <cstdint>
+
 namespace {
 
 class LinkState : public hub_test {
@@ -203,14 +206,20 @@ TEST_F(LinkState, SignalsDoNotShortenThePause) {
 }
 
 TEST_F(LinkState, NothingElsePauses) {
-    const stopwatch watch;
-    receive(blobmsg_builder().int32("LINK_PLC", 0)); // there is no file
-    write_file(PLC_FILE, R"({"status": 0})");
-    receive(blobmsg_builder().int32("LINK_PLC", 0));
-    write_file(PLC_FILE, R"({"status": 1})");
-    receive(blobmsg_builder().int32("LINK_PLC", 1));
-    receive(blobmsg_builder().text("LINK_PLC", "0"));
-    receive(blobmsg_builder().int32("LINK_WIFI_2G", 0).int32("LINK_WIFI_5G", 0).int32("LINK_ETH", 0));
-    EXPECT_LT(watch.ms(), 1000);
-    EXPECT_EQ(subscriber.events.size(), 5U);
+    int64_t shortest_ms = INT64_MAX; // a busy machine takes its time now and then, a pause always
+    for (int tries = 0; tries < 5 && shortest_ms >= 1000; tries++) {
+        remove_file(PLC_FILE);
+        subscriber.events.clear();
+        const stopwatch watch;
+        receive(blobmsg_builder().int32("LINK_PLC", 0)); // there is no file
+        write_file(PLC_FILE, R"({"status": 0})");
+        receive(blobmsg_builder().int32("LINK_PLC", 0));
+        write_file(PLC_FILE, R"({"status": 1})");
+        receive(blobmsg_builder().int32("LINK_PLC", 1));
+        receive(blobmsg_builder().text("LINK_PLC", "0"));
+        receive(blobmsg_builder().int32("LINK_WIFI_2G", 0).int32("LINK_WIFI_5G", 0).int32("LINK_ETH", 0));
+        shortest_ms = std::min(shortest_ms, watch.ms());
+        EXPECT_EQ(subscriber.events.size(), 5U);
+    }
+    EXPECT_LT(shortest_ms, 1000);
 }

@@ -86,7 +86,7 @@ TEST_F(rtnl_test, gives_up_when_the_kernel_says_nothing_and_then_works_again) {
     EXPECT_EQ(rtnl_.request(message), ETIMEDOUT);
     const auto waited = std::chrono::steady_clock::now() - before;
     EXPECT_GE(waited, std::chrono::milliseconds(RTNL_WAIT_MS - 10));
-    EXPECT_LE(waited, std::chrono::milliseconds(RTNL_WAIT_MS + 500));
+    EXPECT_LE(waited, std::chrono::milliseconds(RTNL_WAIT_MS + 10000));
     EXPECT_THAT(names(), Contains("lo"));
 }
 
