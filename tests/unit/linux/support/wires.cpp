@@ -83,6 +83,8 @@ uint32_t index_of(const std::string &name) {
     return index;
 }
 
+} // namespace
+
 void wait_for_forwarding(const std::string &port) {
     const std::string path = "/sys/class/net/" + port + "/brport/state";
     for (int tries = 0; tries < 200; tries++) {
@@ -94,8 +96,6 @@ void wait_for_forwarding(const std::string &port) {
     }
     throw std::runtime_error(port + " does not forward: " + path);
 }
-
-} // namespace
 
 void make_wire(const std::string &near, const std::string &far, uint32_t mtu, uint32_t near_index) {
     route_request request(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, near_index);

@@ -12,6 +12,7 @@ void make_wire(const std::string &near, const std::string &far, uint32_t mtu = 1
 void make_bridge(const std::string &name, bool own_address = true);
 void put_into_bridge(const std::string &port, const std::string &bridge);
 void take_out_of_bridge(const std::string &port);
+void wait_for_forwarding(const std::string &port);
 void bring_up(const std::string &name);
 void bring_down(const std::string &name);
 void rename_interface(const std::string &name, const std::string &to);
