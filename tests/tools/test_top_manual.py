@@ -1,12 +1,17 @@
 """The manual page of kolt-top says what the program takes and tells, and is well-formed."""
 import re
 import subprocess
+from collections import Counter
 
 import pytest
 from top_node import TOP, build_directory
 
 PAGE = TOP / "docs/man/kolt-top.1"
 SOURCES = TOP / "tools/top"
+# Whose members stand in a part of the page, behind what it begins with: the functions that add them.
+OBJECTS = {"": ["node_of"], "settings": ["settings_of"], "bridges": ["bridge_of"],
+           "paths": ["path_of", "streams_of", "traffic_of", "measured_of"], "clients": ["client_of"],
+           "client": ["why_of", "stream_of"]}
 
 
 def page() -> str:
@@ -39,12 +44,23 @@ def section(title: str) -> str:
     return page().split(f".Ss {title}\n")[1].split("\n.S")[0]
 
 
+def added(source: str) -> list[str]:
+    return re.findall(r'\badd(?:_\w+)?\(\w+, "(\w+)",', source)
+
+
 def test_the_page_names_every_member_of_an_object_and_no_other():
     source = (SOURCES / "show_json.cpp").read_text()
-    members = set(re.findall(r'\badd(?:_\w+)?\(\w+, "(\w+)",', source))
-    named = {name for line in re.findall(r"^\.(?:It )?Va (.*)$", section("JSON"), re.MULTILINE)
-             for name in re.findall(r"\w+", line) if not name.startswith("_")}
-    assert named == members and len(named) > 40
+    bodies = re.findall(r"^json_object \*(\w+)\((.*?)^}$", source, re.MULTILINE | re.DOTALL)
+    listed, _, _ = section("JSON").partition(".El\n")
+    first, *parts = re.split(r"^\.It Va (\w+)$", listed, flags=re.MULTILINE)
+    told = {"": first} | dict(zip(parts[::2], parts[1::2], strict=True))
+    assert told.keys() == OBJECTS.keys()
+    for title, functions in OBJECTS.items():
+        members = [name for function, body in bodies if function in functions for name in added(body)]
+        named = re.findall(r"\w+", " ".join(re.findall(r"^\.Va (.*)$", told[title], re.MULTILINE)))
+        assert Counter(named) == Counter(members) and members, title
+    counted = [function for functions in OBJECTS.values() for function in functions]
+    assert {function for function, body in bodies if added(body)} == set(counted)
 
 
 def test_the_page_names_every_metric_and_its_labels_and_no_other():
