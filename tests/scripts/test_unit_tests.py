@@ -1,6 +1,9 @@
 """How unit tests are run: each in a process of its own, and whatever way a bad one ends, it is named and counted."""
+import contextlib
+import os
 import re
 import subprocess
+import time
 from pathlib import Path
 
 import pytest
@@ -9,13 +12,21 @@ TOP = Path(__file__).resolve().parents[2]
 EXAMPLES = TOP / "build/debug/bin/each-alone-examples"
 UNIT_TESTS = TOP / "scripts/unit-tests"
 LIMIT_SECONDS = 100
-SLEEPER = ["sleep", "86397"]
+MARK = f"KOLT_UNIT_TESTS_OF={os.getpid()}"  # in the environment of whatever is started here
 
 
 @pytest.fixture(scope="module")
-def examples() -> subprocess.CompletedProcess:
-    return subprocess.run([EXAMPLES, "--each-alone=4", "--at-most=5"], capture_output=True, text=True, timeout=LIMIT_SECONDS,
-                          env={"ASAN_OPTIONS": "symbolize=0"})  # takes seconds
+def program() -> Path:
+    if not EXAMPLES.exists():
+        pytest.fail(f"{EXAMPLES.relative_to(TOP)} is missing: build the debug preset", pytrace=False)
+    return EXAMPLES
+
+
+@pytest.fixture(scope="module")
+def examples(program) -> subprocess.CompletedProcess:
+    name, _, value = MARK.partition("=")
+    return subprocess.run([program, "--each-alone=4", "--at-most=5"], capture_output=True, text=True, timeout=LIMIT_SECONDS,
+                          env={"ASAN_OPTIONS": "symbolize=0", name: value})  # takes seconds
 
 
 @pytest.fixture(scope="module")
@@ -54,13 +65,23 @@ def test_a_test_that_ends_badly_is_named_with_all_that_it_wrote(told, name, verd
     assert shown in told[name][1]
 
 
+def left_behind() -> list[str]:
+    found = []
+    for path in Path("/proc").glob("[0-9]*/environ"):
+        with contextlib.suppress(OSError):  # it has ended
+            found += [path.parent.name] * (MARK.encode() in path.read_bytes().split(b"\0"))
+    return found
+
+
 def test_what_a_test_started_is_ended_with_it(examples):
-    lines = (path.read_bytes().decode().split("\0")[:-1] for path in Path("/proc").glob("[0-9]*/cmdline") if path.exists())
-    assert SLEEPER not in lines
+    deadline = time.monotonic() + 10  # a process that was killed is there for a moment still
+    while left_behind() and time.monotonic() < deadline:
+        time.sleep(0.05)
+    assert left_behind() == []
 
 
-def test_one_test_is_run_by_its_name():
-    done = subprocess.run([EXAMPLES, "--gtest_filter=*.FailsAnExpectation"], capture_output=True, text=True)
+def test_one_test_is_run_by_its_name(program):
+    done = subprocess.run([program, "--gtest_filter=*.FailsAnExpectation"], capture_output=True, text=True)
     assert done.returncode == 1
     assert "1 FAILED TEST" in done.stdout and "Running 1 test " in done.stdout
 
