@@ -9,7 +9,6 @@ import pytest
 from check_tool import PROGRAM, SHIPPED, TOP, check, run
 
 SOUND = '{"enable": true, "bridges": {}, "param": {"period": 5}, "interfaces": {}}'
-DELIVERED = TOP / "build/release/bin/kolt-check"
 MISSPELT = SOUND.replace('"period": 5', '"period": 5,\n  "hightreshold": 1')
 
 
@@ -146,7 +145,7 @@ def test_large_file_is_read_in_moments(file: Path) -> None:
     assert run("-q", file).stdout.count("\n") == 1
 
 
-def test_the_program_needs_json_c_and_the_c_library_alone() -> None:
-    needed = subprocess.run(["objdump", "-p", DELIVERED], check=True, capture_output=True, text=True).stdout
+def test_the_program_needs_json_c_and_the_c_library_alone(delivered: Path) -> None:
+    needed = subprocess.run(["objdump", "-p", delivered / "kolt-check"], check=True, capture_output=True, text=True).stdout
     libraries = {line.split()[1].split(".so")[0] for line in needed.splitlines() if "NEEDED" in line}
     assert {name for name in libraries if not name.startswith("ld-")} <= {"libjson-c", "libc", "libm"}

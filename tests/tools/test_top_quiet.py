@@ -15,7 +15,6 @@ FORBIDDEN = {"socket", "bind", "connect", "send", "sendto", "sendmsg", "setsocko
              "truncate", "ftruncate", "kill", "system", "vsyslog", "openlog"}
 CALLS = re.compile(rb"bridge([A-Z]\w+)")  # by which alone it could find them in the library
 PERIODS = 5
-DELIVERED = top_node.TOP / "build/release/bin/kolt-top"
 
 
 def test_it_makes_reading_calls_alone(node):
@@ -30,11 +29,12 @@ def test_it_makes_reading_calls_alone(node):
         assert not node.log(begin) and not node.requests
 
 
-def test_the_program_holds_no_call_that_writes():
-    listing = subprocess.run(["nm", "-D", "--undefined-only", DELIVERED], check=True, capture_output=True, text=True)
+def test_the_program_holds_no_call_that_writes(delivered):
+    delivered_program = delivered / "kolt-top"
+    listing = subprocess.run(["nm", "-D", "--undefined-only", delivered_program], check=True, capture_output=True, text=True)
     imported = {line.split()[-1].split("@")[0] for line in listing.stdout.splitlines()}
     assert "poll" in imported and not imported & FORBIDDEN
-    assert set(CALLS.findall(DELIVERED.read_bytes())) == {b"AllocTableBuf", b"FreeTableBuf", b"TableAction"}
+    assert set(CALLS.findall(delivered_program.read_bytes())) == {b"AllocTableBuf", b"FreeTableBuf", b"TableAction"}
 
 
 def story(beside: bool) -> tuple[list[str], list[tuple]]:
