@@ -1,7 +1,8 @@
 """The second half of the demonstration: the daemon measures the backhaul paths and places clients and streams on them."""
 import re
+import signal
 
-from kolt_node import Node, hd_entry, sample
+from kolt_node import LogRecord, Mark, Node, hd_entry, sample
 from kolt_node.messages import ha_entry, mac_bytes
 
 LEGEND = """
@@ -15,8 +16,10 @@ LEGEND = """
   client     here a device beyond the backhaul; an HD entry pins it to a path, by which new streams to it leave
   stream     the packets of one connection; an HA entry says by which path they leave"""
 CALM_PROCESSOR = "cpu  0 0 0 1000 0 0 0 0 0 0\n"
+FORWARDING_TABLE = 2
 PATH_LINE = re.compile(r"path: (\S+), util: (\d+),.* quota: (\d+),.* processed_rate: (\d+)")
 KIB = 1024
+LIMIT_SECONDS = 20
 
 
 class Tables:
@@ -61,19 +64,37 @@ def set_utilisation(node: Node, busy: int) -> None:
         node.set_driver_files(radio, link, [station], util)
 
 
+def paths_of_a_period(node: Node, mark: Mark) -> list[LogRecord]:
+    """What was said of each path in the first period since the mark; nothing before all was said."""
+    records = node.log(mark, function="path_selection_init_path_quota")
+    return records[:len(sample.UPLINKS)] if len(records) >= len(sample.UPLINKS) else []
+
+
+def first_period(calls: list[dict]) -> list[dict]:
+    """A period begins with the forwarding table; on a busy machine another one may have begun already."""
+    begins = [at for at, entry in enumerate(calls)
+              if entry["call"] == "bridgeTableAction" and entry["args"]["code"] == FORWARDING_TABLE]
+    return calls[:begins[1]] if len(begins) > 1 else calls
+
+
 def show_period(node: Node, tables: Tables, title: str) -> None:
-    """Waits for the next whole period and prints what the daemon measured, decided and placed."""
+    """
+    Waits for the next whole period and prints what the daemon measured, decided and placed. It stands still afterwards,
+    while what it reads is changed.
+    """
     mark = node.mark()
-    node.wait_for(lambda: len(node.log(mark, function="path_selection_init_path_quota")) >= len(sample.UPLINKS), 5,
-                  "a period")
+    node.signal(node.daemon, signal.SIGCONT)
+    measured = node.wait_for(lambda: paths_of_a_period(node, mark), LIMIT_SECONDS, "a period")
     node.wait_idle()
+    node.signal(node.daemon, signal.SIGSTOP)
+    node.drain()
     print(f"\n=== {title}\n")
     print("  path      PHY rate  busy   quota")
-    for record in node.log(mark, function="path_selection_init_path_quota"):
+    for record in measured:
         if found := PATH_LINE.match(record.text):
             name, util, quota, rate = found.groups()
             print(f"  {name:8}  {rate:>8}  {util:>3} %  {int(quota) / 100:5.1f} %")
-    told = tables.follow(node.journal(mark))
+    told = tables.follow(first_period(node.journal(mark)))
     print("\n" + "\n".join(f"  {line}" for line in told or ["nothing moves"]))
 
 
@@ -91,3 +112,4 @@ def story(node: Node, indexes: dict[str, int]) -> None:
     show_period(node, tables, "It stays busy. Now the streams leave the hot path, one a client and period at the most")
     set_utilisation(node, 35)
     show_period(node, tables, "The channel has recovered")
+    node.signal(node.daemon, signal.SIGCONT)
