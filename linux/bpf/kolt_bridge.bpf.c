@@ -123,7 +123,7 @@ static __always_inline void note_source(const __u8 *src, __u32 word) {
     if (!placed || ((port_word(*placed) ^ word) & KOLT_PORT_GROUP_MASK) == 0)
         return;
     if (bpf_map_delete_elem(&hd, &key) == 0)
-        bpf_map_push_elem(&roamed, &key, BPF_EXIST); // over the oldest when nobody takes them
+        bpf_map_push_elem(&roamed, &key, BPF_EXIST); // has a place for each
 }
 
 static __always_inline void count(__u64 *packets, __u64 *bytes, struct wire_size size) {

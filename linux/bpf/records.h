@@ -13,7 +13,7 @@ enum {
     KOLT_MAX_PORTS = 4096, // an interface index from here on cannot be a port
     KOLT_MAX_HD = 4096,
     KOLT_MAX_STREAMS = 16384,
-    KOLT_MAX_ROAMED = 256,
+    KOLT_MAX_ROAMED = KOLT_MAX_HD, // so that none is lost, however many speak elsewhere at once
 };
 
 // `ports`, by interface index. What counts is one 32-bit word, so that a program never sees half of a change on any

@@ -171,7 +171,9 @@ void clients_place(bridge_node *node) {
 
 void clients_take_roamed(bridged *self) {
     fdb_mac mac{};
-    for (int i = 0; i < KOLT_MAX_ROAMED && self->programs.roamed_take(mac.data()); i++) {
+    for (size_t i = 0; i < CLIENTS_ROAMED_A_TURN && self->programs.roamed_take(mac.data()); i++) {
+        if (self->programs.hd_find(mac.data()) != 0)
+            continue; // it was placed anew since
         for (uint32_t j = 0; j < self->bridge_count; j++)
             (void)clients_remove(&self->bridges[j], mac.data()); // it was placed on one of them at most
     }

@@ -23,7 +23,9 @@ void clients_move_off(bridge_node *node, uint32_t ifindex, uint32_t backup);
 // Clients whose wished port is open again go back to it.
 void clients_place(bridge_node *node);
 
-// Takes back the places of clients that have spoken from elsewhere, as the programs have noted.
+// Takes back the places of clients that have spoken from elsewhere, as the programs have noted; the rest is left for
+// the next turn.
+constexpr size_t CLIENTS_ROAMED_A_TURN = 256;
 void clients_take_roamed(bridged *self);
 
 // This node hangs on another parent, or on none: where its clients were says nothing any more. Those behind it are

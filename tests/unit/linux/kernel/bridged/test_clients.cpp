@@ -18,6 +18,12 @@ protected:
     int remove(const mac_address &mac = CLIENT) {
         return clients_remove(&life_.node(), mac.data());
     }
+    static mac_address numbered(size_t number) {
+        mac_address mac = CLIENT;
+        mac[3] = static_cast<uint8_t>(number >> 8);
+        mac[4] = static_cast<uint8_t>(number);
+        return mac;
+    }
     // Where both tables have the client; they must agree.
     uint32_t place(const mac_address &mac = CLIENT) {
         const fdb_record entry = life_.entry(mac);
@@ -132,6 +138,31 @@ TEST_F(clients_test, ThatSpeakFromElsewhereLoseTheirPlace) {
     EXPECT_FALSE(life_.entry(CLIENT).is_static);
 }
 
+TEST_F(clients_test, ThatArePlacedAnewAfterTheySpokeFromElsewhereStayThere) {
+    join();
+    ASSERT_EQ(add("p1"), 0);
+    wires_.end(CHILD_LINK).send(ethernet_frame(BROADCAST, CLIENT, 0x9000));
+    ASSERT_TRUE(comes_true([&] { return life_->programs.hd_find(CLIENT.data()) == 0; }));
+    ASSERT_EQ(add("p0"), 0);
+    clients_take_roamed(life_.get());
+    EXPECT_EQ(place(), port(SLOW_LINK));
+}
+
+TEST_F(clients_test, ThatSpeakFromElsewhereAllAtOnceAllLoseTheirPlace) {
+    constexpr size_t MANY = 600;
+    join();
+    for (size_t i = 0; i < MANY; i++)
+        ASSERT_EQ(add("p1", numbered(i)), 0);
+    for (size_t i = 0; i < MANY; i++)
+        wires_.end(CHILD_LINK).send(ethernet_frame(BROADCAST, numbered(i), 0x9000));
+    ASSERT_TRUE(comes_true([&] { return life_->programs.hd_read({}) == 0; }));
+    for (size_t taken = 0; taken < MANY; taken += CLIENTS_ROAMED_A_TURN)
+        clients_take_roamed(life_.get());
+    EXPECT_EQ(life_.node().client_count, 0U);
+    for (size_t i = 0; i < MANY; i++)
+        ASSERT_EQ(place(numbered(i)), 0U) << i;
+}
+
 TEST_F(clients_test, ThatSpeakOnTheOtherLinkOfTheirBundleKeepTheirs) {
     join();
     ASSERT_EQ(add("p0"), 0);
@@ -143,12 +174,9 @@ TEST_F(clients_test, ThatSpeakOnTheOtherLinkOfTheirBundleKeepTheirs) {
 
 TEST_F(clients_test, BeyondTheTableAreRefused) {
     join();
-    mac_address mac = CLIENT;
-    for (size_t i = 0; i < MAX_CLIENTS; i++) {
-        mac[3] = static_cast<uint8_t>(i >> 8);
-        mac[4] = static_cast<uint8_t>(i);
-        ASSERT_EQ(add("p1", mac), 0);
-    }
+    for (size_t i = 0; i < MAX_CLIENTS; i++)
+        ASSERT_EQ(add("p1", numbered(i)), 0);
+    const mac_address mac = numbered(0);
     EXPECT_EQ(add("p1", SERVER), ENOSPC);
     EXPECT_EQ(life_.entry(SERVER).port, 0U);
     EXPECT_EQ(add("p0", mac), 0) << "one that is in it may move";
