@@ -45,14 +45,18 @@ class placing {
 public:
     explicit placing(bridge_node *node) : node_(node) {}
 
+    // In no place after all when the programs' table has none left.
     void place(placed_client *client, uint32_t ifindex) {
+        if (ifindex != 0 && !node_->owner->programs.hd_set(client->mac.data(), ifindex)) {
+            full_ = true;
+            ifindex = 0;
+        }
         client->placed = ifindex;
         if (ifindex == 0) {
             gone_[gone_count_++] = {client->mac, 0};
             (void)node_->owner->programs.hd_remove(client->mac.data());
             return;
         }
-        (void)node_->owner->programs.hd_set(client->mac.data(), ifindex);
         pinned_[pinned_count_++] = {client->mac, ifindex};
     }
 
@@ -65,7 +69,7 @@ public:
                 gone_[i].port = record.port;
         }
         (void)fdb_remove(node_->owner->rtnl, {gone_.data(), gone_count_}); // an entry that is not there is fine
-        return pinned;
+        return pinned != 0 ? pinned : full_ ? ENOSPC : 0;
     }
 
 private:
@@ -74,7 +78,14 @@ private:
     std::array<fdb_place, MAX_CLIENTS> gone_;
     size_t pinned_count_ = 0;
     size_t gone_count_ = 0;
+    bool full_ = false;
 };
+
+void tell_failed(const bridge_node *node, int error) {
+    if (error != 0)
+        KOLT_ERROR_AS("clients_place", "%s: cannot place its clients: %s", node->name,
+                      error == ENOSPC ? strerror(error) : node->owner->rtnl.last_error().text.data());
+}
 
 } // namespace
 
@@ -122,8 +133,7 @@ void clients_pin(bridge_node *node) {
         if (node->clients[i].placed != 0)
             work.place(&node->clients[i], node->clients[i].placed);
     }
-    if (work.finish() != 0)
-        KOLT_ERROR("%s: cannot place its clients: %s", node->name, node->owner->rtnl.last_error().text.data());
+    tell_failed(node, work.finish());
 }
 
 bool clients_know(const bridge_node &node, const uint8_t *mac) {
@@ -165,8 +175,7 @@ void clients_place(bridge_node *node) {
         if (client.placed != client.wished && is_open_port(node, client.wished))
             work.place(&client, client.wished);
     }
-    if (work.finish() != 0)
-        KOLT_ERROR("%s: cannot place its clients: %s", node->name, node->owner->rtnl.last_error().text.data());
+    tell_failed(node, work.finish());
 }
 
 void clients_take_roamed(bridged *self) {

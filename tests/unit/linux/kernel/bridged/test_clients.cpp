@@ -172,6 +172,25 @@ TEST_F(clients_test, ThatSpeakOnTheOtherLinkOfTheirBundleKeepTheirs) {
     EXPECT_EQ(place(), port(SLOW_LINK));
 }
 
+// The programs' table is one for all bridges.
+TEST_F(clients_test, WithoutARoomInTheProgramsTableAreNotPlaced) {
+    join();
+    ASSERT_EQ(add("p0", SECOND), 0);
+    const auto other = [](size_t number) {
+        return mac_address{0x0e, 0, 0, static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number), 1};
+    };
+    size_t others = 0;
+    while (life_->programs.hd_set(other(others).data(), port(SLOW_LINK)))
+        others++;
+    EXPECT_EQ(add("p1"), ENOSPC);
+    EXPECT_EQ(place(), 0U);
+    EXPECT_EQ(add("p1", SECOND), 0) << "one that is in it may move";
+    EXPECT_EQ(place(SECOND), port(FAST_LINK));
+    ASSERT_TRUE(life_->programs.hd_remove(other(0).data()));
+    EXPECT_EQ(add("p1"), 0);
+    EXPECT_EQ(place(), port(FAST_LINK));
+}
+
 TEST_F(clients_test, BeyondTheTableAreRefused) {
     join();
     for (size_t i = 0; i < MAX_CLIENTS; i++)
