@@ -10,6 +10,9 @@
 
 namespace {
 
+constexpr uint32_t CLIENT_UNUSED_TICKS = 3000; // of 1/100 s: when its streams are forgotten, too
+constexpr uint64_t LOOK_FOR_ROOM_MS = 1000;
+
 // Frames for this node itself must not be sent away.
 bool is_own(const bridge_node *node, const uint8_t *mac) {
     fdb_mac address;
@@ -29,6 +32,10 @@ placed_client *find(bridge_node *node, const uint8_t *mac) {
             return &node->clients[i];
     }
     return nullptr;
+}
+
+void forget(bridge_node *node, placed_client *client) {
+    *client = node->clients[--node->client_count];
 }
 
 placed_client *add(bridge_node *node, const uint8_t *mac) {
@@ -87,6 +94,38 @@ void tell_failed(const bridge_node *node, int error) {
                       error == ENOSPC ? strerror(error) : node->owner->rtnl.last_error().text.data());
 }
 
+// The client without a frame for the longest time, if that is long enough; null when there is none.
+placed_client *longest_unused(bridge_node *node) {
+    placed_client *longest = nullptr;
+    uint32_t ticks = CLIENT_UNUSED_TICKS - 1;
+    const int error = fdb_dump(node->owner->rtnl, node->ifindex, [&](const fdb_record &entry) {
+        if (!entry.sticky || entry.idle_ticks <= ticks)
+            return;
+        if (placed_client *client = find(node, entry.mac.data()); client != nullptr) {
+            longest = client;
+            ticks = entry.idle_ticks;
+        }
+    });
+    return error == 0 ? longest : nullptr;
+}
+
+// Entries that are pinned do not age, and whoever has placed a client does not take it back by itself. One that is of
+// no use now gives its place up.
+void make_room(bridge_node *node) {
+    const auto end = node->clients.begin() + static_cast<ptrdiff_t>(node->client_count);
+    const auto nowhere =
+        std::find_if(node->clients.begin(), end, [](const placed_client &client) { return client.placed == 0; });
+    if (nowhere != end)
+        return forget(node, &*nowhere);
+    const uint64_t now = node_now();
+    if (now < node->full_until_ms)
+        return;
+    if (placed_client *client = longest_unused(node); client != nullptr)
+        (void)clients_remove(node, fdb_mac(client->mac).data());
+    else
+        node->full_until_ms = now + LOOK_FOR_ROOM_MS;
+}
+
 } // namespace
 
 int clients_add(bridge_node *node, const uint8_t *mac, const uint8_t *second_mac, const char *ifname) {
@@ -96,6 +135,8 @@ int clients_add(bridge_node *node, const uint8_t *mac, const uint8_t *second_mac
     if ((mac[0] & 1) != 0 || is_own(node, mac))
         return EINVAL;
     placed_client *client = find(node, mac);
+    if (client == nullptr && node->client_count == MAX_CLIENTS)
+        make_room(node);
     if (client == nullptr)
         client = add(node, mac);
     if (client == nullptr)
@@ -147,7 +188,7 @@ int clients_remove(bridge_node *node, const uint8_t *mac) {
         return ENOENT;
     placing work(node);
     work.place(client, 0);
-    *client = node->clients[--node->client_count];
+    forget(node, client);
     return work.finish();
 }
 

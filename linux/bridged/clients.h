@@ -3,7 +3,8 @@
 
 #include "bridged/node.h"
 
-// Places a client on a port, for as long as that is one of this bridge; 0, or an errno.
+// Places a client on a port, for as long as that is one of this bridge; 0, or an errno. Without room for one more, the
+// one that is placed nowhere or has been without a frame for the longest time makes it; ENOSPC when all are in use.
 [[nodiscard]] int clients_add(bridge_node *node, const uint8_t *mac, const uint8_t *second_mac, const char *ifname);
 
 // A client that the process before has placed on a port: it is known again. Then clients_pin makes the bridge's entries

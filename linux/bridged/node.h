@@ -74,6 +74,7 @@ struct bridge_node {
     std::array<node_port, MAX_NODE_PORTS> ports;
     std::array<placed_client, MAX_CLIENTS> clients{};
     size_t client_count = 0;
+    uint64_t full_until_ms = 0; // no client gives its place up before
 };
 
 // What the loop calls back. It tells who is meant by an address of its own, for which it is plain enough.

@@ -15,14 +15,12 @@ void put_mac(rtnl_message &message, const fdb_mac &mac) {
     mnl_attr_put(message.header, NDA_LLADDR, mac.size(), mac.data());
 }
 
-// How long ago the MAC was heard, of an entry that ages.
-uint32_t age_of(const nlattr *attribute) {
+nda_cacheinfo times_of(const nlattr *attribute) {
     const std::span<const uint8_t> bytes = attribute_bytes(attribute);
     nda_cacheinfo times{};
-    if (bytes.size() < sizeof times)
-        return 0;
-    memcpy(&times, bytes.data(), sizeof times);
-    return times.ndm_updated;
+    if (bytes.size() >= sizeof times)
+        memcpy(&times, bytes.data(), sizeof times);
+    return times;
 }
 
 struct change {
@@ -75,7 +73,9 @@ bool fdb_parse(const nlmsghdr &message, fdb_record *record) {
     record->sticky = (head->ndm_flags & NTF_STICKY) != 0;
     record->external = (head->ndm_flags & NTF_EXT_LEARNED) != 0;
     record->removed = message.nlmsg_type == RTM_DELNEIGH;
-    record->age_ticks = record->is_static ? 0 : age_of(attributes[NDA_CACHEINFO]);
+    const nda_cacheinfo times = times_of(attributes[NDA_CACHEINFO]);
+    record->age_ticks = record->is_static ? 0 : times.ndm_updated;
+    record->idle_ticks = std::min(times.ndm_updated, times.ndm_used);
     return true;
 }
 

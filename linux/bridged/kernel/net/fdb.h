@@ -13,15 +13,16 @@ using fdb_mac = std::array<uint8_t, KOLT_MAC_SIZE>;
 
 struct fdb_record {
     fdb_mac mac{};
-    uint16_t vlan = 0;      // 0 where the bridge does not tell VLANs apart
-    uint32_t port = 0;      // interface index; the bridge's own for an address of the bridge that is on no port
-    uint32_t bridge = 0;    // interface index
-    uint32_t age_ticks = 0; // of 1/100 s since the MAC was last heard as a source; 0 for what does not age
-    bool is_local = false;  // an address of the bridge or of a port: frames to it are this node's
-    bool is_static = false; // does not age
-    bool sticky = false;    // does not move when the MAC is heard elsewhere
-    bool external = false;  // set by somebody who learns in the bridge's place, a switch chip for instance
-    bool removed = false;   // told by the monitor: the entry is gone
+    uint16_t vlan = 0;       // 0 where the bridge does not tell VLANs apart
+    uint32_t port = 0;       // interface index; the bridge's own for an address of the bridge that is on no port
+    uint32_t bridge = 0;     // interface index
+    uint32_t age_ticks = 0;  // of 1/100 s since the MAC was last heard as a source; 0 for what does not age
+    uint32_t idle_ticks = 0; // the same since a frame came from the MAC or was sent to it; of what does not age too
+    bool is_local = false;   // an address of the bridge or of a port: frames to it are this node's
+    bool is_static = false;  // does not age
+    bool sticky = false;     // does not move when the MAC is heard elsewhere
+    bool external = false;   // set by somebody who learns in the bridge's place, a switch chip for instance
+    bool removed = false;    // told by the monitor: the entry is gone
 };
 
 // One MAC and the port where it is to be, or is no longer to be.

@@ -7,6 +7,31 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <map>
+
+using each_entry = callback_ref<void(const fdb_record &)>;
+
+// The kernel's table, in which no entry gets old within a test.
+int aged_fdb_dump(rtnl_socket &rtnl, uint32_t bridge,
+                  each_entry each) asm("__wrap__Z8fdb_dumpR11rtnl_socketj12callback_refIFvRK10fdb_recordEE");
+int real_fdb_dump(rtnl_socket &rtnl, uint32_t bridge,
+                  each_entry each) asm("__real__Z8fdb_dumpR11rtnl_socketj12callback_refIFvRK10fdb_recordEE");
+
+namespace {
+std::map<mac_address, uint32_t> more_idle_ticks;
+size_t fdb_dumps = 0;
+} // namespace
+
+int aged_fdb_dump(rtnl_socket &rtnl, uint32_t bridge, each_entry each) {
+    fdb_dumps++;
+    const auto age = [&](const fdb_record &entry) {
+        fdb_record aged = entry;
+        if (const auto more = more_idle_ticks.find(entry.mac); more != more_idle_ticks.end())
+            aged.idle_ticks += more->second;
+        each(aged);
+    };
+    return real_fdb_dump(rtnl, bridge, age);
+}
 
 namespace {
 
@@ -23,6 +48,10 @@ protected:
         mac[3] = static_cast<uint8_t>(number >> 8);
         mac[4] = static_cast<uint8_t>(number);
         return mac;
+    }
+    void fill() {
+        for (size_t i = 0; i < MAX_CLIENTS; i++)
+            ASSERT_EQ(add("p1", numbered(i)), 0);
     }
     // Where both tables have the client; they must agree.
     uint32_t place(const mac_address &mac = CLIENT) {
@@ -191,10 +220,49 @@ TEST_F(clients_test, WithoutARoomInTheProgramsTableAreNotPlaced) {
     EXPECT_EQ(place(), port(FAST_LINK));
 }
 
-TEST_F(clients_test, BeyondTheTableAreRefused) {
+TEST_F(clients_test, ThatArePlacedNowhereMakeRoomFirst) {
     join();
-    for (size_t i = 0; i < MAX_CLIENTS; i++)
-        ASSERT_EQ(add("p1", numbered(i)), 0);
+    fill();
+    ASSERT_EQ(add("p0", numbered(7)), 0);
+    clients_move_off(&life_.node(), port(SLOW_LINK), 0);
+    more_idle_ticks[numbered(8)] = 100000;
+    EXPECT_EQ(add("p1", SERVER), 0);
+    EXPECT_EQ(place(SERVER), port(FAST_LINK));
+    EXPECT_FALSE(clients_know(life_.node(), numbered(7).data()));
+    EXPECT_EQ(place(numbered(8)), port(FAST_LINK));
+}
+
+TEST_F(clients_test, ThatAreUnusedForTheLongestTimeMakeRoom) {
+    join();
+    fill();
+    more_idle_ticks[numbered(7)] = 3000;
+    more_idle_ticks[numbered(8)] = 5000;
+    more_idle_ticks[numbered(9)] = 4000;
+    EXPECT_EQ(add("p1", SERVER), 0);
+    EXPECT_EQ(place(SERVER), port(FAST_LINK));
+    EXPECT_FALSE(clients_know(life_.node(), numbered(8).data()));
+    EXPECT_EQ(place(numbered(8)), 0U);
+    EXPECT_EQ(add("p1", SECOND), 0);
+    EXPECT_EQ(place(numbered(9)), 0U);
+    EXPECT_EQ(life_.node().client_count, MAX_CLIENTS);
+}
+
+TEST_F(clients_test, InUseAreNotLookedThroughForEachThatIsRefused) {
+    join();
+    fill();
+    more_idle_ticks[numbered(7)] = 1000; // and not twenty seconds more since
+    fdb_dumps = 0;
+    EXPECT_EQ(add("p1", SERVER), ENOSPC);
+    EXPECT_EQ(add("p1", SECOND), ENOSPC);
+    EXPECT_EQ(fdb_dumps, 1U);
+    more_idle_ticks[numbered(7)] = 3000;
+    life_.node().full_until_ms = 0; // a second later
+    EXPECT_EQ(add("p1", SERVER), 0);
+}
+
+TEST_F(clients_test, BeyondTheTableAreRefusedWhileAllAreInUse) {
+    join();
+    fill();
     const mac_address mac = numbered(0);
     EXPECT_EQ(add("p1", SERVER), ENOSPC);
     EXPECT_EQ(life_.entry(SERVER).port, 0U);

@@ -205,6 +205,22 @@ TEST_F(fdb_test, a_pinned_address_stays_when_it_is_heard_elsewhere) {
     EXPECT_EQ(record.age_ticks, 0U);
 }
 
+TEST_F(fdb_test, a_pinned_address_is_idle_until_a_frame_comes_from_it_or_goes_to_it) {
+    EXPECT_EQ(pin(CLIENT, first_.near()), 0);
+    const std::function<void()> frames[] = {
+        [&] { hear(first_, CLIENT); },
+        [&] { second_.send(ethernet_frame(CLIENT, SECOND_CLIENT, 0x1234)); },
+    };
+    for (const auto &frame : frames) {
+        std::this_thread::sleep_for(200ms);
+        const uint32_t idle = find(CLIENT).idle_ticks;
+        EXPECT_GE(idle, 19U);
+        EXPECT_LE(idle, 2000U);
+        frame();
+        EXPECT_LT(find(CLIENT).idle_ticks, idle);
+    }
+}
+
 TEST_F(fdb_test, frames_to_a_pinned_address_leave_by_its_port_alone) {
     EXPECT_EQ(pin(CLIENT, first_.near()), 0);
     second_.send(ethernet_frame(CLIENT, SECOND_CLIENT, 0x1234));
