@@ -23,8 +23,8 @@ struct {
 } ports SEC(".maps");
 
 struct {
-    __uint(type, BPF_MAP_TYPE_ARRAY);
-    __uint(max_entries, KOLT_MAX_PORTS);
+    __uint(type, BPF_MAP_TYPE_HASH);
+    __uint(max_entries, KOLT_MAX_LINKS);
     __type(key, __u32);
     __type(value, struct kolt_port_identity);
 } identities SEC(".maps");

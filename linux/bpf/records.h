@@ -10,7 +10,8 @@
 enum { KOLT_LAYOUT_VERSION = 1 };
 
 enum {
-    KOLT_MAX_PORTS = 4096, // an interface index from here on cannot be a port
+    KOLT_MAX_PORTS = 65536, // an interface index from here on cannot be a port
+    KOLT_MAX_LINKS = 256,   // with an identity
     KOLT_MAX_HD = 4096,
     KOLT_MAX_STREAMS = 16384,
     KOLT_MAX_ROAMED = KOLT_MAX_HD, // so that none is lost, however many speak elsewhere at once

@@ -1,7 +1,12 @@
-// The words of the ports and the HD table of kolt_programs.
+// The words and identities of the ports and the HD table of kolt_programs.
 #include "kernel/programs.h"
 
+#include <cerrno>
 #include <cstring>
+#include <net/if.h>
+#include <unistd.h>
+
+#include <sys/mman.h>
 
 #include <bpf/bpf.h>
 
@@ -13,18 +18,28 @@ kolt_hd_key key_of(const uint8_t *mac) {
     return key;
 }
 
-// Calls `see` for each entry with its key and interface. An entry is not missed when `see` removes or changes it.
-template <class See> void walk(int map, See see) {
-    kolt_hd_key key{};
-    kolt_hd_key next{};
-    uint32_t ifindex = 0;
+// Calls `see` for each of at most `room` entries with its key and value. An entry is not missed when `see` removes or
+// changes it.
+template <class Key, class Value, class See> void walk(int map, size_t room, See see) {
+    Key key{};
+    Key next{};
+    Value value{};
     bool more = bpf_map_get_next_key(map, nullptr, &key) == 0;
-    for (size_t seen = 0; more && seen < KOLT_MAX_HD; seen++) {
+    for (size_t seen = 0; more && seen < room; seen++) {
         more = bpf_map_get_next_key(map, &key, &next) == 0;
-        if (bpf_map_lookup_elem(map, &key, &ifindex) == 0)
-            see(key, ifindex);
+        if (bpf_map_lookup_elem(map, &key, &value) == 0)
+            see(key, value);
         key = next;
     }
+}
+
+// Of the HD table, with the client and the interface.
+template <class See> void walk_clients(int map, See see) {
+    walk<kolt_hd_key, uint32_t>(map, KOLT_MAX_HD, see);
+}
+
+size_t page_size() {
+    return static_cast<size_t>(sysconf(_SC_PAGESIZE));
 }
 
 } // namespace
@@ -45,32 +60,68 @@ kolt_port kolt_port_of_word(uint32_t word) {
             .class_ = static_cast<uint8_t>(word >> KOLT_PORT_CLASS_SHIFT & KOLT_PORT_CLASS_MASK)};
 }
 
+kolt_programs::~kolt_programs() {
+    for (void *page : port_pages_) {
+        if (page != nullptr)
+            munmap(page, page_size());
+    }
+}
+
+kolt_port_entry *kolt_programs::entry(uint32_t ifindex) const {
+    errno = ERANGE;
+    if (ifindex == 0 || ifindex >= KOLT_MAX_PORTS)
+        return nullptr;
+    const size_t size = page_size();
+    const size_t offset = ifindex * sizeof(kolt_port_entry);
+    void *&page = port_pages_[offset / size];
+    if (page == nullptr) {
+        const auto start = static_cast<off_t>(offset - offset % size);
+        void *memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, map(KOLT_MAP_PORTS), start);
+        if (memory == MAP_FAILED)
+            return nullptr;
+        page = memory;
+    }
+    return static_cast<kolt_port_entry *>(page) + offset % size / sizeof(kolt_port_entry);
+}
+
 bool kolt_programs::set_port(uint32_t ifindex, const kolt_port &port) {
-    if (ports_ == nullptr || ifindex == 0 || ifindex >= KOLT_MAX_PORTS)
+    kolt_port_entry *place = entry(ifindex);
+    if (place == nullptr)
         return false;
-    __atomic_store_n(&ports_[ifindex].word, kolt_port_word(port), __ATOMIC_RELEASE);
+    __atomic_store_n(&place->word, kolt_port_word(port), __ATOMIC_RELEASE);
     return true;
 }
 
 kolt_port kolt_programs::port(uint32_t ifindex) const {
-    if (ports_ == nullptr || ifindex >= KOLT_MAX_PORTS)
-        return {};
-    return kolt_port_of_word(__atomic_load_n(&ports_[ifindex].word, __ATOMIC_ACQUIRE));
+    const kolt_port_entry *place = entry(ifindex);
+    return place == nullptr ? kolt_port{} : kolt_port_of_word(__atomic_load_n(&place->word, __ATOMIC_ACQUIRE));
 }
 
 uint32_t kolt_programs::foreign(uint32_t ifindex) const {
-    if (ports_ == nullptr || ifindex >= KOLT_MAX_PORTS)
-        return 0;
-    return __atomic_load_n(&ports_[ifindex].foreign, __ATOMIC_RELAXED);
+    const kolt_port_entry *place = entry(ifindex);
+    return place == nullptr ? 0 : __atomic_load_n(&place->foreign, __ATOMIC_RELAXED);
+}
+
+// Of interfaces that went while no process was there to see it.
+void kolt_programs::forget_identities_of_nobody() {
+    const int identities = map(KOLT_MAP_IDENTITIES);
+    walk<uint32_t, kolt_port_identity>(identities, KOLT_MAX_LINKS, [&](uint32_t ifindex, const kolt_port_identity &) {
+        char name[IF_NAMESIZE];
+        if (if_indextoname(ifindex, name) == nullptr)
+            (void)bpf_map_delete_elem(identities, &ifindex); // it is there
+    });
 }
 
 bool kolt_programs::set_identity(uint32_t ifindex, const kolt_port_identity *identity) {
-    kolt_port_identity value{};
-    if (identity != nullptr) {
-        value = *identity;
-        value.valid = 1;
-    }
-    return bpf_map_update_elem(map(KOLT_MAP_IDENTITIES), &ifindex, &value, BPF_ANY) == 0;
+    const int identities = map(KOLT_MAP_IDENTITIES);
+    if (identity == nullptr)
+        return bpf_map_delete_elem(identities, &ifindex) == 0 || errno == ENOENT;
+    kolt_port_identity value = *identity;
+    value.valid = 1;
+    if (bpf_map_update_elem(identities, &ifindex, &value, BPF_ANY) == 0)
+        return true;
+    forget_identities_of_nobody();
+    return bpf_map_update_elem(identities, &ifindex, &value, BPF_ANY) == 0;
 }
 
 bool kolt_programs::identified(uint32_t ifindex) const {
@@ -96,7 +147,7 @@ uint32_t kolt_programs::hd_find(const uint8_t *mac) const {
 
 size_t kolt_programs::hd_read(std::span<kolt_hd_entry> entries) const {
     size_t count = 0;
-    walk(map(KOLT_MAP_HD), [&](const kolt_hd_key &key, uint32_t ifindex) {
+    walk_clients(map(KOLT_MAP_HD), [&](const kolt_hd_key &key, uint32_t ifindex) {
         if (count < entries.size()) {
             memcpy(entries[count].mac.data(), key.mac, sizeof key.mac);
             entries[count].ifindex = ifindex;
@@ -108,7 +159,7 @@ size_t kolt_programs::hd_read(std::span<kolt_hd_entry> entries) const {
 
 size_t kolt_programs::hd_repoint(uint32_t from, uint32_t to) {
     size_t count = 0;
-    walk(map(KOLT_MAP_HD), [&](const kolt_hd_key &key, uint32_t ifindex) {
+    walk_clients(map(KOLT_MAP_HD), [&](const kolt_hd_key &key, uint32_t ifindex) {
         if (ifindex == from && bpf_map_update_elem(map(KOLT_MAP_HD), &key, &to, BPF_EXIST) == 0)
             count++;
     });
@@ -116,7 +167,7 @@ size_t kolt_programs::hd_repoint(uint32_t from, uint32_t to) {
 }
 
 void kolt_programs::hd_flush() {
-    walk(map(KOLT_MAP_HD), [this](const kolt_hd_key &key, uint32_t) {
+    walk_clients(map(KOLT_MAP_HD), [this](const kolt_hd_key &key, uint32_t) {
         (void)bpf_map_delete_elem(map(KOLT_MAP_HD), &key); // one that a program has removed meanwhile is fine
     });
 }

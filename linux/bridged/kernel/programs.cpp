@@ -8,8 +8,6 @@
 #include <fcntl.h>
 #include <iterator>
 
-#include <sys/mman.h>
-
 #include <bpf/bpf.h>
 #include <bpf/libbpf.h>
 
@@ -21,8 +19,6 @@ namespace {
 constexpr const char *MAP_NAMES[] = {"layout",       "ports",   "identities", "hd",
                                      "stream_slots", "streams", "free_slots", "roamed"};
 static_assert(std::size(MAP_NAMES) == KOLT_MAP_COUNT);
-
-constexpr size_t PORTS_BYTES = KOLT_MAX_PORTS * sizeof(kolt_port_entry);
 
 using bpf_object_owner = kolt_handle<bpf_object, bpf_object__close>;
 
@@ -112,11 +108,6 @@ void kolt_set_bpf_log(kolt_bpf_log log, void *context) {
     libbpf_set_print(take_line);
 }
 
-kolt_programs::~kolt_programs() {
-    if (ports_ != nullptr)
-        munmap(ports_, PORTS_BYTES);
-}
-
 kolt_opened kolt_programs::open(const char *pin_folder, kolt_reason *why) {
     libbpf_set_print(take_line);
     const bpf_object_owner object = open_object(why);
@@ -134,7 +125,7 @@ kolt_opened kolt_programs::open(const char *pin_folder, kolt_reason *why) {
         maps_[which] = keep(bpf_map__fd(bpf_object__find_map_by_name(object.get(), MAP_NAMES[which])));
         made_[which] = !pinned[which];
     }
-    if (!pin_made(pin_folder, why) || !map_ports(why))
+    if (!pin_made(pin_folder, why))
         return kolt_opened::FAILED;
     for (const auto direction : KOLT_DIRECTIONS) {
         const bpf_program *loaded = bpf_object__find_program_by_name(object.get(), kolt_program_name(direction));
@@ -155,14 +146,6 @@ bool kolt_programs::pin_made(const char *pin_folder, kolt_reason *why) {
     return true;
 }
 
-bool kolt_programs::map_ports(kolt_reason *why) {
-    void *memory = mmap(nullptr, PORTS_BYTES, PROT_READ | PROT_WRITE, MAP_SHARED, map(KOLT_MAP_PORTS), 0);
-    if (memory == MAP_FAILED)
-        return why->say(errno, "cannot map the table of ports");
-    ports_ = static_cast<kolt_port_entry *>(memory);
-    return true;
-}
-
 bool kolt_programs::unpin(const char *pin_folder, kolt_reason *why) {
     return pins_remove_all(pin_folder, why);
 }
@@ -171,6 +154,8 @@ bool kolt_programs::attach(uint32_t ifindex, kolt_reason *why, kolt_hooking hook
     if (ifindex == 0 || ifindex >= KOLT_MAX_PORTS)
         return why->say(ERANGE, "interface %u cannot be guarded: the table of ports ends at %d", ifindex,
                         KOLT_MAX_PORTS);
+    if (entry(ifindex) == nullptr) // its word could never be set
+        return why->say(errno, "cannot map the table of ports");
     const bool tcx = hooking == kolt_hooking::TCX || (hooking == kolt_hooking::BEST && tcx_available());
     bool were_there = false;
     if (!find(ifindex, &were_there, why))

@@ -59,6 +59,10 @@ enum class kolt_hooking : uint8_t { BEST, CLSACT, TCX };
 using kolt_bpf_log = void (*)(void *context, bool warning, const char *line);
 void kolt_set_bpf_log(kolt_bpf_log log, void *context);
 
+// At least that of any machine; all of the table in memory would be more than the rest of the process.
+constexpr size_t SMALLEST_PAGE = 4096;
+constexpr size_t MAX_PORT_PAGES = KOLT_MAX_PORTS * sizeof(kolt_port_entry) / SMALLEST_PAGE;
+
 class kolt_programs {
 public:
     kolt_programs() = default;
@@ -121,10 +125,12 @@ public:
 
 private:
     bool pin_made(const char *pin_folder, kolt_reason *why);
-    bool map_ports(kolt_reason *why);
+    // A port's place in the map's memory; null where there is none, with errno.
+    [[nodiscard]] kolt_port_entry *entry(uint32_t ifindex) const;
+    void forget_identities_of_nobody();
 
     std::array<unique_fd, KOLT_MAP_COUNT> maps_;
     std::array<bool, KOLT_MAP_COUNT> made_{};
     kolt_own_programs own_;
-    kolt_port_entry *ports_ = nullptr; // the map's memory
+    mutable std::array<void *, MAX_PORT_PAGES> port_pages_{}; // of the map's memory, each from when it is asked for
 };

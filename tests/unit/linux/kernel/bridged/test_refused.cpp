@@ -89,7 +89,7 @@ TEST_F(refused_bridge_test, IsKeptOnceItIsFit) {
 // A port that cannot be guarded: the programs' table ends before its number.
 class refused_test : public testing::Test {
 protected:
-    static constexpr uint32_t REFUSED = 5000;
+    static constexpr uint32_t REFUSED = 70000;
 
     refused_test() {
         make_wire("p4", "e4", 1500, REFUSED);
@@ -137,7 +137,7 @@ TEST_F(refused_test, TheBridgeKeepsItClosed) {
 
 TEST_F(refused_test, IsToldInOneLine) {
     settle(&life_->node());
-    EXPECT_THAT(logged_texts(), ElementsAre(StartsWith("Error: p4: refused: interface 5000 cannot be ")));
+    EXPECT_THAT(logged_texts(), ElementsAre(StartsWith("Error: p4: refused: interface 70000 cannot be ")));
 }
 
 TEST_F(refused_test, StaysClosedWhenItsCarrierComesBack) {

@@ -152,6 +152,21 @@ TEST_P(hooks_test, WhatCannotBeSeenIsNotTakenForNothing) {
     EXPECT_FALSE(guards());
 }
 
+TEST_P(hooks_test, AnInterfaceIsGuardedHoweverManyThereWereBefore) {
+    constexpr uint32_t LAST = 65535;
+    make_wire("p2", "e2", 1500, LAST);
+    bring_up("p2");
+    bring_up("e2");
+    ASSERT_TRUE(programs_.attach(LAST, &why_, GetParam())) << why_.text;
+    const wire_end near("p2");
+    const wire_end far("e2");
+    far.send(ethernet_frame(BROADCAST, SERVER, 0x9000));
+    ASSERT_TRUE(programs_.set_port(LAST, {.flags = KOLT_PORT_OPEN, .admits = 1}));
+    EXPECT_EQ(KOLT_PORT_OPEN, programs_.port(LAST).flags);
+    EXPECT_EQ(1U, programs_.foreign(LAST)) << "the frame before it was open";
+    EXPECT_EQ(kolt_port{}, programs_.port(one_)) << "which is on another page";
+}
+
 TEST_P(hooks_test, AnInterfaceBeyondTheTableIsRefused) {
     EXPECT_FALSE(programs_.attach(KOLT_MAX_PORTS, &why_, GetParam()));
     EXPECT_EQ(ERANGE, why_.error);

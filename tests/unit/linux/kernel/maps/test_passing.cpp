@@ -166,6 +166,16 @@ TEST_F(probe_test, PassesWhereThePortHasNoIdentity) {
     EXPECT_EQ(PASSED, arrive(probe(SERVER), two_));
 }
 
+// A process that dies leaves what it answers with.
+TEST_F(probe_test, IsEchoedThoughManyInterfacesWentUnseen) {
+    answer_at(two_);
+    for (uint32_t gone = 1000; gone < 1010 + KOLT_MAX_LINKS; gone++)
+        ASSERT_TRUE(programs_.set_identity(gone, &identity_)) << gone;
+    answer_at(one_);
+    EXPECT_EQ(REDIRECTED, arrive(probe(SERVER), one_));
+    EXPECT_EQ(REDIRECTED, arrive(probe(SERVER), two_));
+}
+
 TEST_F(probe_test, IsLeftAloneWhenItIsSomethingElse) {
     answer_at(one_);
     const probe_case cases[] = {

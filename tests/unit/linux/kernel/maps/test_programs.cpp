@@ -102,8 +102,8 @@ TEST_F(programs_test, TellPinsOfAnotherShapeApart) {
     } const cases[] = {
         {"ports", BPF_MAP_TYPE_HASH, 8, KOLT_MAX_PORTS, "ports is of another version: its type is 1, not 2"},
         {"hd", BPF_MAP_TYPE_HASH, 4, KOLT_MAX_HD, "hd is of another version: its key size is 4, not 8"},
-        {"identities", BPF_MAP_TYPE_ARRAY, 8, KOLT_MAX_PORTS, "its value size is 8, not 16"},
-        {"identities", BPF_MAP_TYPE_ARRAY, 16, 64, "its size is 64, not 4096"},
+        {"identities", BPF_MAP_TYPE_HASH, 8, KOLT_MAX_LINKS, "its value size is 8, not 16"},
+        {"identities", BPF_MAP_TYPE_HASH, 16, 64, "its size is 64, not 256"},
         {"ports", BPF_MAP_TYPE_ARRAY, 8, KOLT_MAX_PORTS, "its flags is 0, not 1024"},
     };
     for (const auto &row : cases) {
