@@ -24,6 +24,7 @@
 constexpr size_t MAX_CLIENTS = 1024;   // with an HD entry, of one bridge
 constexpr size_t MAX_NODE_PORTS = 128; // of one bridge, access ports included
 static_assert(MAX_NODE_PORTS >= CONFIG_MAX_INTERFACES);
+static_assert(KOLT_MAX_LINKS >= TREE_PORTS * CONFIG_MAX_BRIDGES);
 
 struct bridged;
 struct bridge_node;

@@ -8,6 +8,8 @@
 #include <fcntl.h>
 #include <iterator>
 
+#include <sys/resource.h>
+
 #include <bpf/bpf.h>
 #include <bpf/libbpf.h>
 
@@ -97,6 +99,17 @@ bool load(bpf_object *object, const pinned_maps &pinned, kolt_reason *why) {
     return error == 0 || why->say(-error, "the kernel refuses the traffic control programs");
 }
 
+// Kernels before 5.11 count the tables as locked memory, of which a process is given less. Who may not raise the limit
+// for good has what it was given.
+void raise_memory_limit() {
+    const rlimit none{.rlim_cur = RLIM_INFINITY, .rlim_max = RLIM_INFINITY};
+    rlimit given{};
+    if (setrlimit(RLIMIT_MEMLOCK, &none) == 0 || getrlimit(RLIMIT_MEMLOCK, &given) != 0)
+        return;
+    given.rlim_cur = given.rlim_max;
+    (void)setrlimit(RLIMIT_MEMLOCK, &given); // or loading says what is missing
+}
+
 unique_fd keep(int fd) {
     return unique_fd(fcntl(fd, F_DUPFD_CLOEXEC, 0));
 }
@@ -110,6 +123,7 @@ void kolt_set_bpf_log(kolt_bpf_log log, void *context) {
 
 kolt_opened kolt_programs::open(const char *pin_folder, kolt_reason *why) {
     libbpf_set_print(take_line);
+    raise_memory_limit();
     const bpf_object_owner object = open_object(why);
     if (!object || !pins_make_folder(pin_folder, why))
         return kolt_opened::FAILED;

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <memory>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <bpf/bpf.h>
@@ -52,6 +53,17 @@ TEST_F(programs_test, AreFreshAtFirstAndMakeTheirFolder) {
     EXPECT_TRUE(programs_->made(KOLT_MAP_STREAMS));
     for (const char *name : {"layout", "ports", "identities", "hd", "stream_slots", "streams", "free_slots"})
         EXPECT_TRUE(std::filesystem::exists(std::string("/tmp/some/where/else/") + name)) << name;
+}
+
+TEST_F(programs_test, MayLockAllTheMemoryThatTheProcessMayHave) {
+    rlimit limit{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_MEMLOCK, &limit));
+    limit.rlim_cur = 4096;
+    ASSERT_EQ(0, setrlimit(RLIMIT_MEMLOCK, &limit));
+    ASSERT_EQ(kolt_opened::FRESH, open()) << why_.text;
+    ASSERT_EQ(0, getrlimit(RLIMIT_MEMLOCK, &limit));
+    EXPECT_NE(4096U, limit.rlim_cur);
+    EXPECT_EQ(limit.rlim_max, limit.rlim_cur);
 }
 
 TEST_F(programs_test, MountTheUsualPlaceWhereItIsNot) {
