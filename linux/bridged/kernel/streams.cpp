@@ -39,6 +39,13 @@ counters difference(const counters &now, const counters &before) {
             .rx_bytes = now.rx_bytes - before.rx_bytes};
 }
 
+// Whoever sends a frame each of many streams would keep the table full for all others.
+uint64_t idle_time(size_t used) {
+    constexpr size_t ENOUGH = KOLT_MAX_STREAMS / 2;
+    const size_t left = KOLT_MAX_STREAMS - used;
+    return left >= ENOUGH ? KOLT_STREAM_IDLE_MS : KOLT_STREAM_IDLE_MS * left / ENOUGH;
+}
+
 bool same_but_hash(const kolt_stream_key &one, const kolt_stream_key &other) {
     return memcmp(&one, &other, offsetof(kolt_stream_key, hash)) == 0;
 }
@@ -233,27 +240,31 @@ void kolt_streams::end_period() {
 }
 
 size_t kolt_streams::sweep(uint64_t now) {
+    const uint64_t longest = idle_time(used_);
     size_t forgotten = 0;
+    used_ = 0;
     for (uint32_t slot = 0; slot < KOLT_MAX_STREAMS; slot++) {
         const uint32_t found = state(slot);
         if (found == KOLT_STREAM_DYING)
             free_if_rested(slot, now);
-        if (found == KOLT_STREAM_USED && is_idle(slot, now))
+        if (found == KOLT_STREAM_USED && idle_for(slot, now) >= longest)
             forgotten += remove(slot, now) ? 1U : 0U;
+        used_ += state(slot) == KOLT_STREAM_USED ? 1U : 0U;
     }
     return forgotten;
 }
 
-bool kolt_streams::is_idle(uint32_t slot, uint64_t now) {
+// One with a frame since it was last looked at: not at all.
+std::optional<uint64_t> kolt_streams::idle_for(uint32_t slot, uint64_t now) {
     account &known = accounts_[slot];
     const counters carried = counters_of(table_[slot]);
     const uint32_t packets = carried.tx_packets + carried.rx_packets;
     if (known.seen_generation == table_[slot].generation && known.seen_packets == packets)
-        return now - known.active_at >= KOLT_STREAM_IDLE_MS;
+        return now - known.active_at;
     known.seen_generation = table_[slot].generation;
     known.seen_packets = packets;
     known.active_at = now;
-    return false;
+    return std::nullopt;
 }
 
 // A slot whose key is there after all was being filled while this process started.

@@ -21,7 +21,8 @@ struct kolt_stream_record {
     uint32_t rx_bytes = 0;
 };
 
-// A stream without a frame for this long, in either direction, is forgotten.
+// A stream without a frame for this long, in either direction, is forgotten; sooner when more than half of the slots
+// are taken, as much as places are scarce.
 constexpr uint64_t KOLT_STREAM_IDLE_MS = 30000;
 // A slot rests for this long between its key's removal and its next stream.
 constexpr uint64_t KOLT_SLOT_REST_MS = 1000;
@@ -73,11 +74,12 @@ private:
     void begin_counting();
     void give_back_unheld(const kolt_programs &programs, uint64_t now);
     void rest(uint32_t slot, uint64_t now);
-    bool is_idle(uint32_t slot, uint64_t now);
+    std::optional<uint64_t> idle_for(uint32_t slot, uint64_t now);
     void free_if_rested(uint32_t slot, uint64_t now);
 
     int slots_map_ = -1;
     int free_map_ = -1;
     kolt_stream *table_ = nullptr;
+    size_t used_ = 0;                                    // slots, after the last sweep
     std::unique_ptr<account[], account_freer> accounts_; // by slot
 };

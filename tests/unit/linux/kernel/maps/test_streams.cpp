@@ -180,6 +180,35 @@ TEST_F(streams_test, AnIdleStreamIsForgottenAndABusyOneIsNot) {
     EXPECT_EQ(1U, streams_.sweep(20000 + KOLT_STREAM_IDLE_MS));
 }
 
+TEST_F(streams_test, IdleStreamsGoTheSoonerTheFewerSlotsAreFree) {
+    constexpr uint16_t MANY = CAPACITY / 4 * 3;
+    constexpr uint64_t HALF_AS_LONG = KOLT_STREAM_IDLE_MS / 2;
+    for (uint16_t number = 0; number < MANY; number++)
+        make(number);
+    EXPECT_EQ(0U, streams_.sweep(0));
+    make(1);
+    EXPECT_EQ(0U, streams_.sweep(HALF_AS_LONG - 1));
+    EXPECT_EQ(MANY - 1U, streams_.sweep(HALF_AS_LONG));
+    EXPECT_EQ(1U, streams_.count());
+    EXPECT_EQ(0U, streams_.sweep(HALF_AS_LONG + KOLT_SLOT_REST_MS));
+    EXPECT_EQ(0U, streams_.sweep(HALF_AS_LONG + KOLT_STREAM_IDLE_MS - 2)) << "there is room again";
+    EXPECT_EQ(1U, streams_.sweep(HALF_AS_LONG + KOLT_STREAM_IDLE_MS - 1));
+}
+
+TEST_F(streams_test, AFullTableMakesRoomAtOnceAndKeepsWhatTalks) {
+    for (uint16_t number = 0; number < CAPACITY; number++)
+        make(number);
+    EXPECT_EQ(CAPACITY, streams_.count());
+    EXPECT_EQ(0U, streams_.sweep(0));
+    make(1);
+    make(20000);
+    EXPECT_EQ(CAPACITY, streams_.count()) << "no room for the last";
+    EXPECT_EQ(CAPACITY - 1, streams_.sweep(1000));
+    (void)streams_.sweep(1000 + KOLT_SLOT_REST_MS);
+    make(20000);
+    EXPECT_EQ(2U, streams_.count());
+}
+
 TEST_F(streams_test, FramesOfEitherDirectionKeepAStream) {
     make(1);
     (void)streams_.sweep(0);
