@@ -28,14 +28,16 @@ int set_priority(int fd) {
     return setsockopt(fd, SOL_SOCKET, SO_PRIORITY, &priority, sizeof priority);
 }
 
-// Frames to others, and what was sent here, stay in the kernel. A frame with a VLAN tag looks like one without when the
-// kernel has taken the tag off; it counts as another host's then.
+// Frames to others, those longer than any neighbour's, and what was sent here, stay in the kernel. A frame with a VLAN
+// tag looks like one without when the kernel has taken the tag off; it counts as another host's then.
 int keep_neighbours(int fd) {
     uint32_t front = 0; // of the address
     uint16_t rest = 0;
     memcpy(&front, NEIGHBOUR_GROUP, sizeof front);
     memcpy(&rest, NEIGHBOUR_GROUP + sizeof front, sizeof rest);
     sock_filter code[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_LEN, 0),
+        BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, NEIGHBOUR_FRAME_MAX, 7, 0),
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, 0),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ntohl(front), 0, 5),
         BPF_STMT(BPF_LD | BPF_H | BPF_ABS, sizeof front),

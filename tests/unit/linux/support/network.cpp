@@ -112,6 +112,13 @@ void set_up(uint32_t index, bool up) {
     change(message, "set up or down");
 }
 
+void set_mtu(uint32_t index, uint32_t mtu) {
+    rtnl_message message(RTM_SETLINK, 0);
+    message.head<ifinfomsg>()->ifi_index = static_cast<int>(index);
+    mnl_attr_put_u32(message.header, IFLA_MTU, mtu);
+    change(message, "set the MTU");
+}
+
 void rename_interface(uint32_t index, const std::string &name) {
     rtnl_message message(RTM_SETLINK, 0);
     message.head<ifinfomsg>()->ifi_index = static_cast<int>(index);

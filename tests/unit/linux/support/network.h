@@ -62,6 +62,7 @@ private:
 
 void set_master(uint32_t port, uint32_t bridge);
 void set_up(uint32_t index, bool up);
+void set_mtu(uint32_t index, uint32_t mtu);
 void rename_interface(uint32_t index, const std::string &name);
 void delete_interface(const std::string &name);
 

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <linux/capability.h>
+#include <linux/if_ether.h>
 #include <linux/pkt_sched.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -135,6 +136,18 @@ TEST_F(raw_socket_test, what_does_not_fit_is_left_out_and_the_next_is_taken) {
     EXPECT_EQ(socket_.receive(room, &size), 0);
     EXPECT_EQ(std::string(room.begin(), room.begin() + 18), neighbour_frame("fits"));
     EXPECT_EQ(size, 18U);
+}
+
+TEST_F(raw_socket_test, wakes_nobody_for_frames_longer_than_a_neighbours) {
+    constexpr uint32_t JUMBO = 9000;
+    for (const uint32_t end : {link_.near(), link_.far()})
+        set_mtu(end, JUMBO);
+    const std::string longest(NEIGHBOUR_FRAME_MAX - ETH_HLEN, 'x');
+    link_.send(neighbour_frame(longest + 'x'));
+    pollfd watched{socket_.fd(), POLLIN, 0};
+    EXPECT_EQ(poll(&watched, 1, 50), 0);
+    link_.send(neighbour_frame(longest));
+    EXPECT_EQ(receive().size(), NEIGHBOUR_FRAME_MAX);
 }
 
 struct foreign {
