@@ -2,6 +2,7 @@
 #include "bridged/neighbours.h"
 
 #include "bridged/settle.h"
+#include "bridged/steering.h"
 #include "core/container_of.h"
 #include "core/file.h"
 #include "core/log.h"
@@ -17,26 +18,23 @@
 
 namespace {
 
-constexpr int FRAMES_A_TURN = 64; // of one port, so that a flood on one leaves the others their turn
+constexpr int FRAMES_A_TURN = 64;               // of one port, so that a flood on one leaves the others their turn
+constexpr size_t NOTICES_A_TURN = TREE_NOTICES; // all that a child keeps for its parent; each looks through the streams
 
-// The link of this type to the child that a stream towards it leaves by now.
-uint32_t link_of_type(const bridge_node *node, uint32_t now_by, uint8_t type) {
-    const int slot = tree_slot(node->links, now_by);
-    if (slot == NO_SLOT)
-        return 0;
-    const port_setting &now = node->set[static_cast<size_t>(slot)];
+// The open link of this type among those of a group.
+uint32_t link_of_type(const bridge_node *node, uint32_t group, uint8_t type) {
     for (size_t i = 0; i < TREE_PORTS; i++) {
-        const port_setting &other = node->set[i];
-        if (other.ifindex != 0 && other.word.group == now.word.group && (other.word.flags & PORT_OPEN) != 0 &&
+        const port_setting &link = node->set[i];
+        if (link.ifindex != 0 && link.word.group == group && (link.word.flags & PORT_OPEN) != 0 &&
             node->links.ports[i].wish.type == type)
-            return other.ifindex;
+            return link.ifindex;
     }
     return 0;
 }
 
 // A child has moved a stream: what goes back to it takes the new link at once, and kolt flushes what hardware
-// remembers.
-void heed_notice(bridge_node *node, const stream_notice &notice) {
+// remembers. A stream that leaves towards somebody else is none of its.
+void heed_notice(bridge_node *node, uint32_t child, const stream_notice &notice) {
     kolt_stream_key key{};
     memcpy(key.src, notice.dst.data(), sizeof(key.src));
     memcpy(key.dst, notice.src.data(), sizeof(key.dst));
@@ -45,7 +43,9 @@ void heed_notice(bridge_node *node, const stream_notice &notice) {
     key.kind = notice.protocol == IPPROTO_UDP ? KOLT_STREAM_UDP : KOLT_STREAM_TCP;
     kolt_streams &streams = node->owner->streams;
     if (const auto slot = streams.find_any_hash(key)) {
-        if (const uint32_t port = link_of_type(node, streams.record(*slot).target, notice.type); port != 0)
+        if (!steering_allowed(node, streams.record(*slot).target, child))
+            return;
+        if (const uint32_t port = link_of_type(node, child, notice.type); port != 0)
             streams.repoint(*slot, port);
     }
     flow_report_record report{};
@@ -72,17 +72,20 @@ uint64_t received_packets(const char *name) {
     return packets;
 }
 
-void take_frame(node_port *port, const neighbour_frame &frame) {
+// `notices`: how many more are heeded.
+void take_frame(node_port *port, const neighbour_frame &frame, size_t *notices) {
     bridge_node *node = port->node;
     tree_receive(&node->links, port->ifindex, frame, node_now());
-    if (frame.kind != FRAME_HELLO || !tree_is_child_port(node->links, port->ifindex))
+    const uint32_t child = steering_group(node, port->ifindex);
+    if (frame.kind != FRAME_HELLO || child == GROUP_NONE || !tree_is_child_port(node->links, port->ifindex))
         return;
-    for (uint8_t i = 0; i < frame.stream_count; i++)
-        heed_notice(node, frame.streams[i]);
+    for (uint8_t i = 0; i<frame.stream_count && * notices> 0; i++, --*notices)
+        heed_notice(node, child, frame.streams[i]);
 }
 
 void frames_arrived(uloop_fd *watch, unsigned /*events*/) {
     node_port *port = KOLT_CONTAINER_OF(watch, node_port, watch);
+    size_t notices = NOTICES_A_TURN;
     for (int i = 0; i < FRAMES_A_TURN; i++) {
         std::array<uint8_t, NEIGHBOUR_FRAME_MAX> bytes;
         size_t size = 0;
@@ -93,7 +96,7 @@ void frames_arrived(uloop_fd *watch, unsigned /*events*/) {
             break;
         neighbour_frame frame;
         if (frame_decode({bytes.data(), size}, &frame))
-            take_frame(port, frame);
+            take_frame(port, frame, &notices);
     }
     // An interface that goes down makes the loop drop the descriptor; it works again when the interface does.
     (void)uloop_fd_add(watch, ULOOP_READ);
