@@ -5,6 +5,7 @@
 #include "bridged/report.h"
 #include "bridged/saved_state.h"
 #include "bridged/settle.h"
+#include "bridged/steering.h"
 #include "bridged/tables.h"
 #include "core/log.h"
 
@@ -140,6 +141,9 @@ int set_ha_entry(void *context, const char *bridge, const uint8_t *src_mac, cons
     const auto slot = node->owner->streams.find(key);
     if (!slot)
         return ENOENT;
+    const uint32_t group = steering_group(node, port->ifindex);
+    if (group == GROUP_NONE || !steering_allowed(node, node->owner->streams.record(*slot).target, group))
+        return EHOSTUNREACH; // its program would keep it where it is
     node->owner->streams.repoint(*slot, port->ifindex);
     return 0;
 }

@@ -241,6 +241,37 @@ TEST_F(calls_test, StreamIsPointedToAPort) {
     EXPECT_TRUE(table<bridge_ha_record>(BRIDGE_TABLE_HA).empty());
 }
 
+TEST_F(calls_test, StreamIsPointedToNoPortThatItCannotLeaveBy) {
+    const auto stays = [this] {
+        return uint32_t{table<bridge_ha_record>(BRIDGE_TABLE_HA).at(0).port} == port(FAST_LINK);
+    };
+    ASSERT_TRUE(streams());
+    EXPECT_EQ(point_to("p3"), EHOSTUNREACH) << "hosts are there";
+    EXPECT_TRUE(stays());
+    life_.settle_after([this](one_node &node) {
+        puppet child = child_on(port(CHILD_LINK));
+        child.root = BEST;
+        child.parent = node_mac(node.state.id);
+        node.puppets.push_back(child);
+        node.pass(500);
+    });
+    ASSERT_NE(life_.word(port(CHILD_LINK)).group, 0) << "a child is there";
+    EXPECT_EQ(point_to("p2"), EHOSTUNREACH);
+    EXPECT_TRUE(stays());
+    lose(SLOW_LINK);
+    EXPECT_EQ(point_to("p0"), EHOSTUNREACH) << "it is closed";
+    EXPECT_TRUE(stays());
+    EXPECT_EQ(point_to("p1"), 0);
+}
+
+// One whose port has gone is left to whoever wants it.
+TEST_F(calls_test, StreamWithoutALinkIsPointedToAnyOther) {
+    ASSERT_TRUE(streams());
+    life_->streams.repoint(0, 4000);
+    EXPECT_EQ(point_to("p0"), 0);
+    EXPECT_EQ(life_->streams.record(0).target, port(SLOW_LINK));
+}
+
 TEST_F(calls_test, TablesThatThereAreNot) {
     table_writer none(1, ROOM);
     EXPECT_EQ(calls_.get_table(life_.get(), "br0", static_cast<bridge_table>(3), &none), EINVAL);
