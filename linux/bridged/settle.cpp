@@ -22,8 +22,17 @@ bool is_open(const port_setting &setting) {
 static_assert(uint8_t{PORT_OPEN} == uint8_t{KOLT_PORT_OPEN} && uint8_t{PORT_NEED_HA} == uint8_t{KOLT_PORT_NEED_HA} &&
               uint8_t{PORT_FOLLOW} == uint8_t{KOLT_PORT_FOLLOW});
 
-kolt_port program_word(const port_word &word) {
-    return {.group = static_cast<uint16_t>(word.group),
+constexpr unsigned GROUP_BITS = 8;
+static_assert(GROUP_FIRST_CHILD + TREE_NODES <= 1 << GROUP_BITS && CONFIG_MAX_BRIDGES <= 1 << (16 - GROUP_BITS));
+
+// The trees number their groups alike, the programs know one bridge's from another's.
+uint16_t program_group(const bridge_node *node, uint32_t group) {
+    const auto bridge = static_cast<uint32_t>(node - node->owner->bridges.data());
+    return static_cast<uint16_t>(group == GROUP_NONE ? GROUP_NONE : bridge << GROUP_BITS | group);
+}
+
+kolt_port program_word(const bridge_node *node, const port_word &word) {
+    return {.group = program_group(node, word.group),
             .flags = static_cast<uint8_t>(word.flags | KOLT_PORT_GUARDED),
             .admits = word.admits,
             .accepts = word.accepts,
@@ -170,7 +179,7 @@ void settle_port(bridge_node *node, const port_setting &setting) {
     node_port *port = node_find_port_index(node, setting.ifindex);
     if (port == nullptr || !port->backhaul)
         return; // it has gone, and its word with it, or is no link any more
-    (void)node->owner->programs.set_port(setting.ifindex, program_word(setting.word));
+    (void)node->owner->programs.set_port(setting.ifindex, program_word(node, setting.word));
     const int error = bridge_port_set(node->owner->rtnl, setting.ifindex, bridge_flags(setting));
     const bool failed = error != 0 && error != ENODEV && error != EOPNOTSUPP;
     if (failed && !port->unset)
