@@ -120,8 +120,8 @@ static __always_inline int read_ipv6(const __u8 *head, __u32 frame_size, enum di
 }
 
 // Fills `flow` with the key of the stream that a unicast frame belongs to, or with that of its other direction. 0: it
-// belongs to none, as everything but plain TCP and UDP in untagged frames. `head` is the frame's first
-// `available` bytes at least; what a driver left elsewhere is copied.
+// belongs to none, as everything but plain TCP and UDP in untagged frames. From `head` to `end` is as much of the frame
+// as can be read in place; what a driver left elsewhere is copied.
 static __always_inline int read_flow(struct __sk_buff *skb, const __u8 *head, const void *end, enum direction direction,
                                      struct flow *flow) {
     const __u32 ethertype = load16(head + 12);
