@@ -7,6 +7,7 @@ from kolt_mesh import frames, stream, topology
 from kolt_mesh.kolt import Kolt
 from kolt_mesh.netns import batch
 from kolt_mesh.ports import BRIDGE
+from rest import come_to_rest
 
 BRIDGE_EVENTS, NEIGHBOURS = 39, 53
 STRANGER = "02:ee:00:00:00:03"
@@ -38,6 +39,7 @@ def test_a_stream_that_a_child_moves_is_answered_by_the_link_it_took(make_lab):
     lab = make_lab(topology.pair(2), Kolt(period=60))  # longer than the test: kolt itself moves nothing
     parent, child = lab.kind.nodes["a"], lab.kind.nodes["b"]
     assert frames.reachable(lab, SETTLES)
+    come_to_rest(lab, child)
     told = library.listen(parent, NEIGHBOURS)
     with stream.Stream(lab, "h2", "h1"):
         lab.wait(1.0)

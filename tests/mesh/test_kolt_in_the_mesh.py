@@ -14,6 +14,7 @@ from kolt_mesh import cases, frames, measures, ports, stream, tcp, topology
 from kolt_mesh.frames import Broadcasts, Census
 from kolt_mesh.kolt import Kolt
 from kolt_mesh.lab import Lab
+from rest import PAUSE, come_to_rest
 
 HOMES = [home.name for home in topology.shipped()]
 CASES = int(os.environ.get("KOLT_MESH_CASES") or 1)
@@ -166,6 +167,7 @@ def test_a_client_placed_before_a_crash_is_reached_when_its_link_is_lost_after_i
 def test_a_restarted_kolt_bridged_moves_neither_client_nor_stream(whole):
     lab = whole(topology.pair(2), period=60)  # longer than the test: kolt itself moves nothing
     node = lab.kind.nodes["b"]
+    come_to_rest(lab, node)
     slow, fast = (port.name for port in ports.backhaul_ports(lab.topology, "b"))
     assert library.ask(node, "place", lab.mac("h1"), slow) == {"failed": 0}
     with tcp.Download(lab, "h2", "h1", 4, 8) as download:
@@ -174,7 +176,7 @@ def test_a_restarted_kolt_bridged_moves_neither_client_nor_stream(whole):
         streams, clients = library.ask(node, "targets"), library.ask(node, "hd")
         node.kill_program("kolt-bridged")
         node.start_bridged()
-        lab.wait(4.0)  # kolt waits for a second before it acts on a link
+        lab.wait(4 * PAUSE)
         assert (library.ask(node, "targets"), library.ask(node, "hd")) == (streams, clients)
         assert not download.result().broken
     assert set(streams.values()) == {fast} and clients["ports"] == {lab.mac("h1"): slow}
