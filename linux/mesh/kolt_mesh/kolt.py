@@ -12,7 +12,7 @@ from .radio import Air
 if TYPE_CHECKING:
     from .lab import Lab
 
-AIR_SECONDS = 0.5  # between two looks at the air
+AIR_SECONDS = 0.25  # between two looks at the air
 
 
 class Kolt(Kind):

@@ -9,11 +9,15 @@ from .frames import Broadcasts, Census
 from .kinds import Kind
 from .lab import Lab
 from .netns import MeshError
+from .node import MeshNode
 from .stream import Seen, Stream
 from .topology import Topology
 
 OMITTED = 8  # seconds of a download that are not counted: streams find their links in that time
 BEFORE = 0.4  # seconds of a stream before its link is lost
+IDLE = 10.0  # percent of a link's rate below which nobody would say that it is used
+MEASURED = "path_selection_init_path_quota"  # who says what was measured of a path
+LONGEST_PERIOD = 10.0  # seconds
 WAYS = {"cut": "carrier loss", "silence": "silent loss"}
 
 
@@ -69,26 +73,50 @@ class Spread:
     uneven: int  # at most so many in a row in which a link idled while another was over its high threshold
 
 
-def spread(lab: Lab, streams: int, periods: int) -> Spread:
-    """How soon the links share a download; a period is a second, as the daemon's in a mesh."""
+def spread(lab: Lab, streams: int, periods: int, phase: float = 0.0) -> Spread:
+    """
+    How soon the links share a download, in whole measuring periods of the daemon on the last node; `phase` is how many
+    seconds into the first of them it begins.
+    """
     source, *_, target = lab.hosts
+    node = lab.kind.nodes[list(lab.nodes)[-1]]
+    node.event("kolt.debug", {"dbg_level": 1}, settle=False)
     found, in_a_row = Spread(periods, 0), 0
-    param = ports.configuration(lab.topology, next(iter(lab.nodes)))["param"]
-    rates = {link.name: link.rate for link in lab.topology.links}
+    hot = ports.configuration(lab.topology, node.name)["param"]["high_threshold"]
+    await_measurement(lab, node)
+    before = busy_since(lab)
+    lab.wait(phase)
     with tcp.Download(lab, source, target, streams, periods + 1) as download:
-        before, then = carried(lab), time.monotonic()
         for _ in range(periods):
-            lab.wait(1.0)
-            after, now = carried(lab), time.monotonic()
-            busy = [100 * 8 * (after[link] - before[link]) / (rates[link] * (now - then)) for link in after]
-            is_uneven = min(busy) < param["idle_threshold"] and max(busy) > param["high_threshold"]
-            in_a_row = in_a_row + 1 if is_uneven else 0
+            await_measurement(lab, node)
+            busy, before = before(), busy_since(lab)
+            in_a_row = in_a_row + 1 if min(busy) < IDLE and max(busy) > hot else 0
             found.uneven = max(found.uneven, in_a_row)
-            before, then = after, now
         run = download.result()
     if run.broken:
         raise MeshError(f"a download over {streams} streams: {run.broken}")
     return found
+
+
+def await_measurement(lab: Lab, node: MeshNode) -> None:
+    """Waits until kolt has measured its paths once more."""
+    seen, deadline = len(node.log(function=MEASURED)), time.monotonic() + LONGEST_PERIOD
+    while len(node.log(function=MEASURED)) == seen:
+        if time.monotonic() > deadline:
+            raise MeshError(f"{node.name}: kolt measures nothing: {node.recent(3)}")
+        lab.wait(0.01)
+    lab.wait(0.05)  # of all paths, one after the other
+
+
+def busy_since(lab: Lab) -> Callable[[], list[float]]:
+    """How busy each link was from now on until the result is called, in percent of its rate."""
+    before, then = carried(lab), time.monotonic()
+    rates = {link.name: link.rate for link in lab.topology.links}
+
+    def busy() -> list[float]:
+        after, spent = carried(lab), time.monotonic() - then
+        return [100 * 8 * (after[link] - before[link]) / (rates[link] * spent) for link in after]
+    return busy
 
 
 def outage(lab: Lab, way: str, contender: Contender) -> Seen:
