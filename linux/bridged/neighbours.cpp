@@ -9,6 +9,7 @@
 #include "lib/records.h"
 #include "lib/requests.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -79,7 +80,9 @@ void take_frame(node_port *port, const neighbour_frame &frame, size_t *notices) 
     const uint32_t child = steering_group(node, port->ifindex);
     if (frame.kind != FRAME_HELLO || child == GROUP_NONE || !tree_is_child_port(node->links, port->ifindex))
         return;
-    for (uint8_t i = 0; i<frame.stream_count && * notices> 0; i++, --*notices)
+    const size_t heeded = std::min<size_t>(frame.stream_count, *notices);
+    *notices -= heeded;
+    for (size_t i = 0; i < heeded; i++)
         heed_notice(node, child, frame.streams[i]);
 }
 
