@@ -1,4 +1,4 @@
-"""How the daemon ends while it waits for what never comes: after four seconds, with status 0."""
+"""How the daemon ends while it waits for what never comes: within five seconds, with status 0."""
 import contextlib
 import signal
 import time
@@ -83,11 +83,17 @@ class TestConfiguration:
 
 class TestDriver:
     @pytest.mark.parametrize("number", STOPS)
-    def test_driver_that_tells_nothing_does_not_hold_the_end_up(self, node: PathNode, number: int) -> None:
+    def test_driver_that_tells_nothing_holds_the_end_up_for_less_than_five_seconds(self, node: PathNode, number: int) -> None:
+        """A busy machine may be late now and then, but not each time."""
         driver_writes(node, "sleep 1000")
-        scene.start(node, paths.config(), ready=False)
-        wait_for_a_reader(node)
-        assert seconds_to_end(node, number) > 3.5
+        for _ in range(3):
+            scene.start(node, paths.config(), ready=False)
+            wait_for_a_reader(node)
+            took = seconds_to_end(node, number)
+            assert took > 3.5
+            if took < 5:
+                break
+        assert took < 5
 
     def test_reader_that_does_not_end_does_not_hold_the_end_up(self, node: PathNode) -> None:
         """The daemon has seen enough, closes the pipe, and waits for the child that waits for the driver."""
